@@ -1,0 +1,297 @@
+#include "thermokit/platform/File.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace thermokit {
+
+namespace {
+
+// Reserved lock bytes, far beyond any real file length (locks may lie past
+// the end of a file). One byte per access kind, one per denial.
+constexpr off_t kLockBase = static_cast<off_t>(0x7FFFFFFFFFFF0000LL);
+constexpr off_t kAccessRead = kLockBase + 0;
+constexpr off_t kAccessWrite = kLockBase + 1;
+constexpr off_t kDenyRead = kLockBase + 2;
+constexpr off_t kDenyWrite = kLockBase + 3;
+
+bool LockShared(int fd, off_t where) {
+    struct flock fl {};
+    fl.l_type = F_RDLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = where;
+    fl.l_len = 1;
+    return fcntl(fd, F_OFD_SETLK, &fl) == 0;
+}
+
+// True when another open file description holds a lock on the byte (our own
+// locks never conflict with a probe from the same description).
+bool OtherHolds(int fd, off_t where) {
+    struct flock fl {};
+    fl.l_type = F_WRLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = where;
+    fl.l_len = 1;
+    if (fcntl(fd, F_OFD_GETLK, &fl) != 0) return false;
+    return fl.l_type != F_UNLCK;
+}
+
+}  // namespace
+
+File::~File() { Close(); }
+
+File::File(File&& other) noexcept
+    : m_fd(std::exchange(other.m_fd, -1)), m_lockFd(std::exchange(other.m_lockFd, -1)), m_path(std::move(other.m_path)), m_errno(other.m_errno) {}
+
+File& File::operator=(File&& other) noexcept {
+    if (this != &other) {
+        Close();
+        m_fd = std::exchange(other.m_fd, -1);
+        m_lockFd = std::exchange(other.m_lockFd, -1);
+        m_path = std::move(other.m_path);
+        m_errno = other.m_errno;
+    }
+    return *this;
+}
+
+bool File::AcquireSharing(unsigned flags) {
+    const unsigned access = flags & 0x3;
+    const bool wantRead = access == modeRead || access == modeReadWrite;
+    const bool wantWrite = access == modeWrite || access == modeReadWrite;
+    const unsigned share = flags & 0x70;
+    const bool denyRead = share == shareExclusive || share == shareDenyRead;
+    const bool denyWrite = share == shareExclusive || share == shareDenyWrite;
+
+    // Shared locks need a description open for reading, whatever the access
+    // asked for: the locks live on a read-only description of their own.
+    m_lockFd = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (m_lockFd < 0) return true;  // unreadable file: no sharing control possible
+    const int fd = m_lockFd;
+    // Announce first, then look for conflicts: of two racing opens at least
+    // one sees the other.
+    struct { bool on; off_t byte; } const mine[] = {
+        {wantRead, kAccessRead}, {wantWrite, kAccessWrite}, {denyRead, kDenyRead}, {denyWrite, kDenyWrite}};
+    for (const auto& m : mine) {
+        if (m.on && !LockShared(fd, m.byte)) {
+            if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) return true;  // no lock support
+            return false;
+        }
+    }
+    if (wantRead && OtherHolds(fd, kDenyRead)) return false;
+    if (wantWrite && OtherHolds(fd, kDenyWrite)) return false;
+    if (denyRead && OtherHolds(fd, kAccessRead)) return false;
+    if (denyWrite && OtherHolds(fd, kAccessWrite)) return false;
+    return true;
+}
+
+bool File::Open(const std::string& path, unsigned flags) {
+    Close();
+    m_errno = 0;
+    if (path.empty()) {
+        Fail(ENOENT);
+        return false;
+    }
+    const unsigned access = flags & 0x3;
+    int oflags = O_CLOEXEC;
+    if (access == modeWrite) oflags |= O_WRONLY;
+    else if (access == modeReadWrite) oflags |= O_RDWR;
+    else oflags |= O_RDONLY;
+    // Truncation happens only after the sharing check has passed.
+    if (flags & modeCreate) oflags |= O_CREAT;
+    const int fd = ::open(path.c_str(), oflags, 0644);
+    if (fd < 0) {
+        Fail(errno);
+        return false;
+    }
+    struct stat st {};
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+        ::close(fd);
+        Fail(EISDIR);
+        return false;
+    }
+    m_fd = fd;
+    m_path = path;
+    if (!AcquireSharing(flags)) {
+        Close();
+        Fail(EBUSY);
+        return false;
+    }
+    if ((flags & modeCreate) && !(flags & modeNoTruncate) && access != modeRead) {
+        if (::ftruncate(m_fd, 0) != 0) {
+            Fail(errno);
+            Close();
+            return false;
+        }
+    }
+    return true;
+}
+
+void File::Close() {
+    if (m_fd >= 0) {
+        ::close(m_fd);
+        m_fd = -1;
+    }
+    if (m_lockFd >= 0) {
+        ::close(m_lockFd);  // releases the sharing locks
+        m_lockFd = -1;
+    }
+}
+
+size_t File::Read(void* data, size_t size) {
+    if (m_fd < 0 || (!data && size)) {
+        Fail(EBADF);
+        return 0;
+    }
+    size_t done = 0;
+    auto* p = static_cast<char*>(data);
+    while (done < size) {
+        const ssize_t n = ::read(m_fd, p + done, size - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            Fail(errno);
+            break;
+        }
+        if (n == 0) break;
+        done += static_cast<size_t>(n);
+    }
+    return done;
+}
+
+bool File::Write(const void* data, size_t size) {
+    if (m_fd < 0 || (!data && size)) {
+        Fail(EBADF);
+        return false;
+    }
+    size_t done = 0;
+    const auto* p = static_cast<const char*>(data);
+    while (done < size) {
+        const ssize_t n = ::write(m_fd, p + done, size - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            Fail(errno);
+            return false;
+        }
+        if (n == 0) {
+            Fail(ENOSPC);
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+size_t File::ReadAt(uint64_t offset, void* data, size_t size) {
+    if (m_fd < 0 || (!data && size)) {
+        Fail(EBADF);
+        return 0;
+    }
+    size_t done = 0;
+    auto* p = static_cast<char*>(data);
+    while (done < size) {
+        const ssize_t n = ::pread(m_fd, p + done, size - done, static_cast<off_t>(offset + done));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            Fail(errno);
+            break;
+        }
+        if (n == 0) break;
+        done += static_cast<size_t>(n);
+    }
+    return done;
+}
+
+bool File::WriteAt(uint64_t offset, const void* data, size_t size) {
+    if (m_fd < 0 || (!data && size)) {
+        Fail(EBADF);
+        return false;
+    }
+    size_t done = 0;
+    const auto* p = static_cast<const char*>(data);
+    while (done < size) {
+        const ssize_t n = ::pwrite(m_fd, p + done, size - done, static_cast<off_t>(offset + done));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            Fail(errno);
+            return false;
+        }
+        if (n == 0) {
+            Fail(ENOSPC);
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+int64_t File::Seek(int64_t offset, SeekPosition from) {
+    if (m_fd < 0) {
+        Fail(EBADF);
+        return -1;
+    }
+    const int whence = from == begin ? SEEK_SET : from == current ? SEEK_CUR : SEEK_END;
+    const off_t r = ::lseek(m_fd, static_cast<off_t>(offset), whence);
+    if (r < 0) {
+        Fail(errno);
+        return -1;
+    }
+    return static_cast<int64_t>(r);
+}
+
+int64_t File::GetPosition() const {
+    if (m_fd < 0) return -1;
+    return static_cast<int64_t>(::lseek(m_fd, 0, SEEK_CUR));
+}
+
+int64_t File::GetLength() const {
+    if (m_fd < 0) return -1;
+    struct stat st {};
+    if (fstat(m_fd, &st) != 0) return -1;
+    return static_cast<int64_t>(st.st_size);
+}
+
+bool File::SetLength(uint64_t length) {
+    if (m_fd < 0) {
+        Fail(EBADF);
+        return false;
+    }
+    if (::ftruncate(m_fd, static_cast<off_t>(length)) != 0) {
+        Fail(errno);
+        return false;
+    }
+    return true;
+}
+
+bool File::Flush() {
+    if (m_fd < 0) return false;
+    if (::fdatasync(m_fd) != 0) {
+        Fail(errno);
+        return false;
+    }
+    return true;
+}
+
+std::string File::GetLastErrorText() const {
+    if (m_errno == 0) return "No error";
+    if (m_errno == EBUSY) return "Sharing violation: the file is in use by another program";
+    return std::strerror(m_errno);
+}
+
+int64_t File::GetFileLength(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return -1;
+    return static_cast<int64_t>(st.st_size);
+}
+
+bool File::Exists(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+bool File::Remove(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+
+}  // namespace thermokit

@@ -1,0 +1,93 @@
+#pragma once
+// A binary file with the sharing modes the library's classes ask for.
+//
+// Sharing is emulated with open-file-description locks on reserved bytes far
+// beyond any real file size: every open holds a shared lock that says what it
+// accesses (read, write) and one that says what it denies to others. An open
+// fails when another open denies an access it wants, or when it wants to deny
+// an access another open already has. So a film being written with
+// "deny write" can never be opened for writing by a second writer, and a
+// reader asking "deny write" fails while a writer has the file: nobody reads a
+// frame torn by a concurrent write. The locks are advisory: programs that do
+// not use this class are not held back.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace thermokit {
+
+class File {
+public:
+    // Open flags, combinable with |.
+    enum OpenFlags : unsigned {
+        modeRead = 0x0000,
+        modeWrite = 0x0001,
+        modeReadWrite = 0x0002,
+        shareCompat = 0x0000,
+        shareExclusive = 0x0010,  // deny read and write
+        shareDenyWrite = 0x0020,
+        shareDenyRead = 0x0030,
+        shareDenyNone = 0x0040,
+        modeNoInherit = 0x0080,
+        modeCreate = 0x1000,      // create, truncating an existing file unless modeNoTruncate
+        modeNoTruncate = 0x2000,
+        typeText = 0x4000,        // accepted, no effect
+        typeBinary = 0x8000,      // accepted, no effect
+    };
+    enum SeekPosition { begin = 0, current = 1, end = 2 };
+
+    File() = default;
+    ~File();
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    File(File&& other) noexcept;
+    File& operator=(File&& other) noexcept;
+
+    // Opens the file; false on failure (GetLastErrorText tells why).
+    bool Open(const std::string& path, unsigned flags);
+    void Close();
+    bool IsOpen() const { return m_fd >= 0; }
+    const std::string& GetFilePath() const { return m_path; }
+    int GetHandle() const { return m_fd; }
+
+    // Reads up to size bytes at the current position; returns the count read
+    // (less at the end of the file, 0 on error).
+    size_t Read(void* data, size_t size);
+    // True only when exactly size bytes were read.
+    bool ReadRecord(void* data, size_t size) { return Read(data, size) == size; }
+    // Writes all size bytes; false on error (disk full, I/O error).
+    bool Write(const void* data, size_t size);
+
+    // Positioned transfers that do not move the file position.
+    size_t ReadAt(uint64_t offset, void* data, size_t size);
+    bool WriteAt(uint64_t offset, const void* data, size_t size);
+
+    // Returns the new position, or -1 on failure.
+    int64_t Seek(int64_t offset, SeekPosition from);
+    int64_t SeekToBegin() { return Seek(0, begin); }
+    int64_t SeekToEnd() { return Seek(0, end); }
+    int64_t GetPosition() const;
+    // File length, -1 on failure.
+    int64_t GetLength() const;
+    bool SetLength(uint64_t length);
+    bool Flush();
+
+    int GetLastError() const { return m_errno; }
+    std::string GetLastErrorText() const;
+
+    // Length of a file by name, -1 when it cannot be examined.
+    static int64_t GetFileLength(const std::string& path);
+    static bool Exists(const std::string& path);
+    static bool Remove(const std::string& path);
+
+private:
+    bool AcquireSharing(unsigned flags);
+    void Fail(int err) { m_errno = err; }
+
+    int m_fd = -1;
+    int m_lockFd = -1;  // read-only description that carries the sharing locks
+    std::string m_path;
+    int m_errno = 0;
+};
+
+}  // namespace thermokit

@@ -1,0 +1,5 @@
+#pragma once
+namespace thermokit {
+// Library version, "major.minor.patch".
+const char* GetVersion();
+}  // namespace thermokit
