@@ -116,6 +116,14 @@ protected:
     unsigned short m_nBit = 0;
     unsigned short m_nRotation = 0;
     int m_bExternalBuffer = 0;
+
+    // Deletes both display bitmaps. The display layer sets it when it makes
+    // one (InitBit), so that this layer never needs their complete types;
+    // the destructor and Copy call it when set.
+    void (*m_pfnReleaseBitmaps)(CFrame*) = nullptr;
+    void ReleaseBitmaps() {
+        if (m_pfnReleaseBitmaps) m_pfnReleaseBitmaps(this);
+    }
 };
 
 }  // namespace thermokit
