@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "thermokit/environment/CConfig.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
@@ -544,12 +545,26 @@ void CPtrOver::RemoveFileCalibration() {
     std::memset(m_Header + kCalibrationPath, 0, kCalibrationPathSize);
 }
 
-int CPtrOver::SetCompCalibParam(const void* param) {
+static_assert(_SCalibrationRBF::kFilmBlockSize == kRBFCalibSize);
+static_assert(sizeof(CCnucFile::_CNUC_CALIBRATION) == kCompCalibSize);
+static_assert(kCompCalib + kCompCalibSize == kSize);
+
+int CPtrOver::SetRBFCalibParam(const _SCalibrationRBF* param) {
+    if (!param) return 0;
+    param->ToFilmBlock(m_Header + kRBFCalib);
+    return 1;
+}
+int CPtrOver::GetRBFCalibParam(_SCalibrationRBF* param) const {
+    if (!param) return 0;
+    return param->FromFilmBlock(m_Header + kRBFCalib) ? 1 : 0;
+}
+
+int CPtrOver::SetCompCalibParam(const CCnucFile::_CNUC_CALIBRATION* param) {
     if (!param) return 0;
     std::memcpy(m_Header + kCompCalib, param, kCompCalibSize);
     return 1;
 }
-int CPtrOver::GetCompCalibParam(void* param) const {
+int CPtrOver::GetCompCalibParam(CCnucFile::_CNUC_CALIBRATION* param) const {
     if (!param) return 0;
     std::memcpy(param, m_Header + kCompCalib, kCompCalibSize);
     return 1;
@@ -691,6 +706,16 @@ int CPtrOver::CopyHeaderPtr(CPtrOver* dst, const CPtrOver* src, int copyComment,
     const unsigned short maxLevel = dst->GetMaxLevel();
     if (dst->GetMinLUT() > maxLevel) dst->SetMinLUT(maxLevel);
     if (dst->GetMaxLUT() > maxLevel) dst->SetMaxLUT(maxLevel);
+    return 1;
+}
+
+int CPtrOver::FillHeaderInfoSetup() {
+    const CConfig config(1);
+    SetCamera(config.GetCamera().c_str());
+    SetLens(config.GetLens().c_str());
+    SetSerial(config.GetSerial().c_str());
+    SetLensReference(config.GetLensSerial().c_str());
+    SetDetector(config.GetDetector());
     return 1;
 }
 

@@ -17,12 +17,12 @@
 #include <string>
 #include <vector>
 
+#include "thermokit/calibration/CCalibrationRBF.h"
+#include "thermokit/calibration/CCnucFile.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/Endian.h"
 
 namespace thermokit {
-
-struct _SCalibrationRBF;
 
 // Offsets of the file-header fields, in bytes from the file's start.
 namespace PtrHeader {
@@ -464,11 +464,15 @@ public:
     // the path block is empty, the name).
     int GetFileCalibration(std::string* path) const;
     void RemoveFileCalibration();
+    // The radiometric law as the 44-byte film block of _SCalibrationRBF
+    // (its named fields, two further constants and a presence byte).
     int SetRBFCalibParam(const _SCalibrationRBF* param);
+    // 0 for a null pointer or when the film carries no law (the record is
+    // then filled with zeros), else 1.
     int GetRBFCalibParam(_SCalibrationRBF* param) const;
-    // The compensated-calibration record, a copy of 448 bytes.
-    int SetCompCalibParam(const void* param);
-    int GetCompCalibParam(void* param) const;
+    // The compensated-calibration record, a copy of all its 448 bytes.
+    int SetCompCalibParam(const CCnucFile::_CNUC_CALIBRATION* param);
+    int GetCompCalibParam(CCnucFile::_CNUC_CALIBRATION* param) const;
 
     // ---- Image header ----
     void GetImageTime(PTR_TIME* time) const;
