@@ -31,10 +31,11 @@ std::string TempDir() {
 
 // The 1,000-image 14-bit film of the reading benchmarks, made once.
 const std::string& Film() {
-    static const std::string name = [] {
-        std::string n = TempDir() + "thermokit_bench_film_" + std::to_string(::getpid()) + ".ptw";
+    // Never destroyed, so that the exit handler can still remove the file.
+    static const std::string& name = *[] {
+        auto* n = new std::string(TempDir() + "thermokit_bench_film_" + std::to_string(::getpid()) + ".ptw");
         CPtr film(kPoint, kLine, 14, 0, 1, 0);
-        film.SetFileName(n);
+        film.SetFileName(*n);
         const auto img = bench::MakeImage(kPoint, kLine);
         CFrame* f = film.GetFrame();
         for (int k = 0; k < kFrames; ++k) {
