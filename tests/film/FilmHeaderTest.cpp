@@ -640,10 +640,10 @@ TEST(FilmHeader, CalibrationBlocksRoundTrip) {
     EXPECT_EQ(load<uint32_t>(p.GetHeaderAddress(), 3020), 0u);  // the integration mode behind is untouched
     _SCalibrationRBF back {};
     EXPECT_EQ(p.GetRBFCalibParam(&back), 1);
-    EXPECT_EQ(back.m_byType, 2);
-    EXPECT_EQ(back.m_nOffset, -50);
-    EXPECT_EQ(back.m_fB, 1500.0f);
-    EXPECT_EQ(back.m_fParam39, 3.9f);
+    EXPECT_EQ(+back.m_byType, 2);
+    EXPECT_EQ(+back.m_nOffset, -50);
+    EXPECT_EQ(+back.m_fB, 1500.0f);
+    EXPECT_EQ(+back.m_fParam39, 3.9f);
     EXPECT_EQ(p.SetRBFCalibParam(nullptr), 0);
     EXPECT_EQ(p.GetRBFCalibParam(nullptr), 0);
 
