@@ -141,12 +141,14 @@ TEST(CalibrationCurve, ContextFieldsAndRuntimeClass) {
     EXPECT_EQ(c.GetLens(), "LENS-25mm");
     c.SetIntegration(1234.6f);
     EXPECT_EQ(c.GetIntegration(), 1234.6f);
-    EXPECT_EQ(c.GetHeader().m_wIntegration, 1235);
+    const uint16_t integration = c.GetHeader().m_wIntegration;
+    EXPECT_EQ(integration, 1235);
     c.SetIntegration(static_cast<unsigned short>(500));
     EXPECT_EQ(c.GetIntegration(), 500.0f);
     c.SetFormat(CRect(10, 20, 650, 532));
     EXPECT_EQ(c.GetFormat(), CRect(10, 20, 650, 532));
-    EXPECT_EQ(c.GetHeader().m_Format.width, 640);
+    const int16_t width = c.GetHeader().m_Format.width;  // copied: a packed field
+    EXPECT_EQ(width, 640);
     EXPECT_EQ(c.SetRectDetector(CRect(1, 2, 3, 4)), 1);
 
     EXPECT_STREQ(c.GetRuntimeClass()->m_lpszClassName, "CCalibration");

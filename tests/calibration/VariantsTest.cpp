@@ -64,9 +64,9 @@ TEST(RBFRecord, LayoutAndFilmBlock) {
     _SCalibrationRBF q;
     std::memset(&q, 0x55, sizeof q);
     EXPECT_EQ(q.FromFilmBlock(block), 1);
-    EXPECT_EQ(q.m_fParam39, 2.5f);
-    EXPECT_EQ(q.m_fParam43, 0.0f);  // does not travel with the film
-    EXPECT_EQ(q.m_fParam75, 0.0f);
+    EXPECT_EQ(+q.m_fParam39, 2.5f);
+    EXPECT_EQ(+q.m_fParam43, 0.0f);  // does not travel with the film
+    EXPECT_EQ(+q.m_fParam75, 0.0f);
     uint8_t cleared[44] = {};
     EXPECT_EQ(q.FromFilmBlock(cleared), 0);
 

@@ -192,7 +192,7 @@ int CCalibration::Delete(unsigned short index) {
     // that no later read goes past them.
     m_Header.m_wPoint = static_cast<uint16_t>(m_Header.m_wPoint - 1);
     const unsigned n = m_Header.m_wPoint;
-    EnsureSlots(n);
+    EnsureSlots(static_cast<size_t>(n) + 1);
     for (unsigned k = index; k < n; ++k) {
         m_pCurveX[k] = m_pCurveX[k + 1];
         m_pCurveY[k] = m_pCurveY[k + 1];
