@@ -373,6 +373,8 @@ TEST(LevelTable, EqualsInterpolateOnEveryLevel) {
             if (extrapolate == 0 || cal == &rbf) {
                 EXPECT_GT(failures, 0);
             }
+            // Apply runs the multiversioned lookup (the best instruction set of this
+            // machine); it must give bit for bit what Interpolate gives level by level.
             std::vector<float> viaTable(levels.size()), direct(levels.size()), small(50);
             ConvertLevels(cal, levels.data(), static_cast<long>(levels.size()), maxLevel, viaTable.data(), extrapolate, -1000.0f);
             // Short runs go pixel by pixel; both paths must agree bit for bit.
