@@ -50,6 +50,9 @@ int RunInfo(const std::string& path, bool points) {
     std::printf("format        x %d y %d width %d height %d\n", f.left, f.top, f.Width(), f.Height());
     std::printf("extensions    0x%02x\n", cal->GetExtensionTypes());
     std::printf("points        %u\n", static_cast<unsigned>(cal->GetSize()));
+    if (cal->GetExtendedClassCount() > 0)
+        std::printf("  curve regenerated at camera temperature %g (the stored housing value)\n",
+                    static_cast<double>(cal->GetCameraTemperature()));
     const float* X = cal->GetCurveX();
     const float* Y = cal->GetCurveY();
     if (points) {

@@ -42,8 +42,8 @@ TEST(Planck, BandRadianceMatchesFineIntegralLessTheOmittedLowerEnd) {
         const double fineQ = FineBandIntegral(b.T, b.l1, b.l2, 4, 3.0 * CPlanck::kPhotonFactor, 4000);
         EXPECT_GT(fineE - e, 0.5 * omittedE);  // the result really lacks the end point
         // What remains is the 20-interval Simpson error, far below the omitted term.
-        EXPECT_NEAR(e + omittedE, fineE, 2e-3 * omittedE) << b.T << " " << b.l1;
-        EXPECT_NEAR(q + omittedQ, fineQ, 2e-3 * omittedQ) << b.T << " " << b.l1;
+        EXPECT_NEAR(e + omittedE, fineE, 3e-3 * omittedE) << b.T << " " << b.l1;
+        EXPECT_NEAR(q + omittedQ, fineQ, 3e-3 * omittedQ) << b.T << " " << b.l1;
         EXPECT_NEAR(e + omittedE, fineE, 5e-5 * fineE);
     }
     // A known figure: 3-5 um at 300 K is close to 1.9 W.m-2.sr-1.
