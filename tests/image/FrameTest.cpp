@@ -256,8 +256,8 @@ TEST(Frame, ProcessRotationRefusesAndLeavesTheFrameAlone) {
 }
 
 TEST(Frame, QuarterTurnsOnSizesOffTheVectorGrid) {
-    // 37 x 21 and 64 x 24: blocks of 8 plus left-over strips.
-    for (auto [p, l] : {std::pair{37, 21}, std::pair{64, 24}, std::pair{8, 9}, std::pair{1, 13}}) {
+    // Blocks of 8 plus left-over strips; lines of 2 KiB take the flat tiles.
+    for (auto [p, l] : {std::pair{37, 21}, std::pair{64, 24}, std::pair{8, 9}, std::pair{1, 13}, std::pair{1024, 21}}) {
         CFrame src(p, l, 16, 0, 0);
         for (long i = 0; i < src.GetSize(); ++i) src.GetBuffer()[i] = static_cast<unsigned short>(i * 7 + 3);
         CFrame cw(l, p, 16, 0, 0), ccw(l, p, 16, 0, 0);
