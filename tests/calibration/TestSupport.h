@@ -1,6 +1,7 @@
 #pragma once
 // Helpers shared by the calibration tests.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <fstream>
