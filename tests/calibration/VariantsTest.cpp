@@ -10,6 +10,7 @@
 #include "thermokit/calibration/CCalibrationEx.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/image/CFrame.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/Messages.h"
 
@@ -396,3 +397,20 @@ TEST(LevelTable, EqualsInterpolateOnEveryLevel) {
     CLevelTable nanTable(curve, 0x3FFF, 0);
     EXPECT_TRUE(std::isnan(nanTable.Value(0)));
 }
+
+TEST(LevelTable, WholeFrameMasksWithItsBitDepth) {
+    CCalibration curve("CAM", 0);
+    curve.Add(0.0f, 0.0f);
+    curve.Add(4095.0f, 100.0f);
+    std::vector<unsigned short> pixels = {0, 4095, 4096 + 10, 0xFFFF, 2000, 1};
+    CFrame frame(pixels.data(), 3, 2, 12, 0, 0);
+    std::vector<float> out(6, -1.0f);
+    ConvertFrame(curve, frame, out.data());
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        float y = 0.0f;
+        ASSERT_EQ(curve.Interpolate(static_cast<float>(pixels[i] & 0x0FFF), &y, 1), 1);
+        EXPECT_EQ(out[i], y) << i;
+    }
+    EXPECT_FLOAT_EQ(out[2], out[5] * 10.0f);  // 4106 & 4095 = 10
+}
+
