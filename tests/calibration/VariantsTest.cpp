@@ -272,6 +272,20 @@ TEST(Compensated, CameraTemperatureDriftIsUndone) {
     float it = 0.0f;
     ASSERT_EQ(comp.ConvTempDlToIt(35.0f, 200.0f, &it, 0), 1);
     EXPECT_FLOAT_EQ(it, static_cast<float>(1000.0 + (level - 1000.0) * 2.0));
+    // Through the base class's virtual contract: level tables and curve refresh see the compensation.
+    const CCalibration& asBase = comp;
+    CLevelTable table(asBase, 0x3FFF, 0);
+    float direct = 0.0f;
+    comp.Interpolate(8000.0f, &direct, 0);
+    EXPECT_EQ(table.Value(8000), direct);
+    comp.Add(0.0f, 20.0f);
+    comp.Add(0.0f, 30.0f);
+    comp.Add(0.0f, 40.0f);
+    const float* x = comp.GetCurveX();  // every point, not only the first two
+    float expected = 0.0f;
+    comp.FindAbscisse(40.0f, &expected, 1);
+    EXPECT_EQ(x[2], expected);
+    EXPECT_GT(x[2], x[1]);
     // Outside the record's camera-temperature range: refused.
     comp.SetCameraTemperature(350.0f, 0);
     EXPECT_EQ(comp.Interpolate(8000.0f, &tc, 0), 0);
