@@ -18,6 +18,7 @@
 #include "thermokit/platform/CWnd.h"
 #include "thermokit/platform/Display.h"
 #include "thermokit/platform/Messages.h"
+#include "thermokit/platform/PngWriter.h"
 
 using namespace thermokit;
 
@@ -339,6 +340,23 @@ TEST(Png, CanvasAndBitmapRoundTrip) {
     EXPECT_EQ(last[1], (p >> 8) & 0xFF);
     EXPECT_EQ(last[2], p & 0xFF);
     std::remove(bitPath.c_str());
+
+    // A memory context's own bitmap.
+    CBitmap surface;
+    ASSERT_EQ(surface.CreateBitmap(3, 2, 1, 32, nullptr), 1);
+    CDC memory;
+    memory.CreateCompatibleDC(nullptr);
+    memory.SelectObject(&surface);
+    memory.FillSolidRect(1, 0, 2, 2, Rgb(200, 100, 50));
+    const std::string dcPath = TempPath("dc.png");
+    ASSERT_EQ(PngWriter::WriteBitmap(dcPath.c_str(), &surface), 1);
+    rgb = ReadPngRgb(dcPath, w, h);
+    ASSERT_EQ(rgb.size(), 18u);
+    EXPECT_EQ(rgb[0] + rgb[1] + rgb[2], 0);
+    EXPECT_EQ(rgb[15], 200);
+    EXPECT_EQ(rgb[16], 100);
+    EXPECT_EQ(rgb[17], 50);
+    std::remove(dcPath.c_str());
 
     // Failures: unwritable path, geometry larger than the bitmap; no file is left behind.
     EXPECT_EQ(wnd.SavePng("/nonexistent-dir/x.png"), 0);
