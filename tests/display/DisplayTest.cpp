@@ -153,6 +153,9 @@ TEST(DeviceContext, NearestNeighbourStretchClipAndFill) {
     // the bottom-right quarter of the 20 x 12 stretch.
     EXPECT_EQ(dc->StretchBlt(CRect(-10, -6, 10, 6), src, 2, 2, 2, CRect(0, 0, 2, 2)), 1);
     EXPECT_EQ(wnd.GetCanvasPixel(9, 5), Rgb(4, 0, 0));
+    // Rectangles wider than 32 bits can count keep their arithmetic exact.
+    EXPECT_EQ(dc->StretchBlt(CRect(-2000000000, 0, 2000000000, 6), src, 2, 2, 2, CRect(0, 0, 2, 2)), 1);
+    EXPECT_EQ(wnd.GetCanvasPixel(0, 0), Rgb(2, 0, 0));  // the middle of the stretch: column 1
     // Fills respect the clip region.
     CRgn region;
     region.CreateRectRgn(2, 2, 4, 4);
