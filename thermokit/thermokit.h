@@ -1,6 +1,14 @@
 #pragma once
 // Umbrella header: everything the library offers.
 #include "thermokit/platform/AlignedBuffer.h"
+#include "thermokit/platform/CBitmap.h"
+#include "thermokit/platform/CBrush.h"
+#include "thermokit/platform/CDC.h"
+#include "thermokit/platform/COLORREF.h"
+#include "thermokit/platform/CPalette.h"
+#include "thermokit/platform/CWnd.h"
+#include "thermokit/platform/Display.h"
+#include "thermokit/platform/PngWriter.h"
 #include "thermokit/platform/CPoint.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
@@ -23,3 +31,8 @@
 #include "thermokit/calibration/CCalibrationComp.h"
 #include "thermokit/calibration/CCalibrationEx.h"
 #include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/display/CBit.h"
+#include "thermokit/display/CBit24.h"
+#include "thermokit/display/CLogPalette.h"
+#include "thermokit/display/CLut.h"
+#include "thermokit/display/CLut24.h"
