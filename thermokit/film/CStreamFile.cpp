@@ -145,6 +145,7 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
     m_nWriterBank = m_nBankNumber - 1;  // the thread's first bank is bank 0
     m_nPending = 0;
     m_bError = 0;
+    m_bDirty = false;
     m_bDirect = direct;
     m_strFileName = name;
     m_hFile = fd;
@@ -242,6 +243,7 @@ int CStreamFile::Write(const void* data, unsigned long size, unsigned long* writ
         const unsigned long n = std::min<unsigned long>(left, m_nBankSize - m_nBankOffset);
         std::memcpy(bank + m_nBankOffset, src, n);
         m_nBankOffset += static_cast<uint32_t>(n);
+        m_bDirty = true;
         src += n;
         left -= n;
         if (written) *written += n;
@@ -251,6 +253,7 @@ int CStreamFile::Write(const void* data, unsigned long size, unsigned long* writ
             m_hWorkEvent->Set();
             SetNextBank(m_pLock);
             m_nBankOffset = 0;
+            m_bDirty = false;
         }
     }
     const int ok = left == 0 && !m_bError;
@@ -289,6 +292,7 @@ bool CStreamFile::WritePartialBank(bool exactEnd) {
     const int64_t length = exactEnd ? end : std::max<int64_t>(st.st_size, end);
     if (ftruncate(m_hFile, static_cast<off_t>(length)) != 0) ok = false;
     if (lseek(m_hFile, start, SEEK_SET) != start) ok = false;
+    if (ok) m_bDirty = false;  // the bank stays current; its bytes are in the file
     return ok;
 }
 
@@ -297,7 +301,7 @@ int CStreamFile::WriteSynchro(const void* data, unsigned long size, unsigned lon
     if (m_hFile < 0) return 0;
     m_pLock->Lock();
     if (!CanWrite(m_pLock, 1)) ok = 0;
-    if (ok && m_nBankOffset > 0 && !WritePartialBank(false)) ok = 0;
+    if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
     if (m_bError) ok = 0;
     m_pLock->Unlock();
     return ok;
@@ -307,7 +311,7 @@ int CStreamFile::Flush() {
     if (m_hFile < 0) return 0;
     m_pLock->Lock();
     int ok = CanWrite(m_pLock, 1);
-    if (ok && m_nBankOffset > 0 && !WritePartialBank(false)) ok = 0;
+    if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
     if (ok && fdatasync(m_hFile) != 0) ok = 0;
     if (m_bError) ok = 0;
     m_pLock->Unlock();
@@ -319,11 +323,11 @@ int CStreamFile::SetEndOfFile() {
     m_pLock->Lock();
     int ok = CanWrite(m_pLock, 1);
     if (ok) {
-        if (m_nBankOffset > 0) {
+        if (m_bDirty) {
             ok = WritePartialBank(true);
         } else {
             const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
-            ok = pos >= 0 && ftruncate(m_hFile, pos) == 0;
+            ok = pos >= 0 && ftruncate(m_hFile, pos + static_cast<off_t>(m_nBankOffset)) == 0;
         }
     }
     if (m_bError) ok = 0;
@@ -335,7 +339,7 @@ int CStreamFile::Truncate(int64_t size) {
     if (m_hFile < 0 || size < 0) return 0;
     m_pLock->Lock();
     int ok = CanWrite(m_pLock, 1);
-    if (ok && m_nBankOffset > 0 && !WritePartialBank(false)) ok = 0;
+    if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
     if (ok) {
         const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
         const int64_t logical = static_cast<int64_t>(pos) + m_nBankOffset;
@@ -350,7 +354,7 @@ unsigned long CStreamFile::Read(void* data, unsigned long size) {
     if (m_hFile < 0 || !data) return 0;
     m_pLock->Lock();
     unsigned long done = 0;
-    if (CanWrite(m_pLock, 1) && (m_nBankOffset == 0 || WritePartialBank(false))) {
+    if (CanWrite(m_pLock, 1) && (!m_bDirty || WritePartialBank(false))) {
         const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
         struct stat st {};
         if (pos >= 0 && fstat(m_hFile, &st) == 0) {
@@ -381,7 +385,7 @@ int64_t CStreamFile::SetFilePointer(int64_t position, unsigned long method) {
     int64_t r = -1;
     // Everything written so far goes to the file first, a partly filled bank
     // included, so that moving never drops data.
-    if (CanWrite(m_pLock, 1) && (m_nBankOffset == 0 || WritePartialBank(false)))
+    if (CanWrite(m_pLock, 1) && (!m_bDirty || WritePartialBank(false)))
         r = SetFilePointerLocked(position, method);
     m_pLock->Unlock();
     return r;
@@ -389,9 +393,18 @@ int64_t CStreamFile::SetFilePointer(int64_t position, unsigned long method) {
 
 int64_t CStreamFile::SetFilePointerLocked(int64_t position, unsigned long method) {
     if (method > FILE_END) return -1;
-    const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : SEEK_END;
+    if (method == FILE_CURRENT) {
+        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
+        if (pos < 0) return -1;
+        position += static_cast<int64_t>(pos) + m_nBankOffset;
+    } else if (method == FILE_END) {
+        struct stat st {};
+        if (fstat(m_hFile, &st) != 0) return -1;
+        position += st.st_size;
+    }
+    if (position < 0) return -1;
     const int64_t aligned = AlignDown(position, m_nBankSize);
-    const off_t moved = lseek(m_hFile, static_cast<off_t>(aligned), whence);
+    const off_t moved = lseek(m_hFile, static_cast<off_t>(aligned), SEEK_SET);
     if (moved < 0) return -1;
     const int64_t offset = position - aligned;
     if (offset != 0) {
@@ -401,6 +414,7 @@ int64_t CStreamFile::SetFilePointerLocked(int64_t position, unsigned long method
         if (lseek(m_hFile, moved, SEEK_SET) != moved) return -1;
     }
     m_nBankOffset = static_cast<uint32_t>(offset);
+    m_bDirty = false;
     return static_cast<int64_t>(moved) + offset;
 }
 
@@ -430,8 +444,9 @@ int CStreamFile::CloseFile() {
     if (m_hFile < 0) return 1;
     if (!m_pLock->Lock()) return 0;
     CanWrite(m_pLock, 1);
-    if (m_nBankOffset > 0) WritePartialBank(false);
+    if (m_bDirty) WritePartialBank(false);
     FreeBanks();
+    m_bDirty = false;
     m_nBankOffset = 0;
     close(m_hFile);
     m_hFile = -1;

@@ -70,9 +70,12 @@ public:
     // Reads at the logical position (after putting pending data into the
     // file) and moves the position on; returns the bytes read.
     unsigned long Read(void* data, unsigned long size);
-    // Moves the logical position; returns it, or -1. The file itself moves
-    // to the bank boundary below; inside a bank, the bank is first read back
-    // so that a rewritten bank keeps the bytes before the position.
+    // Moves the logical position; returns it, or -1. FILE_CURRENT counts
+    // from the logical position (bytes in a partly filled bank included),
+    // FILE_END from the file's length. The file itself moves to the bank
+    // boundary at or below the position; inside a bank, the bank is first
+    // read back so that a rewritten bank keeps the bytes before the
+    // position.
     int64_t SetFilePointer(int64_t position, unsigned long method);
     // The 32-bit-pair form: high (when given) carries the upper half in and
     // out; returns the lower half, 0xFFFFFFFF on failure.
@@ -136,6 +139,7 @@ private:
     size_t m_nBlockSize = 0;
     unsigned char* m_pScratch = nullptr;
     bool m_bDirect = false;
+    bool m_bDirty = false;  // the caller has put bytes into the current bank
 };
 
 }  // namespace thermokit
