@@ -127,7 +127,7 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
 
     m_pLock->Lock();
     const size_t block = (static_cast<size_t>(m_nBankNumber) + 1) * bankSize;
-    void* p = mmap(nullptr, block, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* p = mmap(nullptr, block, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);  // no page faults while recording
     if (p == MAP_FAILED) {
         m_pLock->Unlock();
         close(fd);
@@ -216,6 +216,12 @@ int CStreamFile::CanWrite(CCriticalSection* lock, int banksNeeded) {
     if (m_hFile < 0) return 0;
     for (;;) {
         if (m_nPending < banksNeeded) return 1;
+        // The thread sets the done event after every bank but resets it only
+        // when it wakes for new work; reset it here, under the lock, so that
+        // the wait sleeps until the next bank is written instead of spinning
+        // on an earlier signal. No bank can be missed: the thread sets the
+        // event under the lock after each one.
+        m_hDoneEvent->Reset();
         lock->Unlock();
         m_hDoneEvent->Wait(kInfinite);
         if (!lock->Lock()) return 0;
@@ -241,7 +247,13 @@ int CStreamFile::Write(const void* data, unsigned long size, unsigned long* writ
         unsigned char* bank = GetFreeBank(m_pLock);
         if (!bank) break;
         const unsigned long n = std::min<unsigned long>(left, m_nBankSize - m_nBankOffset);
-        std::memcpy(bank + m_nBankOffset, src, n);
+        // The current bank is the caller's alone (the thread writes pending
+        // banks only): copy without the lock, so that the thread can hand
+        // the next bank to the disk meanwhile.
+        const uint32_t offset = m_nBankOffset;
+        m_pLock->Unlock();
+        std::memcpy(bank + offset, src, n);
+        m_pLock->Lock();
         m_nBankOffset += static_cast<uint32_t>(n);
         m_bDirty = true;
         src += n;
