@@ -55,6 +55,8 @@ public:
     std::atomic<int> writes{0};
     int failAfter = -1;  // banks written before every write fails
     int delayMs = 0;
+    // The writer thread calls DiskWrite: close while this class still exists.
+    ~TestDisk() override { CloseFile(); }
 
 protected:
     long DiskWrite(const void* data, unsigned long size) override {

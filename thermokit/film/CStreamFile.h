@@ -105,7 +105,9 @@ protected:
     // The writer thread's body.
     static unsigned MyThreadProc(void* param);
     // The one disk write of a whole bank at the file position; returns the
-    // bytes written or -1. Overridable so that a failing disk can be shown.
+    // bytes written or -1. Overridable so that a failing disk can be shown;
+    // a class that overrides it calls CloseFile in its own destructor, since
+    // the writer thread may still call it while the file closes.
     virtual long DiskWrite(const void* data, unsigned long size);
 
     CCriticalSection* m_pLock = nullptr;
