@@ -134,6 +134,26 @@ TEST(StreamFile, RoundTripThroughBanksWithExactLength) {
     }
 }
 
+// Large pieces take the cache-bypassing copy: odd source and bank offsets,
+// a piece larger than a bank, and a tail that is not a multiple of 64.
+TEST(StreamFile, LargePiecesAtOddOffsets) {
+    const std::string name = TempName("large");
+    const unsigned long bank = 256 * 1024;
+    const auto data = Pattern(5 * bank + 4321, 77);
+    CStreamFile s;
+    ASSERT_EQ(s.SetBankNumber(2), 1);
+    ASSERT_EQ(s.OpenFile(name, bank), 1);
+    unsigned long written = 0;
+    ASSERT_EQ(s.Write(data.data(), 7, &written), 1);
+    ASSERT_EQ(s.Write(data.data() + 7, 3 * bank + 100001, &written), 1);
+    const size_t at = 7 + 3 * bank + 100001;
+    ASSERT_EQ(s.Write(data.data() + at, static_cast<unsigned long>(data.size() - at), &written), 1);
+    EXPECT_EQ(s.SetEndOfFile(), 1);
+    EXPECT_EQ(s.CloseFile(), 1);
+    EXPECT_EQ(ReadAll(name), data);
+    std::remove(name.c_str());
+}
+
 TEST(StreamFile, UnalignedRepositionKeepsBytesBeforeAndAfter) {
     const unsigned long bank = 4096;
     const std::string name = TempName("reposition");
