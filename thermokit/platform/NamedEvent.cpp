@@ -29,6 +29,14 @@ using Clock = std::chrono::steady_clock;
 
 constexpr long kMutexPollMs = 4;  // how often a multiple wait tries its mutexes
 
+// One entry of futex_waitv (struct futex_waitv of the kernel).
+struct WaitvEntry {
+    uint64_t val;
+    uint64_t uaddr;
+    uint32_t flags;
+    uint32_t reserved;
+};
+
 uint32_t* Word(std::atomic<uint32_t>* a) { return reinterpret_cast<uint32_t*>(a); }
 
 // Shared futexes: the word may sit in memory mapped by several processes.
@@ -172,8 +180,12 @@ int WaitForObjects(const WaitObject* objects, int count, unsigned long timeoutMs
             return kWaitFailed;
         if (!objects[i].event) anyMutex = true;
     }
+#if defined(SYS_futex_waitv)
     static std::atomic<bool> haveWaitv{true};  // futex_waitv needs Linux 5.16
-    futex_waitv waits[64] = {};
+#else
+    static std::atomic<bool> haveWaitv{false};
+#endif
+    WaitvEntry waits[64] = {};
     for (;;) {
         int nwait = 0;
         for (int i = 0; i < count; ++i)
@@ -217,8 +229,10 @@ int WaitForObjects(const WaitObject* objects, int count, unsigned long timeoutMs
                 }
                 pat = &at;
             }
+#if defined(SYS_futex_waitv)
             if (syscall(SYS_futex_waitv, waits, nwait, 0, pat, CLOCK_MONOTONIC) < 0 && errno == ENOSYS)
                 haveWaitv = false;
+#endif
             continue;
         }
         // Older kernels: sleep on the first event, a little at a time.
