@@ -192,6 +192,29 @@ TEST(StreamFile, UnalignedRepositionKeepsBytesBeforeAndAfter) {
     std::remove(name.c_str());
 }
 
+// How a film is streamed: a header, images after it, the exact end fixed,
+// then the header written again with the image count; the images stay.
+TEST(StreamFile, HeaderRewrittenAfterImages) {
+    const std::string name = TempName("film");
+    const size_t header = 3476, image = 1016 + 2 * 320 * 256;
+    auto data = Pattern(header + 5 * image, 21);
+    CStreamFile s;
+    ASSERT_EQ(s.SetBankNumber(3), 1);
+    ASSERT_EQ(s.OpenFile(name, 64 * 1024), 1);
+    unsigned long written = 0;
+    ASSERT_EQ(s.Write(data.data(), static_cast<unsigned long>(header), &written), 1);
+    for (int i = 0; i < 5; ++i)
+        ASSERT_EQ(s.Write(data.data() + header + i * image, static_cast<unsigned long>(image), &written), 1);
+    EXPECT_EQ(s.SetEndOfFile(), 1);
+    EXPECT_EQ(s.SetFilePointer(int64_t{0}, CStreamFile::FILE_BEGIN), 0);
+    const auto newHeader = Pattern(header, 22);
+    ASSERT_EQ(s.Write(newHeader.data(), static_cast<unsigned long>(header), &written), 1);
+    EXPECT_EQ(s.CloseFile(), 1);
+    std::copy(newHeader.begin(), newHeader.end(), data.begin());
+    EXPECT_EQ(ReadAll(name), data);
+    std::remove(name.c_str());
+}
+
 TEST(StreamFile, PairFormSplitsTheSixtyFourBitPosition) {
     const std::string name = TempName("pair");
     CStreamFile s;
