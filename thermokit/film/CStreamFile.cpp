@@ -108,6 +108,13 @@ CStreamFile::~CStreamFile() {
     delete m_pLock;
 }
 
+int CStreamFile::GetError() const {
+    m_pLock->Lock();
+    const int error = m_bError;
+    m_pLock->Unlock();
+    return error;
+}
+
 int CStreamFile::SetBankNumber(int n) {
     if (m_hFile >= 0 || n < 1 || n > kMaxBanks) return 0;
     m_pLock->Lock();

@@ -85,7 +85,8 @@ public:
     int CloseFile();
 
     int IsOpen() const { return m_hFile >= 0; }
-    int GetError() const { return m_bError; }
+    // The sticky error flag: a background write has failed since OpenFile.
+    int GetError() const;
     bool IsDirect() const { return m_bDirect; }
     int GetBankNumber() const { return m_nBankNumber; }
     unsigned long GetBankSize() const { return m_nBankSize; }
