@@ -72,6 +72,23 @@ void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) {
     std::memcpy(dst, src, n);
 }
 
+constexpr size_t kHugePage = size_t{2} << 20;
+
+// The banks start on a 2 MiB boundary and ask for huge pages: a direct
+// write then hands the disk a few large physically contiguous pieces
+// instead of a thousand 4 KiB ones, which makes each bank write markedly
+// faster. Then every page is touched, so that recording never takes a
+// page fault. Both requests are hints: without them the banks still work.
+void PrepareBanks(unsigned char* banks, size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+    madvise(banks, bytes, MADV_HUGEPAGE);
+#endif
+#if defined(MADV_POPULATE_WRITE)
+    if (madvise(banks, bytes, MADV_POPULATE_WRITE) == 0) return;
+#endif
+    std::memset(banks, 0, bytes);
+}
+
 void RaisePriority() {
     // Real-time round robin when permitted, else a better nice value, else
     // the normal priority: all three keep working.
@@ -166,18 +183,20 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
     }
 
     m_pLock->Lock();
-    const size_t block = (static_cast<size_t>(m_nBankNumber) + 1) * bankSize;
-    void* p = mmap(nullptr, block, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);  // no page faults while recording
-    if (p == MAP_FAILED) {
+    const size_t banksBytes = (static_cast<size_t>(m_nBankNumber) + 1) * bankSize;
+    void* raw = mmap(nullptr, banksBytes + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) {
         m_pLock->Unlock();
         close(fd);
         return 0;
     }
-    m_pBlock = p;
-    m_nBlockSize = block;
+    m_pBlock = raw;
+    m_nBlockSize = banksBytes + kHugePage;
+    unsigned char* p = static_cast<unsigned char*>(raw) + (kHugePage - reinterpret_cast<uintptr_t>(raw) % kHugePage) % kHugePage;
+    PrepareBanks(p, banksBytes);
     m_pBanks = new unsigned char*[static_cast<size_t>(m_nBankNumber)];
-    for (int i = 0; i < m_nBankNumber; ++i) m_pBanks[i] = static_cast<unsigned char*>(p) + static_cast<size_t>(i) * bankSize;
-    m_pScratch = static_cast<unsigned char*>(p) + static_cast<size_t>(m_nBankNumber) * bankSize;
+    for (int i = 0; i < m_nBankNumber; ++i) m_pBanks[i] = p + static_cast<size_t>(i) * bankSize;
+    m_pScratch = p + static_cast<size_t>(m_nBankNumber) * bankSize;
     m_nBankSize = static_cast<uint32_t>(bankSize);
     m_nWriteSize = m_nBankSize;
     m_nBankOffset = 0;

@@ -46,7 +46,8 @@ public:
     // write (below 4 GiB). Writes bypass the page cache (O_DIRECT) when the
     // file system accepts it and the bank size is a multiple of its block
     // alignment; otherwise they are plain writes (IsDirect tells). The
-    // banks are one page-aligned block; the writer thread is started on the
+    // banks are one block on a 2 MiB boundary, backed by huge pages where
+    // the system allows, touched in advance; the writer thread is started on the
     // first open, at a raised priority where the system permits. Returns 0
     // when a file is already open, the bank size is 0 or the system refuses.
     int OpenFile(const std::string& name, unsigned long bankSize = kDefaultBankSize,
