@@ -256,8 +256,8 @@ TEST(Frame, ProcessRotationRefusesAndLeavesTheFrameAlone) {
 }
 
 TEST(Frame, QuarterTurnsOnSizesOffTheVectorGrid) {
-    // 37 x 21 and 64 x 24: blocks of 8 plus left-over strips.
-    for (auto [p, l] : {std::pair{37, 21}, std::pair{64, 24}, std::pair{8, 9}, std::pair{1, 13}}) {
+    // Blocks of 8 plus left-over strips; lines of 2 KiB take the flat tiles.
+    for (auto [p, l] : {std::pair{37, 21}, std::pair{64, 24}, std::pair{8, 9}, std::pair{1, 13}, std::pair{1024, 21}}) {
         CFrame src(p, l, 16, 0, 0);
         for (long i = 0; i < src.GetSize(); ++i) src.GetBuffer()[i] = static_cast<unsigned short>(i * 7 + 3);
         CFrame cw(l, p, 16, 0, 0), ccw(l, p, 16, 0, 0);
@@ -377,4 +377,46 @@ TEST(Frame, CleanDoubleBufferStatisticsFromTheRepairedCopy) {
     ASSERT_EQ(CFrame::CleanDoubleBuffer(in9.data(), 9, ref9.data(), 0.1, 1, 1.0, nullptr), 1);
     EXPECT_EQ(out9, ref9);
     CFrame::SetBadPixelReplacement(previous);
+}
+
+TEST(Frame, StretchColumnPatternsEqualTheIndexRule) {
+    // Halving, doubling, same width and arbitrary ratios take different
+    // loops; all must give src[trunc(j * h / Line + top)][trunc(i * w / Point + left)].
+    CFrame src(36, 21, 16, 0, 0);
+    for (long i = 0; i < src.GetSize(); ++i) src.GetBuffer()[i] = static_cast<unsigned short>(i * 13 + 1);
+    const CRect rects[] = {CRect(0, 0, 36, 21), CRect(3, 2, 21, 20), CRect(1, 0, 36, 21)};
+    for (const CRect& rect : rects) {
+        for (auto [p, l] : {std::pair{18, 10}, std::pair{36, 42}, std::pair{72, 5}, std::pair{35, 21},
+                            std::pair{9, 9}, std::pair{71, 43}, std::pair{1, 1}}) {
+            CFrame dst(p, l, 16, 0, 0);
+            CRect r = rect;
+            ASSERT_EQ(dst.Stretch(&src, &r), 1);
+            const double xr = static_cast<double>(rect.Width()) / p, yr = static_cast<double>(rect.Height()) / l;
+            int bad = 0;
+            for (int j = 0; j < l; ++j)
+                for (int i = 0; i < p; ++i) {
+                    const int x = static_cast<int>(i * xr + rect.left), y = static_cast<int>(j * yr + rect.top);
+                    bad += dst.GetPixel(i, j) != src.GetPixel(x, y);
+                }
+            EXPECT_EQ(bad, 0) << p << " x " << l << " from " << rect.left << "," << rect.top;
+        }
+    }
+    // A frame stretched from itself reads the pixels as they were.
+    CFrame self(4, 1, 16, 0, 0);
+    const unsigned short row[] = {1, 2, 3, 4};
+    self.SetFrame(const_cast<unsigned short*>(row));
+    CRect right(2, 0, 4, 1);
+    ASSERT_EQ(self.Stretch(&self, &right), 1);
+    EXPECT_EQ(self.GetPixel(0, 0), 3);
+    EXPECT_EQ(self.GetPixel(1, 0), 3);
+    EXPECT_EQ(self.GetPixel(3, 0), 4);
+    // A square frame turned into itself.
+    CFrame sq(2, 2, 16, 0, 0);
+    const unsigned short four[] = {1, 2, 3, 4};
+    sq.SetFrame(const_cast<unsigned short*>(four));
+    ASSERT_EQ(sq.ProcessRotation(&sq, 90), 1);
+    EXPECT_EQ(sq.GetPixel(0, 0), 3);
+    EXPECT_EQ(sq.GetPixel(1, 0), 1);
+    ASSERT_EQ(sq.ProcessRotation(&sq, 180), 1);
+    EXPECT_EQ(sq.GetPixel(0, 0), 2);
 }

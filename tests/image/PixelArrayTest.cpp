@@ -14,7 +14,12 @@ using namespace thermokit;
 
 namespace {
 
+// 113-bit binary floating point.
+#if defined(__x86_64__)
 __extension__ typedef __float128 Quad;
+#else
+typedef long double Quad;  // binary128 on 64-bit ARM Linux
+#endif
 
 std::vector<unsigned short> Noise(size_t n, uint32_t seed, unsigned short mask = 0xFFFF) {
     std::vector<unsigned short> v(n);
@@ -510,7 +515,9 @@ TEST(PixelArray, InterlacedFieldsRoundTrip) {
                                                      f[3].data(), point, static_cast<unsigned short>(lines));
             ASSERT_EQ(ok, 1);
             // Field f holds the lines f, f + k, ...
-            EXPECT_EQ(f[1][0], combined[point * 1]);
+            if (lines > 1) {
+                EXPECT_EQ(f[1][0], combined[point * 1]);
+            }
             if (lines > k) {
                 EXPECT_EQ(f[0][point], combined[point * k]);
             }
