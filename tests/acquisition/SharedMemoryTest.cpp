@@ -208,8 +208,12 @@ TEST(SharedMemory, ThirdPartyRefusedOwnerOnlyAndNormalClose) {
         return t.Open(name.c_str(), kBlock, 100) ? 1 : 0;
     });
     EXPECT_EQ(Join(third), 0);
-    CSharedMemory sameProcess;
-    EXPECT_FALSE(sameProcess.Open(name.c_str(), kBlock, 100));  // this thread holds one side
+    bool otherThread = true;  // another thread of a holding process is a third party too
+    std::thread([&] {
+        CSharedMemory t;
+        otherThread = t.Open(name.c_str(), kBlock, 100);
+    }).join();
+    EXPECT_FALSE(otherThread);
 
     for (const auto& n : ObjectNames(name)) {
         struct stat st {};
@@ -262,10 +266,10 @@ TEST(SharedMemory, ResultCodesBetweenTwoThreads) {
         unsigned char in[32] = {};
         // A read too long for the block size leaves the block for a right one.
         while (step < 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        if (b.Read(in, 17, 1000) != 4) return;
-        if (b.Read(in, 16, 1000) != 0 || in[0] != 0xAB || in[15] != 0xCD) return;
+        if (b.Read(in, 17, 5000) != 4) return;
+        if (b.Read(in, 16, 5000) != 0 || in[0] != 0xAB || in[15] != 0xCD) return;
         // Queued blocks arrive whole: the bytes past the length are zeros.
-        if (b.Read(in, 16, 1000) != 0 || in[0] != 0x11 || in[3] != 0 || in[15] != 0) return;
+        if (b.Read(in, 16, 5000) != 0 || in[0] != 0x11 || in[3] != 0 || in[15] != 0) return;
         step = 3;
         while (!stop) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         b.Close();

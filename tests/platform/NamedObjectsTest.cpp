@@ -106,8 +106,10 @@ TEST(NamedObjects, AutoResetEventHandsASetToAWaiter) {
     // A blocked waiter gets the Set; the setter's zero wait finds nothing.
     std::atomic<int> got{-1};
     std::thread waiter([&] { got = b.Wait(5000) ? 1 : 0; });
-    std::this_thread::sleep_for(50ms);
+    for (int i = 0; i < 2000 && a.WaitingThreads() == 0; ++i) std::this_thread::sleep_for(1ms);
+    ASSERT_EQ(a.WaitingThreads(), 1);
     ASSERT_TRUE(a.Set());
+    EXPECT_EQ(a.WaitingThreads(), 0);  // handed over, even before the waiter runs
     EXPECT_FALSE(a.Wait(0));
     waiter.join();
     EXPECT_EQ(got.load(), 1);

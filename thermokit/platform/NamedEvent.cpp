@@ -120,6 +120,13 @@ bool NamedEvent::Reset() {
     return true;
 }
 
+int NamedEvent::WaitingThreads() const {
+    if (!m_pCore || !LockRobust(&m_pCore->lock)) return 0;
+    const int n = static_cast<int>(m_pCore->waiters - m_pCore->handoffs);
+    pthread_mutex_unlock(&m_pCore->lock);
+    return n;
+}
+
 bool NamedEvent::TryConsume() {
     if (!m_pCore || !LockRobust(&m_pCore->lock)) return false;
     const bool was = m_pCore->signalled != 0;

@@ -40,6 +40,8 @@ public:
     // (0: only tests; kInfinite: no limit). An auto-reset event is
     // consumed by the successful wait.
     bool Wait(unsigned long timeoutMs = kInfinite);
+    // Threads (of every process) blocked in Wait on this event right now.
+    int WaitingThreads() const;
 
     struct Core;  // the shared state, defined with the code
 
