@@ -17,7 +17,9 @@
 //
 // Open and Close must be called on the same thread: the side mutex belongs
 // to the thread that took it, and a thread that ends while holding it makes
-// its partner see it gone.
+// its partner see it gone. Like the host system's mutexes it is recursive:
+// a second mailbox opened on the thread that holds a side takes that same
+// side again, so two parties in one process use two threads.
 #include <cstdint>
 #include <string>
 #include <thread>
