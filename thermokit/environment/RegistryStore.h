@@ -111,7 +111,11 @@ public:
     RegistryKey(std::nullptr_t) {}
 
     explicit operator bool() const { return m_store != nullptr; }
-    bool operator==(const RegistryKey& other) const { return m_store == other.m_store && m_id == other.m_id; }
+    // The same key of the same database file (through any handle).
+    bool operator==(const RegistryKey& other) const {
+        if (!m_store || !other.m_store) return m_store == other.m_store;
+        return m_id == other.m_id && m_store->GetPath() == other.m_store->GetPath();
+    }
     bool operator==(std::nullptr_t) const { return m_store == nullptr; }
 
     // The root key of a store; write asks for read-and-write access (and
