@@ -81,9 +81,15 @@ int ResolveKey(const std::string& text) {
     return -1;
 }
 
+// A sub-key path as the store spells it ("/" stands for "\\").
+std::string SubKeyPath(std::string subkey) {
+    std::replace(subkey.begin(), subkey.end(), '/', '\\');
+    return subkey;
+}
+
 std::string KeyPath(int key, const std::string& subkey) {
     std::string path = CRegistry::GetKeyPath(key);
-    for (const auto& part : SplitRegistryPath(subkey)) path += "\\" + part;
+    for (const auto& part : SplitRegistryPath(SubKeyPath(subkey))) path += "\\" + part;
     return path;
 }
 
@@ -256,9 +262,17 @@ int RunSet(const Options& o) {
         return kUsage;
     }
 
-    CRegistry reg(static_cast<CRegistry::RegKey>(key), o.subkey.empty() ? nullptr : o.subkey.c_str(), nullptr);
-    if (o.user) reg.m_hKeyMachine = nullptr;
-    if (o.machine) reg.m_hKeyUser = nullptr;
+    // With one root chosen, the other store is not even opened (nor created).
+    const std::string path = KeyPath(key, o.subkey);
+    const std::string subkey = SubKeyPath(o.subkey);
+    CRegistry reg = o.machine || o.user ? CRegistry(HKEY())
+                                        : CRegistry(static_cast<CRegistry::RegKey>(key), subkey.c_str(), nullptr);
+    if (key == CRegistry::NetFramework) reg.m_bAdmin = 0;
+    if (o.user) reg.m_hKeyUser = RegistryKey::OpenRoot(RegistryRoot::User, true).OpenSubKey(path, true);
+    if (o.machine) {
+        const bool write = reg.m_bAdmin != 0;
+        reg.m_hKeyMachine = RegistryKey::OpenRoot(RegistryRoot::Machine, write).OpenSubKey(path, write);
+    }
     const char* name = o.name.c_str();
     int done = 0;
     if (o.type == "string") done = reg.SetSTRINGValue(name, o.value.c_str());
@@ -272,7 +286,7 @@ int RunSet(const Options& o) {
         if (o.machine && !reg.m_bAdmin) why = ": the machine store needs administrator rights (THERMOKIT_ADMIN)";
         else if (key == CRegistry::NetFramework) why = ": this key is read-only";
         else why = ": store not writable (see \"thermokit registry --help\" for its location)";
-        Error("registry: cannot write \"" + o.name + "\" under \"" + KeyPath(key, o.subkey) + "\"" + why);
+        Error("registry: cannot write \"" + o.name + "\" under \"" + path + "\"" + why);
         return kFailed;
     }
     return kDone;
