@@ -105,9 +105,9 @@ TEST(NucFile, TableLookupArithmetic) {
     CNucFile::NUC_TABLE_DESC d;
     EXPECT_EQ(c.GetWindowing(2, &d), 0);
     EXPECT_EQ(c.GetWindowing(1, &d), 1);
-    EXPECT_EQ(d.dwSize, 70u);
-    EXPECT_EQ(d.wNbTables, 10);
-    EXPECT_EQ(d.rcWindow.right, 320);
+    EXPECT_EQ(+d.dwSize, 70u);
+    EXPECT_EQ(+d.wNbTables, 10);
+    EXPECT_EQ(+d.rcWindow.right, 320);
     EXPECT_EQ(c.GetTableIndex(2, 0), -1);
     EXPECT_EQ(c.SetMaxWindowing(0), 1);
     EXPECT_EQ(c.GetTableIndex(0, 0), -1);
@@ -121,16 +121,16 @@ TEST(NucFile, SetTableKeepsUpdatedLensAndBytesAfterTheText) {
     CNucFile::NUC_TABLE t;
     ASSERT_EQ(c.GetTable(0, 2, &t), 1);
     EXPECT_STREQ(t.szScene, "scene2");
-    EXPECT_EQ(t.bUpdated, 1);
+    EXPECT_EQ(+t.bUpdated, 1);
 
     ASSERT_EQ(c.SetTable(0, 2, Text("ab"), 50, 60, 7, Text("Filter A"), 0, Text("UI"), Text("DB")), 1);
     ASSERT_EQ(c.GetTable(0, 2, &t), 1);
-    EXPECT_EQ(t.bUpdated, 1);  // the updated argument is not stored
+    EXPECT_EQ(+t.bUpdated, 1);  // the updated argument is not stored
     EXPECT_STREQ(t.szLens, "lens text");
     EXPECT_EQ(std::memcmp(t.szScene, "ab\0ne2\0", 7), 0);  // copied to its NUL, the rest left as it was
-    EXPECT_EQ(t.wFrequency, 50);
-    EXPECT_EQ(t.wIntegration, 60);
-    EXPECT_EQ(t.wFilter, 7);
+    EXPECT_EQ(+t.wFrequency, 50);
+    EXPECT_EQ(+t.wIntegration, 60);
+    EXPECT_EQ(+t.wFilter, 7);
     EXPECT_STREQ(t.szFilterName, "Filter A");
     EXPECT_STREQ(t.szUILabel, "UI");
     EXPECT_STREQ(t.szDBLabel, "DB");
@@ -140,9 +140,9 @@ TEST(NucFile, SetTableKeepsUpdatedLensAndBytesAfterTheText) {
     ASSERT_EQ(c.SetTable(0, 1, Text(longScene.c_str()), 1, 1, 1, nullptr, 1, Text(""), Text("")), 1);
     ASSERT_EQ(c.GetTable(0, 1, &t), 1);
     EXPECT_EQ(std::string(t.szScene), std::string(24, 'S'));
-    EXPECT_EQ(t.wFrequency, 1);  // the next field is whole
+    EXPECT_EQ(+t.wFrequency, 1);  // the next field is whole
     EXPECT_EQ(t.szFilterName[0], '\0');
-    EXPECT_EQ(t.bUpdated, 1);
+    EXPECT_EQ(+t.bUpdated, 1);
     std::remove(path.c_str());
 }
 
@@ -301,19 +301,19 @@ TEST_F(StoreTest, NucCatalogueRegistryMirror) {
     ASSERT_EQ(c.GetTable(0, 2, &a), 1);
     ASSERT_EQ(back.GetTable(0, 2, &b), 1);
     EXPECT_STREQ(b.szScene, "Scene three");
-    EXPECT_EQ(b.wIntegration, 1000);
+    EXPECT_EQ(+b.wIntegration, 1000);
     EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0);
     CNucFile::NUC_TABLE_DESC d;
     ASSERT_EQ(back.GetWindowing(0, &d), 1);
-    EXPECT_EQ(d.rcWindow.left, -5);
-    EXPECT_EQ(d.rcWindow.bottom, 512);
+    EXPECT_EQ(+d.rcWindow.left, -5);
+    EXPECT_EQ(+d.rcWindow.bottom, 512);
 
     // Counts beyond the capacity in the store are refused and change nothing.
     CRegistry reg(CRegistry::GlobalData, "NucFile", "");
     ASSERT_EQ(reg.SetWORDValue("Nb Tables", 30), 1);
     CNucFile refused;
     EXPECT_EQ(refused.GetRegistry(), 0);
-    EXPECT_EQ(refused.GetHeader().wNbTables, 24);
+    EXPECT_EQ(+refused.GetHeader().wNbTables, 24);
     ASSERT_EQ(reg.SetWORDValue("Nb Tables", 24), 1);
     ASSERT_EQ(reg.SetWORDValue("Nb Window", 5), 1);
     EXPECT_EQ(refused.GetRegistry(), 0);
