@@ -11,3 +11,7 @@
 #include "thermokit/platform/Text.h"
 #include "thermokit/platform/WaitCursor.h"
 #include "thermokit/platform/Version.h"
+#include "thermokit/environment/CConfig.h"
+#include "thermokit/environment/CRegistry.h"
+#include "thermokit/environment/RegistryStore.h"
+#include "thermokit/nuc/CNucFile.h"

@@ -364,9 +364,9 @@ int RunExport(const Options& o) {
     return kDone;
 }
 
-void AddCommon(CLI::App* sub, Options& o, bool withName) {
+void AddCommon(CLI::App* sub, Options& o, const char* nameHelp) {
     sub->add_option("key", o.key, "Well-known key: number 0-12 or name (\"setup\", \"Common Setup\\Setup\")")->required();
-    if (withName) sub->add_option("name", o.name, "Value name (or sub-key name with --key)")->required();
+    if (nameHelp) sub->add_option("name", o.name, nameHelp)->required();
     sub->add_option("--subkey,-s", o.subkey, "Path of a sub-key below the well-known key");
     auto* m = sub->add_flag("--machine", o.machine, "Work on the machine-wide store only");
     auto* u = sub->add_flag("--user", o.user, "Work on the current user's store only");
@@ -387,7 +387,7 @@ RegisterCommand reg(700, [](CLI::App& app) {
         "Example: thermokit registry get setup Camera");
 
     auto* get = registry->add_subcommand("get", "Print a value (user's copy first, then the machine's)");
-    AddCommon(get, o, true);
+    AddCommon(get, o, "Value name");
     get->add_option("--type,-t", o.type, "Read through the typed reader (default used when absent)")
         ->check(CLI::IsMember(kTypes));
     get->add_option("--default,-d", o.defaultValue, "Default for --type");
@@ -398,7 +398,7 @@ RegisterCommand reg(700, [](CLI::App& app) {
     });
 
     auto* set = registry->add_subcommand("set", "Write a typed value (user's copy; machine's too for administrators)");
-    AddCommon(set, o, true);
+    AddCommon(set, o, "Value name");
     set->add_option("value", o.value, "The value")->required();
     set->add_option("--type,-t", o.type, "Value type")->required()->check(CLI::IsMember(kTypes));
     set->add_option("--decimals", o.decimals, "Decimals of a double (default: as many as given)")
@@ -407,18 +407,18 @@ RegisterCommand reg(700, [](CLI::App& app) {
     set->callback([] { SetAction([] { return RunSet(o); }); });
 
     auto* del = registry->add_subcommand("delete", "Delete a value, or with --key a sub-key and all below it");
-    AddCommon(del, o, true);
+    AddCommon(del, o, "Value name (sub-key name with --key)");
     del->add_flag("--key,-k", o.deleteKey, "NAME is a sub-key: delete it with its sub-keys");
     del->footer("Example: thermokit registry delete setup Lens");
     del->callback([] { SetAction([] { return RunDelete(o); }); });
 
     auto* list = registry->add_subcommand("list", "List the sub-keys and values of a key in each store");
-    AddCommon(list, o, false);
+    AddCommon(list, o, nullptr);
     list->footer("Example: thermokit registry list \"Common Setup\\Setup\" --user");
     list->callback([] { SetAction([] { return RunList(o); }); });
 
     auto* exp = registry->add_subcommand("export", "Write a key and everything below it as JSON");
-    AddCommon(exp, o, false);
+    AddCommon(exp, o, nullptr);
     exp->add_option("--output,-o", o.output, "Write to this file instead of standard output");
     exp->footer("Example: thermokit registry export 0 --subkey NucFile -o nucfile.json");
     exp->callback([] { SetAction([] { return RunExport(o); }); });
