@@ -276,3 +276,63 @@ TEST_F(StoreTest, CorruptStoreFileIsLeftAlone) {
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(StateOf(m_user) == before);
 }
+
+TEST_F(StoreTest, BatchIsAllOrNothing) {
+    SetAdmin(false);
+    CRegistry(CRegistry::Setup).SetINTValue("Before", 1);
+    // A writer killed inside a batch leaves none of the batch's values.
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        ::close(fds[0]);
+        CRegistry reg(CRegistry::Setup);
+        RegistryBatch batch(reg.m_hKeyUser);
+        for (int i = 0; i < 50; ++i) reg.SetINTValue(Format("B%d", i).c_str(), i);
+        reg.SetINTValue("Before", 2);
+        const char done = 1;
+        (void)::write(fds[1], &done, 1);
+        for (;;) ::pause();
+    }
+    ::close(fds[1]);
+    char c = 0;
+    ASSERT_EQ(::read(fds[0], &c, 1), 1);
+    ::close(fds[0]);
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+    {
+        CRegistry reg(CRegistry::Setup);
+        EXPECT_EQ(reg.GetINTValue("B0", -1), -1);
+        EXPECT_EQ(reg.GetINTValue("B49", -1), -1);
+        EXPECT_EQ(reg.GetINTValue("Before", -1), 1);
+        EXPECT_EQ(IntegrityCheck(m_user), "ok");
+    }
+
+    // Inside a batch each change stands on its own; others see them only after the commit.
+    CRegistry reg(CRegistry::Setup);
+    HKEY doomed = reg.m_hKeyUser.OpenSubKey("Doomed", true);
+    ASSERT_TRUE(doomed);
+    {
+        RegistryBatch batch(reg.m_hKeyUser);
+        EXPECT_EQ(reg.SetINTValue("In1", 1), 1);
+        EXPECT_EQ(reg.m_hKeyUser.DeleteSubKey("Doomed"), RegOk);
+        EXPECT_EQ(doomed.SetValue("x", REG_SZ, "", 1), RegKeyDeleted);  // fails alone
+        EXPECT_EQ(reg.SetINTValue("In2", 2), 1);
+        EXPECT_EQ(reg.GetINTValue("In1", 0), 1);  // this connection sees its own changes
+        if (!std::string(THERMOKIT_TOOL_PATH).empty()) {
+            // Another process does not find the value yet.
+            const std::string cmd = std::string("'") + THERMOKIT_TOOL_PATH + "' registry get setup In1 >/dev/null 2>&1";
+            const int st = std::system(cmd.c_str());
+            EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 1) << st;
+        }
+        EXPECT_TRUE(batch.Commit());
+        EXPECT_TRUE(batch.Commit());  // once only
+    }
+    CRegistry after(CRegistry::Setup);
+    EXPECT_EQ(after.GetINTValue("In1", 0), 1);
+    EXPECT_EQ(after.GetINTValue("In2", 0), 2);
+    EXPECT_FALSE(after.m_hKeyUser.OpenSubKey("Doomed", false));
+    RegistryBatch none(HKEY{});
+    EXPECT_TRUE(none.Commit());
+}

@@ -36,6 +36,9 @@ int CConfig::GetRegistry() {
 
 int CConfig::SetRegistry() {
     CRegistry reg(CRegistry::Setup);
+    // The record is saved whole or not at all, in one transaction per store.
+    RegistryBatch userBatch(reg.m_hKeyUser);
+    RegistryBatch machineBatch(reg.m_bAdmin ? reg.m_hKeyMachine : HKEY());
     int ok = 1;
     ok &= reg.SetSTRINGValue("Camera", m_strCamera.c_str()) ? 1 : 0;
     ok &= reg.SetSTRINGValue("Lens", m_strLens.c_str()) ? 1 : 0;
@@ -47,6 +50,8 @@ int CConfig::SetRegistry() {
     ok &= reg.SetINTValue("Band", m_nBand) ? 1 : 0;
     ok &= reg.SetSTRINGValue("Serial", m_strSerial.c_str()) ? 1 : 0;
     ok &= reg.SetSTRINGValue("LensSerial", m_strLensSerial.c_str()) ? 1 : 0;
+    ok &= machineBatch.Commit() ? 1 : 0;
+    ok &= userBatch.Commit() ? 1 : 0;
     return ok;
 }
 
