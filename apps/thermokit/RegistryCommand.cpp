@@ -283,8 +283,9 @@ int RunSet(const Options& o) {
     else done = reg.SetDOUBLEValue(name, d, decimals);
     if (!done) {
         std::string why;
-        if (o.machine && !reg.m_bAdmin) why = ": the machine store needs administrator rights (THERMOKIT_ADMIN)";
-        else if (key == CRegistry::NetFramework) why = ": this key is read-only";
+        if (key == CRegistry::NetFramework) why = ": this key is read-only";
+        else if (!reg.m_bAdmin && (o.machine || !CRegistry::HasUserRoot(key)))
+            why = ": the machine store needs administrator rights (THERMOKIT_ADMIN)";
         else why = ": store not writable (see \"thermokit registry --help\" for its location)";
         Error("registry: cannot write \"" + o.name + "\" under \"" + path + "\"" + why);
         return kFailed;

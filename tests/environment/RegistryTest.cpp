@@ -360,24 +360,6 @@ TEST_F(StoreTest, WellKnownKeysAndTheirRoots) {
     // Key 3 lives under "Software", not under the system branch.
     EXPECT_FALSE(OpenAt(RegistryRoot::Machine, "System"));
 
-    // Key 12: machine only and always read-only, even for an administrator;
-    // it opens only when the key is already there.
-    {
-        CRegistry reg(CRegistry::NetFramework);
-        EXPECT_FALSE(reg.m_hKeyMachine);
-        EXPECT_FALSE(reg.m_hKeyUser);
-    }
-    PutText(RegistryRoot::Machine, paths[12], "Version", "4.8");
-    {
-        CRegistry reg(CRegistry::NetFramework);
-        ASSERT_TRUE(reg.m_hKeyMachine);
-        EXPECT_FALSE(reg.m_hKeyUser);
-        EXPECT_EQ(reg.m_bAdmin, 0);
-        EXPECT_EQ(reg.GetSTRINGValue("Version", ""), "4.8");
-        EXPECT_EQ(reg.SetSTRINGValue("Version", "9"), 0);
-        EXPECT_EQ(reg.DeleteValue("Version"), 0);
-        EXPECT_EQ(reg.GetSTRINGValue("Version", ""), "4.8");
-    }
     // Key 10 (machine only): writes succeed only for administrators.
     SetAdmin(false);
     {

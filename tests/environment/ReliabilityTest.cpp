@@ -220,6 +220,13 @@ TEST_F(StoreTest, NonAdministratorNeverWritesTheMachineStore) {
 TEST_F(StoreTest, ReadOnlyKeyIsNeverWritten) {
     SetAdmin(true);
     {
+        // Machine only, and read-only even for an administrator: a missing key stays missing.
+        CRegistry reg(CRegistry::NetFramework);
+        EXPECT_FALSE(reg.m_hKeyMachine);
+        EXPECT_FALSE(reg.m_hKeyUser);
+        EXPECT_EQ(reg.SetINTValue("A", 1), 0);
+    }
+    {
         HKEY net = RegistryKey::OpenRoot(RegistryRoot::Machine, true)
                        .OpenSubKey("Software\\Microsoft\\.NETFramework\\Policy", true);
         ASSERT_TRUE(net);
