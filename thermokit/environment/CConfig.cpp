@@ -4,6 +4,9 @@
 #include <cctype>
 
 #include "thermokit/environment/CRegistry.h"
+// The one rule for the highest level of a depth, shared with the frames (a
+// free function without dependencies of its own).
+#include "thermokit/image/PixelArray.h"
 
 namespace thermokit {
 
@@ -57,11 +60,7 @@ int CConfig::SetRegistry() {
 
 uint32_t CConfig::GetSize() const { return static_cast<uint32_t>(m_nPoint) * static_cast<uint32_t>(m_nLine); }
 
-unsigned short CConfig::GetMaxLevel() const {
-    // Same rule as the pixel functions' GetMaxLevel(bit): (1 << bit) - 1 as 16 bits.
-    return m_nBit >= 32 ? static_cast<unsigned short>(0xFFFF)
-                        : static_cast<unsigned short>((uint32_t{1} << m_nBit) - 1u);
-}
+unsigned short CConfig::GetMaxLevel() const { return thermokit::GetMaxLevel(m_nBit); }
 
 int CConfig::GetInversion() const { return m_nRotation == 180 ? 1 : 0; }
 

@@ -69,6 +69,14 @@ public:
     void RemoveRgn(CRgn* region);
     static int CleanDoubleBuffer(double* in, int count, double* out, double fraction, int iterations, double factor,
                                  CPixel* badPixels);
+    // Bad-pixel replacement used by CleanDoubleBuffer on its work copy: the
+    // function replaces the bad pixels of a count-value double image and
+    // returns 1, or returns 0 (image untouched) when the map's line x point
+    // differs from count. The bad-pixel layer installs CPixel's replacement
+    // here; without one, statistics are taken on the input as when the sizes
+    // differ. Returns the previous function.
+    using BadPixelReplacement = int (*)(CPixel* badPixels, double* image, int count);
+    static BadPixelReplacement SetBadPixelReplacement(BadPixelReplacement replacement);
 
     int Stretch(CFrame* src, CRect* srcRect);
     int ProcessRotation(CFrame* src, int angle);
@@ -101,8 +109,10 @@ protected:
     // Common body of the constructors.
     void Init(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
               int external, unsigned short* buffer);
+    // Point * y + x in 32 bits (unsigned, so that the largest frames do not
+    // overflow a signed product).
     long GetIndex(unsigned short x, unsigned short y) const {
-        return static_cast<long>(static_cast<int32_t>(m_nPoint) * y + x);
+        return static_cast<long>(static_cast<uint32_t>(m_nPoint) * y + x);
     }
     void InitBit();
 
@@ -121,6 +131,7 @@ protected:
     // one (InitBit), so that this layer never needs their complete types;
     // the destructor and Copy call it when set.
     void (*m_pfnReleaseBitmaps)(CFrame*) = nullptr;
+    static BadPixelReplacement s_pfnBadPixelReplacement;
     void ReleaseBitmaps() {
         if (m_pfnReleaseBitmaps) m_pfnReleaseBitmaps(this);
     }
