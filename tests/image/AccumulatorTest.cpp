@@ -157,8 +157,9 @@ TEST(Average, SaveAverageWritesLevelsOrDoubles) {
     double d[8] = {1.5, 2.5, 3.5, 4.5, 5.5, 6.5, 7.5, 8.5};
     avg.Accumulate(d, 8, 1.0);
     ASSERT_EQ(avg.SaveAverage(name.c_str(), "", "mean", 0), 1);
-    CPtr levels(name, 1, 0, 1);
+    CPtr levels(name, 0, 0, 1);
     ASSERT_EQ(levels.IsValid(), 1);
+    ASSERT_EQ(levels.ReadFrame(0), 1);
     EXPECT_EQ(levels.GetBit(), 14);
     EXPECT_EQ(levels.GetFrame()->GetBuffer()[7], 8);
     ASSERT_EQ(avg.SaveAverage(name.c_str(), "", "mean", 1), 1);
