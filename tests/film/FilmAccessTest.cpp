@@ -314,9 +314,14 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
     EXPECT_EQ(film.ReadFrame(2), 0);
     EXPECT_EQ(rec.Count(), 1u);
     EXPECT_EQ(ReadAll(name), bytes);
-    // A 16-bit film opened as a film of doubles, and the other way round.
+    // A 16-bit film opened as a film of doubles; a header of the other kind refused.
     CPtrFloat wrongKind(name, 0, 0, 1);
     EXPECT_EQ(wrongKind.IsValid(), 0);
+    CPtrFloat doubles(4, 4, 16, 0, 1, 0);
+    doubles.SetFileName(name);
+    EXPECT_EQ(doubles.ReadHeader(), 0);
+    EXPECT_EQ(doubles.GetPoint(), 4);
+    EXPECT_EQ(film.ReadHeader(), 1);
     // A missing file.
     CPtr missing(name + ".none", 0, 0, 1);
     EXPECT_EQ(missing.IsValid(), 0);

@@ -234,6 +234,17 @@ void CPtr::SetFileName(const std::string& fileName) {
 
 void CPtr::ReleaseCache() { m_pCache.reset(); }
 
+int CPtr::ReadHeader() {
+    alignas(8) unsigned char old[PtrHeader::kSize];
+    std::memcpy(old, m_Header, sizeof(old));
+    if (!CPtrOver::ReadHeader()) return 0;
+    if (PixelBytes(m_Header) != GetPixelBytes()) {
+        std::memcpy(m_Header, old, sizeof(old));
+        return 0;
+    }
+    return 1;
+}
+
 unsigned long CPtr::GetImageSize() const {
     return static_cast<unsigned long>(GetImageHeaderSize()) +
            static_cast<unsigned long>(GetSize()) * GetPixelBytes();

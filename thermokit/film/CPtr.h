@@ -110,6 +110,9 @@ public:
     float GetImageDemodeFrequency() const;
 
     void SetFileName(const std::string& fileName) override;
+    // As CPtrOver's, and refused (0, header unchanged) when the file holds the
+    // other kind of pixels than this class reads.
+    int ReadHeader() override;
 
 protected:
     CPtr(const std::string& fileName, int b24, unsigned bytesPerPixel);
