@@ -69,6 +69,14 @@ public:
     void RemoveRgn(CRgn* region);
     static int CleanDoubleBuffer(double* in, int count, double* out, double fraction, int iterations, double factor,
                                  CPixel* badPixels);
+    // Bad-pixel replacement used by CleanDoubleBuffer on its work copy: the
+    // function replaces the bad pixels of a count-value double image and
+    // returns 1, or returns 0 (image untouched) when the map's line x point
+    // differs from count. The bad-pixel layer installs CPixel's replacement
+    // here; without one, statistics are taken on the input as when the sizes
+    // differ. Returns the previous function.
+    using BadPixelReplacement = int (*)(CPixel* badPixels, double* image, int count);
+    static BadPixelReplacement SetBadPixelReplacement(BadPixelReplacement replacement);
 
     int Stretch(CFrame* src, CRect* srcRect);
     int ProcessRotation(CFrame* src, int angle);
@@ -121,6 +129,7 @@ protected:
     // one (InitBit), so that this layer never needs their complete types;
     // the destructor and Copy call it when set.
     void (*m_pfnReleaseBitmaps)(CFrame*) = nullptr;
+    static BadPixelReplacement s_pfnBadPixelReplacement;
     void ReleaseBitmaps() {
         if (m_pfnReleaseBitmaps) m_pfnReleaseBitmaps(this);
     }

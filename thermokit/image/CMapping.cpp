@@ -1,0 +1,171 @@
+#include "thermokit/image/CMapping.h"
+
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "thermokit/platform/Endian.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/WaitCursor.h"
+
+namespace thermokit {
+
+namespace {
+constexpr char kSignature[] = "MAP";
+constexpr size_t kVersionOffset = 5;
+constexpr char kVersion[] = "5.60";
+constexpr size_t kEofOffset = 10;
+constexpr unsigned char kEofMark = 0x1A;
+
+std::shared_ptr<int32_t[]> AllocateTable(long size) {
+    return std::shared_ptr<int32_t[]>(new (std::nothrow) int32_t[static_cast<size_t>(size > 0 ? size : 0)]);
+}
+}  // namespace
+
+void CMapping::MakeHeader(unsigned short point, unsigned short line) {
+    std::memset(m_Header, 0, sizeof m_Header);
+    std::memcpy(m_Header, kSignature, sizeof kSignature);
+    std::memcpy(m_Header + kVersionOffset, kVersion, sizeof kVersion);
+    m_Header[kEofOffset] = kEofMark;
+    store<uint16_t>(m_Header, kPointOffset, point);
+    store<uint16_t>(m_Header, kLineOffset, line);
+}
+
+CMapping::CMapping(unsigned short point, unsigned short line) {
+    MakeHeader(point, line);
+    m_pOwner = AllocateTable(GetSize());
+    m_pnMap = m_pOwner.get();
+    if (m_pnMap) {
+        Reset();
+        m_bValid = 1;
+    }
+}
+
+CMapping::CMapping(const char* fileName) {
+    if (!fileName) return;
+    File file;
+    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) return;
+    // The header is kept exactly as read; a short header is not a mapping.
+    if (file.Read(m_Header, kHeaderSize) != kHeaderSize) return;
+    const long size = GetSize();
+    if (size < 1) return;
+    const int64_t length = file.GetLength();
+    const int64_t needed = static_cast<int64_t>(kHeaderSize) + 4 * static_cast<int64_t>(size);
+    if (length < needed) return;
+    auto table = AllocateTable(size);
+    if (!table) return;
+    if (!file.ReadRecord(table.get(), static_cast<size_t>(size) * sizeof(int32_t))) return;
+    m_pOwner = std::move(table);
+    m_pnMap = m_pOwner.get();
+    m_bValid = 1;
+}
+
+unsigned short CMapping::GetPoint() const { return load<uint16_t>(m_Header, kPointOffset); }
+unsigned short CMapping::GetLine() const { return load<uint16_t>(m_Header, kLineOffset); }
+
+int CMapping::Save(const char* fileName) {
+    if (!fileName || !m_pnMap) return 0;
+    File file;
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
+    if (!file.Write(m_Header, kHeaderSize)) return 0;
+    const long size = GetSize();
+    if (size > 0 && !file.Write(m_pnMap, static_cast<size_t>(size) * sizeof(int32_t))) return 0;
+    return 1;
+}
+
+void CMapping::Reset() {
+    if (!m_pnMap) return;
+    WaitCursor wait;
+    const long size = GetSize();
+    for (long i = 0; i < size; ++i) m_pnMap[i] = static_cast<int32_t>(i);
+}
+
+int CMapping::IsOutOfRange() {
+    WaitCursor wait;
+    const long size = GetSize();
+    if (size < 1 || !m_pnMap) return 0;
+    // Signed comparison: a negative entry is not caught here.
+    for (long i = 0; i < size; ++i) {
+        if (static_cast<long>(m_pnMap[i]) >= size) return 1;
+    }
+    return 0;
+}
+
+int CMapping::IsBijective() {
+    WaitCursor wait;
+    const long size = GetSize();
+    if (!m_pnMap) return 0;
+    std::vector<uint32_t> mark(static_cast<size_t>(size > 0 ? size : 0), 0xFFFFFFFFu);
+    for (long i = 0; i < size; ++i) {
+        const int32_t s = m_pnMap[i];
+        // A negative entry (which IsOutOfRange lets through) names no pixel.
+        if (s >= 0 && s < size) mark[static_cast<size_t>(s)] = 0;
+    }
+    for (long i = 0; i < size; ++i) {
+        if (mark[static_cast<size_t>(i)] != 0) return 0;
+    }
+    return 1;
+}
+
+int CMapping::Check(int* reason) {
+    if (reason) *reason = 0;
+    if (IsOutOfRange()) {
+        if (reason) *reason = 1;
+        return 0;
+    }
+    if (IsBijective()) return 1;
+    if (reason) *reason = 2;
+    return 0;
+}
+
+template <class T>
+int CMapping::ApplyT(T* image) {
+    if (!image || !m_pnMap) return 0;
+    const long size = GetSize();
+    if (size < 1) return 1;
+    std::vector<T> temp(static_cast<size_t>(size));
+    const uint32_t usize = static_cast<uint32_t>(size);
+    const int32_t* map = m_pnMap;
+    T* t = temp.data();
+    for (long i = 0; i < size; ++i) {
+        const uint32_t s = static_cast<uint32_t>(map[i]);
+        t[i] = s < usize ? image[s] : T(0);
+    }
+    std::memcpy(image, t, static_cast<size_t>(size) * sizeof(T));
+    return 1;
+}
+
+template <class T>
+int CMapping::UnApplyT(T* image) {
+    if (!image || !m_pnMap) return 0;
+    const long size = GetSize();
+    if (size < 1) return 1;
+    std::vector<T> temp(static_cast<size_t>(size), T(0));
+    const uint32_t usize = static_cast<uint32_t>(size);
+    for (long i = 0; i < size; ++i) {
+        const uint32_t s = static_cast<uint32_t>(m_pnMap[i]);
+        if (s < usize) temp[s] = image[i];
+    }
+    std::memcpy(image, temp.data(), static_cast<size_t>(size) * sizeof(T));
+    return 1;
+}
+
+int CMapping::Apply(unsigned char* image) { return ApplyT(image); }
+int CMapping::Apply(unsigned short* image) { return ApplyT(image); }
+int CMapping::Apply(float* image) { return ApplyT(image); }
+int CMapping::UnApply(unsigned char* image) { return UnApplyT(image); }
+int CMapping::UnApply(unsigned short* image) { return UnApplyT(image); }
+int CMapping::UnApply(float* image) { return UnApplyT(image); }
+
+int CMapping::SetEntry(long index, int32_t source) {
+    if (!m_pnMap || index < 0 || index >= GetSize()) return 0;
+    m_pnMap[index] = source;
+    return 1;
+}
+
+int32_t CMapping::GetEntry(long index) const {
+    if (!m_pnMap || index < 0 || index >= GetSize()) return -1;
+    return m_pnMap[index];
+}
+
+}  // namespace thermokit
