@@ -1,0 +1,57 @@
+#include "thermokit/calibration/CLevelTable.h"
+
+#include "thermokit/calibration/CCalibration.h"
+
+namespace thermokit {
+
+namespace {
+
+#if defined(__x86_64__)
+__attribute__((target_clones("default", "avx2", "avx512f")))
+#endif
+void Lookup(const float* table, unsigned short mask, const unsigned short* levels, long n, float* out) {
+    for (long i = 0; i < n; ++i) out[i] = table[levels[i] & mask];
+}
+
+}  // namespace
+
+void CLevelTable::Build(const CCalibration& calibration, unsigned short maxLevel, int extrapolate, float failValue) {
+    const size_t size = static_cast<size_t>(maxLevel) + 1;
+    m_wMaxLevel = maxLevel;
+    m_afValue.assign(size, failValue);
+    m_abOk.assign(size, 0);
+    for (size_t level = 0; level < size; ++level) {
+        float y = failValue;
+        if (calibration.Interpolate(static_cast<float>(level), &y, extrapolate)) {
+            m_afValue[level] = y;
+            m_abOk[level] = 1;
+        }
+    }
+}
+
+void CLevelTable::Apply(const unsigned short* levels, long n, float* out) const {
+    if (m_afValue.empty() || n <= 0 || !levels || !out) return;
+    Lookup(m_afValue.data(), m_wMaxLevel, levels, n, out);
+}
+
+void ConvertLevels(const CCalibration& calibration, const unsigned short* levels, long n, unsigned short maxLevel,
+                   float* out, int extrapolate, float failValue) {
+    if (n <= 0 || !levels || !out) return;
+    if (n > static_cast<long>(maxLevel) + 1) {
+        CLevelTable(calibration, maxLevel, extrapolate, failValue).Apply(levels, n, out);
+        return;
+    }
+    for (long i = 0; i < n; ++i) {
+        float y = failValue;
+        const unsigned short level = static_cast<unsigned short>(levels[i] & maxLevel);
+        out[i] = calibration.Interpolate(static_cast<float>(level), &y, extrapolate) ? y : failValue;
+    }
+}
+
+void ConvertLevels(const CCalibration* calibration, const unsigned short* levels, long n, unsigned short maxLevel,
+                   float* out, int extrapolate, float failValue) {
+    if (!calibration) return;
+    ConvertLevels(*calibration, levels, n, maxLevel, out, extrapolate, failValue);
+}
+
+}  // namespace thermokit

@@ -1,0 +1,59 @@
+#pragma once
+// Whole frames of levels to calibrated values. A calibration's conversion
+// depends on the level only, so one value per level 0..maxLevel, computed
+// once through the calibration's virtual Interpolate, serves every pixel: the
+// result of each pixel is exactly what Interpolate gives for its level.
+//
+// Levels are first masked with maxLevel (2^bit - 1), as every input level.
+// Where Interpolate fails for a level (returns 0: fewer than two points, a
+// level outside the curve without extrapolation, level 0 through a law) the
+// output is the table's fail value, quiet NaN unless another is given; the
+// value Interpolate may have written is not used.
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace thermokit {
+
+class CCalibration;
+
+class CLevelTable {
+public:
+    static constexpr float kDefaultFail = std::numeric_limits<float>::quiet_NaN();
+
+    CLevelTable() = default;
+    CLevelTable(const CCalibration& calibration, unsigned short maxLevel, int extrapolate = 1,
+                float failValue = kDefaultFail) {
+        Build(calibration, maxLevel, extrapolate, failValue);
+    }
+
+    // One Interpolate per level 0..maxLevel. Rebuild after the calibration
+    // changes (points, lens format, camera temperature).
+    void Build(const CCalibration& calibration, unsigned short maxLevel, int extrapolate = 1,
+               float failValue = kDefaultFail);
+
+    // out[i] = table[levels[i] & maxLevel] for i < n. Nothing when the table is empty or n <= 0.
+    void Apply(const unsigned short* levels, long n, float* out) const;
+
+    // Value of one level (masked); 1 when Interpolate succeeded for it.
+    float Value(unsigned short level) const { return m_afValue[level & m_wMaxLevel]; }
+    int Succeeded(unsigned short level) const { return m_abOk[level & m_wMaxLevel]; }
+    unsigned short GetMaxLevel() const { return m_wMaxLevel; }
+    bool IsEmpty() const { return m_afValue.empty(); }
+
+private:
+    std::vector<float> m_afValue;
+    std::vector<uint8_t> m_abOk;
+    unsigned short m_wMaxLevel = 0;
+};
+
+// Converts n levels through calibration into out, by the rule above (levels
+// masked with maxLevel, failValue where Interpolate fails). Builds a level
+// table when the frame is larger than the table, otherwise asks Interpolate
+// pixel by pixel; both give the same values.
+void ConvertLevels(const CCalibration& calibration, const unsigned short* levels, long n, unsigned short maxLevel,
+                   float* out, int extrapolate = 1, float failValue = CLevelTable::kDefaultFail);
+void ConvertLevels(const CCalibration* calibration, const unsigned short* levels, long n, unsigned short maxLevel,
+                   float* out, int extrapolate = 1, float failValue = CLevelTable::kDefaultFail);
+
+}  // namespace thermokit

@@ -1,0 +1,114 @@
+#include "thermokit/display/CBit24.h"
+
+#include "thermokit/display/CLut24.h"
+#include "thermokit/platform/Display.h"
+#include "thermokit/platform/Messages.h"
+#include "thermokit/platform/PngWriter.h"
+
+namespace thermokit {
+
+const char* const CBit24::kTrueColorMessage =
+    "This software requires true color 24/32 bits mode in your display. Please select 24/32 bits or 16 Millions or "
+    "True color in the settings of your display system.";
+
+#if defined(__x86_64__)
+__attribute__((target_clones("default", "avx2", "avx512f")))
+#endif
+void MapLevelsToPixels(const uint16_t* __restrict in, uint32_t* __restrict out, long count,
+                       const uint32_t* __restrict lut, uint16_t mask) {
+    for (long i = 0; i < count; ++i) out[i] = lut[in[i] & mask];
+}
+
+CBit24::CBit24(long size, int quiet, int bottomUp) : m_bBottomUp(bottomUp) {
+    if (!quiet && Display::GetBitsPerPixel() < 24) Messages::ShowMessage(kTrueColorMessage, "thermokit", MB_ICONWARNING);
+    if (size > 0) {
+        m_pBuffer = new uint32_t[static_cast<size_t>(size)]();
+        m_nSize = size;
+    }
+    m_nPoint = static_cast<int>(size > 0 && size <= 0x7FFFFFFF ? size : 0);
+    m_nLine = m_nPoint ? 1 : 0;
+}
+
+CBit24::~CBit24() { delete[] m_pBuffer; }
+
+int CBit24::Update(const unsigned short* levels, CLut24* lut, const unsigned char* mask, long first, long count,
+                   long step, COLORREF maskColour) {
+    if (!m_pBuffer || !levels || !lut || !lut->GetBuffer() || step < 1 || first < 0 || first >= m_nSize) return 0;
+    const long available = (m_nSize - first + step - 1) / step;
+    if (count < 0 || count > available) count = available;
+    const uint32_t* table = lut->GetBuffer();
+    const uint16_t levelMask = lut->GetMaxLevel();
+    if (!mask && step == 1) {
+        MapLevelsToPixels(levels + first, m_pBuffer + first, count, table, levelMask);
+        return 1;
+    }
+    const uint32_t maskPixel = ColorToBgra(maskColour);
+    for (long k = 0, p = first; k < count; ++k, p += step)
+        m_pBuffer[p] = (mask && !mask[p]) ? maskPixel : table[levels[p] & levelMask];
+    return 1;
+}
+
+bool CBit24::Fits(int point, int line) const {
+    return m_pBuffer && point > 0 && line > 0 && static_cast<long>(point) * line <= m_nSize;
+}
+
+int CBit24::Display(CDC* dc, const CRect* dest, const CRect* src, int point, int line, const CRgn* region,
+                    const CBrush* brush) {
+    if (!dc || !Fits(point, line)) return 0;
+    SetGeometry(point, line);
+    const CRect whole(0, 0, point, line);
+    const CRect from = src ? *src : whole;
+    const CRect to = dest ? *dest : whole;
+    if (from.IsRectEmpty() || to.IsRectEmpty()) return 0;
+    const uint32_t* first = m_bBottomUp ? m_pBuffer + static_cast<long>(line - 1) * point : m_pBuffer;
+    const ptrdiff_t stride = m_bBottomUp ? -static_cast<ptrdiff_t>(point) : point;
+    const bool clip = region && region->IsCreated();
+    if (clip) dc->SelectClipRgn(region);
+    const int ok = dc->StretchBlt(to, first, point, line, stride, from);
+    if (clip) {
+        dc->SelectClipRgn(nullptr);
+        if (brush) {
+            CRgn outside, box;
+            box.CreateRectRgnIndirect(&to);
+            outside.CombineRgn(&box, region, RGN_DIFF);
+            dc->FillRgn(&outside, brush);
+        }
+    }
+    return ok;
+}
+
+int CBit24::Display(CWnd* wnd, const CRect* dest, const CRect* src, int point, int line, const CRgn* region,
+                    const CBrush* brush) {
+    if (!wnd) return 0;
+    CDC* dc = wnd->GetDC();
+    const int ok = Display(dc, dest, src, point, line, region, brush);
+    wnd->ReleaseDC(dc);
+    return ok;
+}
+
+int CBit24::Display(CWnd* wnd, int point, int line, const CRgn* region, const CBrush* brush) {
+    if (!wnd) return 0;
+    CRect client;
+    wnd->GetClientRect(&client);
+    return Display(wnd, &client, nullptr, point, line, region, brush);
+}
+
+int CBit24::DisplayNoStretch(CDC* dc, const CRect* rect) {
+    if (!dc || !rect || !Fits(m_nPoint, m_nLine)) return 0;
+    const int w = rect->Width() < m_nPoint ? rect->Width() : m_nPoint;
+    const int h = rect->Height() < m_nLine ? rect->Height() : m_nLine;
+    if (w < 1 || h < 1) return 0;
+    const CRect src(0, 0, w, h);
+    const CRect dest(rect->left, rect->top, rect->left + w, rect->top + h);
+    return Display(dc, &dest, &src, m_nPoint, m_nLine);
+}
+
+int CBit24::SavePng(const char* path, int point, int line) const {
+    if (!Fits(point, line)) return 0;
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(m_pBuffer);
+    const ptrdiff_t stride = static_cast<ptrdiff_t>(point) * 4;
+    if (m_bBottomUp) return PngWriter::WriteBgra(path, bytes + (line - 1) * stride, point, line, -stride);
+    return PngWriter::WriteBgra(path, bytes, point, line, stride);
+}
+
+}  // namespace thermokit
