@@ -3,6 +3,9 @@
 #include <cmath>
 #include <cstring>
 
+#include "thermokit/film/CPtr.h"
+#include "thermokit/image/CAverage.h"
+#include "thermokit/image/CFrame.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
@@ -315,6 +318,53 @@ int CNuc::Update(unsigned short* first, unsigned short* second, int onePoint, in
 int CNuc::Update(float* first, float* second, int onePoint, int keepGain) {
     WaitCursor wait;
     return onePoint ? Update1Point(first, keepGain) : Update2Point(first, second);
+}
+
+int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, int keepGain) {
+    WaitCursor wait;
+    const auto fits = [this](CPtr& film) {
+        return film.IsValid() && film.GetSize() == GetSize() && film.GetPoint() == GetPoint() &&
+               film.GetLine() == GetLine();
+    };
+    // Mean of every frame of a film, in levels (truncated), as the averager
+    // gives it.
+    const auto average = [](CPtr& film, CAverage& avg) {
+        const unsigned long frames = film.GetFrameNumber();
+        for (unsigned long n = 0; n < frames; ++n)
+            if (film.ReadFrame(n)) avg.Accumulate(film.GetFrame(), 1.0);
+        return avg.GetBuffer(0);
+    };
+
+    CPtr first(firstFilm ? firstFilm : "", 0, 0, 0);
+    std::unique_ptr<CPtr> second;
+    if (!onePoint) second = std::make_unique<CPtr>(secondFilm ? secondFilm : "", 0, 0, 0);
+    if (!fits(first)) return 1;
+
+    first.ReadFrame(0);
+    SetCamera(first.GetCamera());
+    SetCameraSerial(first.GetSerial());
+    SetFilter(first.GetFilter(0));
+    SetIntegration(first.GetIntegration(0));
+    CRect window;
+    first.GetSubWindowRect(&window);
+    // Kept as it is: the flag is only ever raised here, and only when both
+    // sides differ from the table's.
+    if (window.Width() != m_Header.wPoint && window.Height() != m_Header.wLine) m_Header.byWindowing = 1;
+    m_Header.wWindowX = static_cast<uint16_t>(window.left);
+    m_Header.wWindowY = static_cast<uint16_t>(window.top);
+
+    if (!onePoint && !fits(*second)) return 1;
+
+    CAverage firstMean(first.GetPoint(), first.GetLine(), first.GetBit(), 0);
+    unsigned short* low = average(first, firstMean);
+    if (onePoint) {
+        if (low) Update(low, nullptr, 1, keepGain);
+        return 1;
+    }
+    CAverage secondMean(second->GetPoint(), second->GetLine(), second->GetBit(), 0);
+    unsigned short* high = average(*second, secondMean);
+    if (low && high) Update(low, high, 0, keepGain);
+    return 1;
 }
 
 int CNuc::Update2Point(const unsigned short* low, const unsigned short* high) {

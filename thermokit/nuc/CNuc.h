@@ -98,6 +98,11 @@ public:
     // Both buffers hold GetSize() pixels.
     int Update(unsigned short* first, unsigned short* second, int onePoint, int keepGain);
     int Update(float* first, float* second, int onePoint, int keepGain);
+    // The same from films, each averaged over all its frames. A film whose
+    // pixel, point or line count differs from the table's leaves the tables
+    // as they are (when the first film fits, its camera, serial number,
+    // filter 0, integration time 0 and sub-window are still taken). Returns 1.
+    int Update(const char* firstFilm, const char* secondFilm, int onePoint, int keepGain);
 
     // Corrects a frame of levels: (in AND maxLevel) x gain + offset, clamped
     // to [0, maxLevel] and truncated. out null means in place.
