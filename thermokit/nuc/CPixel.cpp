@@ -200,7 +200,7 @@ long CPixel::IsReplacement(long pixel) const {
     return -1;
 }
 
-uint32_t CPixel::Color(unsigned short position) const {
+COLORREF CPixel::Color(unsigned short position) const {
     if (!m_Header.byCriteria || position >= kMaxBad) return 0xFFFFFF;
     switch (m_pCriteria[position]) {
     case kGain: return 0x00FF00;
@@ -370,12 +370,17 @@ int CPixel::ApplyT(T* image) {
     const int32_t* bad = m_pBad.get();
     const int32_t* repl = m_pReplacement.get();
     const long count = m_Header.wCount;
+    // Entries edited through GetPixel1/GetPixel2 to point off the detector
+    // copy a scratch value onto itself instead of touching the image; done
+    // without a branch, so the check costs next to nothing.
+    T scratch[1] = {T(0)};
     for (long k = 0; k < count; ++k) {
-        // Entries edited through GetPixel1/GetPixel2 to point off the
-        // detector are skipped rather than written outside the image.
         const uint32_t b = static_cast<uint32_t>(bad[k]);
         const uint32_t r = static_cast<uint32_t>(repl[k]);
-        if (b < size && r < size) image[b] = image[r];
+        const bool inside = (b < size) & (r < size);
+        T* dst = inside ? image + b : scratch;
+        const T* src = inside ? image + r : scratch;
+        *dst = *src;
     }
     return 1;
 }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "thermokit/platform/COLORREF.h"
 #include "thermokit/platform/CPoint.h"
 #include "thermokit/platform/CRect.h"
 
@@ -131,7 +132,7 @@ public:
     long IsReplacement(long pixel) const;
     // Colour (0x00BBGGRR) of an entry's code; white for unknown codes and
     // for every entry when criteria are not kept.
-    uint32_t Color(unsigned short position) const;
+    COLORREF Color(unsigned short position) const;
 
     long Index(unsigned short column, unsigned short line) const;
     void Coordinates(long index, unsigned short* column, unsigned short* line) const;
