@@ -240,8 +240,8 @@ int CPixel::Insert(unsigned short position, long bad, long replacement, unsigned
     if (count >= kMaxBad) { SetError(0); return 0; }
     if (position > count) { SetError(3); return 0; }
     if (!m_pBad || !m_pReplacement || !m_pCriteria) { SetError(2); return 0; }
-    // Indices off the detector would make Apply write outside the image.
-    if (!OnDetector(bad) || !OnDetector(replacement)) { SetError(3); return 0; }
+    // Any index is accepted here, as the list always has; Apply is what
+    // keeps an index off the detector from touching memory outside the image.
     // Kept as the cameras' software has it: the entries from position on move
     // up, then the new entry goes to the end, and the codes stay where they
     // are. Appending (position == count) is the only use that is correct.
@@ -481,13 +481,6 @@ int CPixel::FormatBPR(unsigned char* buffer) {
     // whole, before anything is added.
     if (count > static_cast<size_t>(kMaxBad - m_Header.wCount)) { SetError(0); return 0; }
     const size_t replBase = 6 + 4 * count;
-    for (size_t k = 0; k < count; ++k) {
-        if (!OnDetector(static_cast<int32_t>(load<uint32_t>(buffer, 6 + 4 * k))) ||
-            !OnDetector(static_cast<int32_t>(load<uint32_t>(buffer, replBase + 4 * k)))) {
-            SetError(3);
-            return 0;
-        }
-    }
     for (size_t k = 0; k < count; ++k) {
         Add(static_cast<int32_t>(load<uint32_t>(buffer, 6 + 4 * k)),
             static_cast<int32_t>(load<uint32_t>(buffer, replBase + 4 * k)), kGainOffsetNoise);

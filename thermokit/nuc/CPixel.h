@@ -136,6 +136,9 @@ public:
 
     long Index(unsigned short column, unsigned short line) const;
     void Coordinates(long index, unsigned short* column, unsigned short* line) const;
+    void Coordinates(long index, unsigned short& column, unsigned short& line) const {
+        Coordinates(index, &column, &line);
+    }
     CPoint Coordinates(long index) const;
 
     // List edits.
@@ -156,7 +159,9 @@ public:
     int UpdateReplacement();
     int Find(long pixel, long* replacement) const;
 
-    // image[bad] = image[replacement] for every entry in list order.
+    // image[bad] = image[replacement] for every entry in list order. The
+    // image holds point x line values; an entry with an index outside that
+    // range (lists are edited freely) is skipped.
     int Apply(unsigned short* image);
     int Apply(float* image);
     int Apply(double* image);
