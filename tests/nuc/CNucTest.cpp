@@ -456,6 +456,8 @@ TEST(CNuc, VectorKernelsMatchScalarBitForBit) {
             detail::NucDeNucLevelsReference(in.data(), wantUndo.data(), nuc.GetAlpha(), nuc.GetBeta(), n, maxLevel);
             nuc.ApplyDeNuc(in.data(), maxLevel, gotUndo.data());
             ASSERT_EQ(gotUndo, wantUndo) << "n " << n << " max " << maxLevel;
+            nuc.ApplyDeNuc(in.data(), maxLevel, nullptr);
+            ASSERT_EQ(in, wantUndo);
         }
     }
 }

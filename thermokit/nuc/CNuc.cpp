@@ -67,10 +67,18 @@ void ApplyLevelsInPlace(unsigned short* __restrict image, const float* __restric
 }
 
 THERMOKIT_NUC_CLONES
-void DeNucLevels(const unsigned short* in, unsigned short* out, const float* __restrict gain,
-                 const float* __restrict offset, size_t n, unsigned short maxLevel) {
+void DeNucLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
+                     const float* __restrict gain, const float* __restrict offset, size_t n,
+                     unsigned short maxLevel) {
     const float fmax = static_cast<float>(maxLevel);
     for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+THERMOKIT_NUC_CLONES
+void DeNucLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
+                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) image[i] = DeNucOne(image[i], maxLevel, fmax, gain[i], offset[i]);
 }
 
 THERMOKIT_NUC_CLONES
@@ -406,7 +414,8 @@ int CNuc::Apply(float* image) {
 
 int CNuc::ApplyDeNuc(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
     if (!in || !m_pAlpha) return 0;
-    DeNucLevels(in, out ? out : in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    if (!out || out == in) DeNucLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else DeNucLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
     return 1;
 }
 
