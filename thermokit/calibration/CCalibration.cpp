@@ -192,7 +192,7 @@ int CCalibration::Delete(unsigned short index) {
     // that no later read goes past them.
     m_Header.m_wPoint = static_cast<uint16_t>(m_Header.m_wPoint - 1);
     const unsigned n = m_Header.m_wPoint;
-    EnsureSlots(n);
+    EnsureSlots(static_cast<size_t>(n) + 1);
     for (unsigned k = index; k < n; ++k) {
         m_pCurveX[k] = m_pCurveX[k + 1];
         m_pCurveY[k] = m_pCurveY[k + 1];
@@ -573,9 +573,10 @@ bool CCalibration::ReadBody(File& file, std::string& error) {
             const int32_t k = load<int32_t>(head, 4);
             if (k < 0 || static_cast<uint64_t>(k) * 8u > remaining()) return tooBig("an extended class is");
             cls.m_nCount = k;
-            const size_t cap = std::max<size_t>(static_cast<size_t>(k), kMinPoints);
-            cls.m_afCameraTemperature.assign(cap, 0.0f);
-            cls.m_afX.assign(cap, 0.0f);
+            // Exactly k slots: a file of many tiny classes must not make us allocate
+            // fifty slots per eight bytes read. Insert grows the arrays when needed.
+            cls.m_afCameraTemperature.assign(static_cast<size_t>(k), 0.0f);
+            cls.m_afX.assign(static_cast<size_t>(k), 0.0f);
             if (!read(cls.m_afCameraTemperature.data(), static_cast<size_t>(k) * sizeof(float)) ||
                 !read(cls.m_afX.data(), static_cast<size_t>(k) * sizeof(float)))
                 return false;

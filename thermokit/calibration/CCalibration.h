@@ -82,8 +82,9 @@ public:
 #pragma pack(pop)
 
     // One extended class: for the Y value m_fKey, the level X measured at each
-    // camera temperature (degrees Celsius, ascending). The arrays hold at least
-    // fifty slots; m_nCount of them are used.
+    // camera temperature (degrees Celsius, ascending). m_nCount slots are used;
+    // a class made by Insert starts with fifty slots, one read from a file with
+    // exactly its count.
     struct EXT_CLASS {
         float m_fKey = 0.0f;
         int32_t m_nCount = 0;

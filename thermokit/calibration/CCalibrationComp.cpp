@@ -10,7 +10,10 @@ THERMOKIT_IMPLEMENT_DYNAMIC(CCalibrationComp, CCalibrationRBF)
 
 namespace {
 
-double Polynomial(const double* c, unsigned degree, double x) {
+// Coefficients come from a packed record: copied out, never read through a misaligned pointer.
+double Polynomial(const void* coefficients, unsigned degree, double x) {
+    double c[CCnucFile::kMaxDegree + 1];
+    std::memcpy(c, coefficients, sizeof c);
     if (degree > static_cast<unsigned>(CCnucFile::kMaxDegree)) degree = CCnucFile::kMaxDegree;
     double r = 0.0;
     for (int i = static_cast<int>(degree); i >= 0; --i) r = r * x + c[i];

@@ -6,7 +6,7 @@ namespace thermokit {
 class CEmissivity {
 public:
     // Starts at 1.0, then takes e when it is within [0, 1]: an out-of-range argument leaves 1.0.
-    explicit CEmissivity(double e = 1.0);
+    CEmissivity(double e = 1.0);  // NOLINT: converting on purpose
     CEmissivity(const CEmissivity&) = default;
     CEmissivity& operator=(const CEmissivity&) = default;
 

@@ -1,6 +1,7 @@
 #include "thermokit/calibration/CLevelTable.h"
 
 #include "thermokit/calibration/CCalibration.h"
+#include "thermokit/image/CFrame.h"
 
 namespace thermokit {
 
@@ -52,6 +53,11 @@ void ConvertLevels(const CCalibration* calibration, const unsigned short* levels
                    float* out, int extrapolate, float failValue) {
     if (!calibration) return;
     ConvertLevels(*calibration, levels, n, maxLevel, out, extrapolate, failValue);
+}
+
+void ConvertFrame(const CCalibration& calibration, const CFrame& frame, float* out, int extrapolate, float failValue) {
+    const long n = static_cast<long>(frame.GetPoint()) * static_cast<long>(frame.GetLine());
+    ConvertLevels(calibration, frame.GetBuffer(), n, frame.GetMaxLevel(), out, extrapolate, failValue);
 }
 
 }  // namespace thermokit

@@ -16,6 +16,7 @@
 namespace thermokit {
 
 class CCalibration;
+class CFrame;
 
 class CLevelTable {
 public:
@@ -55,5 +56,8 @@ void ConvertLevels(const CCalibration& calibration, const unsigned short* levels
                    float* out, int extrapolate = 1, float failValue = CLevelTable::kDefaultFail);
 void ConvertLevels(const CCalibration* calibration, const unsigned short* levels, long n, unsigned short maxLevel,
                    float* out, int extrapolate = 1, float failValue = CLevelTable::kDefaultFail);
+// A whole frame: Point x Line values into out, levels masked with the frame's maximal level.
+void ConvertFrame(const CCalibration& calibration, const CFrame& frame, float* out, int extrapolate = 1,
+                  float failValue = CLevelTable::kDefaultFail);
 
 }  // namespace thermokit

@@ -109,8 +109,10 @@ protected:
     // Common body of the constructors.
     void Init(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
               int external, unsigned short* buffer);
+    // Point * y + x in 32 bits (unsigned, so that the largest frames do not
+    // overflow a signed product).
     long GetIndex(unsigned short x, unsigned short y) const {
-        return static_cast<long>(static_cast<int32_t>(m_nPoint) * y + x);
+        return static_cast<long>(static_cast<uint32_t>(m_nPoint) * y + x);
     }
     void InitBit();
 

@@ -579,13 +579,13 @@ namespace {
 template <class T>
 void QuarterTurn(T* buffer, unsigned short point, unsigned short line, bool clockwise) {
     const size_t size = static_cast<size_t>(point) * line;
-    std::unique_ptr<T[]> turned(new T[size]);
+    std::unique_ptr<T[]> source(new T[size]);
+    std::memcpy(source.get(), buffer, size * sizeof(T));
     if (clockwise) {
-        kernels::Rotate90(buffer, turned.get(), point, line);
+        kernels::Rotate90(source.get(), buffer, point, line);
     } else {
-        kernels::Rotate270(buffer, turned.get(), point, line);
+        kernels::Rotate270(source.get(), buffer, point, line);
     }
-    std::memcpy(buffer, turned.get(), size * sizeof(T));
 }
 
 template <class T>

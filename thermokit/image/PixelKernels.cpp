@@ -238,12 +238,19 @@ TK_INLINE void Transpose8x8(__m128i* r) {
 // The 8 x 8 blocks of the whole multiple-of-8 part, tile by tile.
 template <bool Clockwise>
 void RotateBlocksU16(const unsigned short* src, unsigned short* dst, int point, int line, int rows, int cols) {
-    for (int rt = 0; rt < rows; rt += kTile) {
-        const int re = std::min(rows, rt + kTile);
-        for (int ct = 0; ct < cols; ct += kTile) {
-            const int ce = std::min(cols, ct + kTile);
-            for (int r0 = rt; r0 < re; r0 += 8) {
-                for (int c0 = ct; c0 < ce; c0 += 8) {
+    // Source lines a multiple of 1 KiB apart fall into few cache sets: a
+    // tile of 64 of them evicts itself, so such images go in flatter tiles.
+    const bool flat = (static_cast<size_t>(point) * sizeof(unsigned short)) % 1024 == 0;
+    const int tileRows = flat ? 16 : kTile;
+    const int tileCols = flat ? 2 * kTile : kTile;
+    for (int rt = 0; rt < rows; rt += tileRows) {
+        const int re = std::min(rows, rt + tileRows);
+        for (int ct = 0; ct < cols; ct += tileCols) {
+            const int ce = std::min(cols, ct + tileCols);
+            // Down the tile's columns: each destination line of the tile is
+            // then written left to right.
+            for (int c0 = ct; c0 < ce; c0 += 8) {
+                for (int r0 = rt; r0 < re; r0 += 8) {
                     __m128i v[8];
                     for (int k = 0; k < 8; ++k) {
                         // Clockwise: the rows in reverse so that each turned
@@ -307,10 +314,41 @@ namespace {
 TK_CLONES void GatherRow(const unsigned short* s, unsigned short* d, const int32_t* xmap, int count) {
     for (int i = 0; i < count; ++i) d[i] = s[xmap[i]];
 }
+// xmap[i] = 2 i: every second value.
+TK_CLONES void HalveRow(const unsigned short* s, unsigned short* d, int count) {
+    for (int i = 0; i < count; ++i) d[i] = s[2 * i];
+}
+// xmap[i] = i / 2: every value twice.
+TK_CLONES void DoubleRow(const unsigned short* s, unsigned short* d, int count) {
+    const int pairs = count / 2;
+    for (int i = 0; i < pairs; ++i) {
+        d[2 * i] = s[i];
+        d[2 * i + 1] = s[i];
+    }
+    if (count & 1) d[count - 1] = s[pairs];
+}
+
+// Column tables of the common ratios take a loop the compiler vectorises;
+// the values written are the same.
+enum class Columns { Any, Same, Halve, Double };
+Columns Classify(const int32_t* xmap, int count) {
+    const int32_t x0 = xmap[0];
+    bool same = true, halve = true, twice = true;
+    for (int i = 0; i < count; ++i) {
+        const int32_t dx = xmap[i] - x0;
+        same = same && dx == i;
+        halve = halve && dx == 2 * i;
+        twice = twice && dx == i / 2;
+    }
+    return same ? Columns::Same : halve ? Columns::Halve : twice ? Columns::Double : Columns::Any;
+}
 }  // namespace
 
 void StretchRows(const unsigned short* src, unsigned short srcPoint, unsigned short* dst, unsigned short dstPoint,
                  unsigned short dstLine, const int32_t* xmap, double yRatio, int32_t top) {
+    if (dstPoint == 0) return;
+    const Columns kind = Classify(xmap, dstPoint);
+    const int32_t x0 = xmap[0];
     int32_t previous = -1;
     for (int j = 0; j < dstLine; ++j) {
         const int32_t y = static_cast<int32_t>(j * yRatio + top);
@@ -319,7 +357,13 @@ void StretchRows(const unsigned short* src, unsigned short srcPoint, unsigned sh
             // Same source line as the line above: copy the finished line.
             std::memcpy(d, d - dstPoint, static_cast<size_t>(dstPoint) * sizeof(unsigned short));
         } else {
-            GatherRow(src + static_cast<size_t>(y) * srcPoint, d, xmap, dstPoint);
+            const unsigned short* s = src + static_cast<size_t>(y) * srcPoint;
+            switch (kind) {
+                case Columns::Same: std::memcpy(d, s + x0, static_cast<size_t>(dstPoint) * sizeof(unsigned short)); break;
+                case Columns::Halve: HalveRow(s + x0, d, dstPoint); break;
+                case Columns::Double: DoubleRow(s + x0, d, dstPoint); break;
+                case Columns::Any: GatherRow(s, d, xmap, dstPoint); break;
+            }
         }
         previous = y;
     }

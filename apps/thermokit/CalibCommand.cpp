@@ -1,0 +1,160 @@
+// thermokit calib: inspect a calibration file and convert levels and values through it.
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "thermokit/calibration/CCalibration.h"
+#include "thermokit/platform/File.h"
+
+namespace thermokit::cli {
+namespace {
+
+// Opens the file; on failure prints why (file errors also reach the message sink) and returns null.
+std::unique_ptr<CCalibration> OpenCalibration(const std::string& path) {
+    if (!File::Exists(path)) {
+        Error("file " + path + ": not found");
+        return nullptr;
+    }
+    auto cal = std::make_unique<CCalibration>("", 0);
+    if (!cal->Open(path.c_str())) {
+        Error("file " + path + ": not a readable calibration file (tag \"EXP\" expected, or the file is damaged)");
+        return nullptr;
+    }
+    return cal;
+}
+
+int RunInfo(const std::string& path, bool points) {
+    auto cal = OpenCalibration(path);
+    if (!cal) return kFailed;
+    const CCalibration::CALIBRATION_HEADER& h = cal->GetHeader();
+    int day, month, year;
+    cal->GetDate(&day, &month, &year);
+    const CRect f = cal->GetFormat();
+    std::printf("file          %s\n", path.c_str());
+    std::printf("version       %.4s\n", h.m_szVersion);
+    std::printf("camera        %s\n", cal->GetCamera().c_str());
+    std::printf("date          %04d-%02d-%02d\n", year, month, day);
+    std::printf("integration   %u us\n", static_cast<unsigned>(h.m_wIntegration));
+    std::printf("frame rate    %u\n", static_cast<unsigned>(cal->GetFrameRate()));
+    std::printf("aperture      %g\n", static_cast<double>(cal->GetAperture()));
+    std::printf("background    %g\n", static_cast<double>(cal->GetBackground()));
+    std::printf("housing       %g\n", static_cast<double>(cal->GetHousingTemp()));
+    std::printf("lens          %s\n", cal->GetLens().c_str());
+    std::printf("filter        %s\n", cal->GetFilterName().c_str());
+    std::printf("distance      %g\n", static_cast<double>(cal->GetDistance()));
+    std::printf("units         X %s (%s), Y %s (%s)\n", cal->GetUnitX().c_str(), cal->GetUnitLabelX().c_str(),
+                cal->GetUnitY().c_str(), cal->GetUnitLabelY().c_str());
+    std::printf("format        x %d y %d width %d height %d\n", f.left, f.top, f.Width(), f.Height());
+    std::printf("extensions    0x%02x\n", cal->GetExtensionTypes());
+    std::printf("points        %u\n", static_cast<unsigned>(cal->GetSize()));
+    if (cal->GetExtendedClassCount() > 0)
+        std::printf("  curve regenerated at camera temperature %g (the stored housing value)\n",
+                    static_cast<double>(cal->GetCameraTemperature()));
+    const float* X = cal->GetCurveX();
+    const float* Y = cal->GetCurveY();
+    if (points) {
+        for (unsigned i = 0; i < cal->GetSize(); ++i)
+            std::printf("  %4u  X %12.4f  Y %12.4f\n", i, static_cast<double>(X[i]), static_cast<double>(Y[i]));
+    } else if (cal->GetSize() > 0) {
+        const unsigned last = cal->GetSize() - 1u;
+        std::printf("  first X %.4f Y %.4f, last X %.4f Y %.4f\n", static_cast<double>(X[0]),
+                    static_cast<double>(Y[0]), static_cast<double>(X[last]), static_cast<double>(Y[last]));
+    }
+    std::printf("extended classes %d\n", cal->GetExtendedClassCount());
+    for (int c = 0; c < cal->GetExtendedClassCount(); ++c) {
+        float key = 0.0f, t = 0.0f, x = 0.0f;
+        const int n = cal->GetExtendedClassElementCount(c);
+        if (n > 0) cal->GetCalibValue(c, 0, key, t, x);
+        std::printf("  class %d: key %g, %d samples\n", c, static_cast<double>(key), n);
+    }
+    std::printf("lens formats  %d\n", cal->GetLensExtendedClassCount());
+    std::vector<std::string> names;
+    if (cal->GetConfigName(names)) {
+        for (size_t i = 0; i < names.size(); ++i) {
+            float g = 0.0f, o = 0.0f;
+            cal->GetConfigTransfo(static_cast<int>(i), g, o);
+            std::printf("  %zu: %s gain %g offset %g\n", i, names[i].c_str(), static_cast<double>(g),
+                        static_cast<double>(o));
+        }
+    }
+    return kDone;
+}
+
+struct ConvertOptions {
+    std::string path;
+    double level = NAN;
+    double value = NAN;
+    bool noExtrapolate = false;
+    double cameraTemperature = NAN;
+    int lensFormat = -1;
+};
+
+int RunConvert(const ConvertOptions& o) {
+    auto cal = OpenCalibration(o.path);
+    if (!cal) return kFailed;
+    if (!std::isnan(o.cameraTemperature)) cal->SetCameraTemperature(static_cast<float>(o.cameraTemperature), 1);
+    if (o.lensFormat >= 0) {
+        if (o.lensFormat >= cal->GetLensExtendedClassCount() || !cal->SetCurrentConfig(o.lensFormat)) {
+            Error("file " + o.path + ": lens format " + std::to_string(o.lensFormat) + " cannot be selected");
+            return kFailed;
+        }
+    }
+    const int extrapolate = o.noExtrapolate ? 0 : 1;
+    if (!std::isnan(o.level)) {
+        float y = 0.0f;
+        if (!cal->Interpolate(static_cast<float>(o.level), &y, extrapolate)) {
+            Error("file " + o.path + ": level " + std::to_string(o.level) +
+                  " cannot be converted (fewer than two points, or outside the curve)");
+            return kFailed;
+        }
+        std::printf("%.6g %s\n", static_cast<double>(y), cal->GetUnitY().c_str());
+    } else {
+        float x = 0.0f;
+        if (!cal->FindAbscisse(static_cast<float>(o.value), &x, extrapolate)) {
+            Error("file " + o.path + ": value " + std::to_string(o.value) +
+                  " cannot be converted (fewer than two points, or outside the curve)");
+            return kFailed;
+        }
+        std::printf("%.6g %s\n", static_cast<double>(x), cal->GetUnitX().c_str());
+    }
+    return kDone;
+}
+
+RegisterCommand reg(400, [](CLI::App& app) {
+    auto* calib = app.add_subcommand("calib", "Inspect calibration files and convert through them");
+    calib->require_subcommand(1);
+    calib->footer("Example: thermokit calib info camera.cal");
+
+    auto infoPath = std::make_shared<std::string>();
+    auto infoPoints = std::make_shared<bool>(false);
+    auto* info = calib->add_subcommand("info", "Show the header, curve and extensions of a calibration file");
+    info->add_option("FILE", *infoPath, "Calibration file")->required();
+    info->add_flag("--points", *infoPoints, "List every point of the curve");
+    info->footer("Example: thermokit calib info camera.cal --points");
+    info->callback([infoPath, infoPoints] { SetAction([infoPath, infoPoints] { return RunInfo(*infoPath, *infoPoints); }); });
+
+    auto opts = std::make_shared<ConvertOptions>();
+    auto* convert = calib->add_subcommand("convert", "Convert a level to a value (--level) or a value to a level (--value)");
+    convert->add_option("FILE", opts->path, "Calibration file")->required();
+    auto* level = convert->add_option("-l,--level", opts->level, "Digital level to convert");
+    auto* value = convert->add_option("-v,--value", opts->value, "Calibrated value to convert");
+    level->excludes(value);
+    value->excludes(level);
+    convert->add_flag("--no-extrapolate", opts->noExtrapolate, "Refuse values outside the curve");
+    convert->add_option("--camera-temperature", opts->cameraTemperature,
+                        "Camera temperature in kelvin (regenerates extended calibrations)");
+    convert->add_option("--lens-format", opts->lensFormat, "Select a lens format by index");
+    convert->footer("Example: thermokit calib convert camera.cal --level 8000");
+    convert->callback([opts] {
+        if (std::isnan(opts->level) && std::isnan(opts->value)) {
+            throw CLI::ValidationError("calib convert", "give --level or --value");
+        }
+        SetAction([opts] { return RunConvert(*opts); });
+    });
+});
+
+}  // namespace
+}  // namespace thermokit::cli

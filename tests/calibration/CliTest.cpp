@@ -1,0 +1,73 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "TestSupport.h"
+#include "thermokit/calibration/CCalibration.h"
+
+using namespace thermokit;
+
+namespace {
+
+struct ToolRun {
+    int status;
+    std::string out;
+};
+
+ToolRun Tool(const std::string& args) {
+    const std::string cmd = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>&1";
+    ToolRun r{-1, ""};
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return r;
+    char buf[512];
+    while (fgets(buf, sizeof buf, p)) r.out += buf;
+    const int s = pclose(p);
+    r.status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
+    return r;
+}
+
+}  // namespace
+
+TEST(CalibCli, InfoAndConversionsBothWays) {
+    if (std::string(THERMOKIT_TOOL_PATH).empty()) GTEST_SKIP() << "tool not built";
+    const std::string path = thermokit::test::TempPath("cli.cal");
+    CCalibration c("CLICAM", 0);
+    c.Add(1000.0f, 10.0f);
+    c.Add(3000.0f, 50.0f);
+    c.SetUnitY("degC");
+    ASSERT_EQ(c.Save(path.c_str()), 1);
+
+    ToolRun info = Tool("calib info " + path + " --points");
+    EXPECT_EQ(info.status, 0) << info.out;
+    EXPECT_NE(info.out.find("CLICAM"), std::string::npos);
+    EXPECT_NE(info.out.find("points        2"), std::string::npos) << info.out;
+
+    ToolRun level = Tool("calib convert " + path + " --level 2000");
+    EXPECT_EQ(level.status, 0) << level.out;
+    EXPECT_EQ(level.out, "30 degC\n");
+    ToolRun value = Tool("calib convert " + path + " --value 20");
+    EXPECT_EQ(value.out, "1500 \n");
+    ToolRun outside = Tool("calib convert " + path + " --level 5000 --no-extrapolate");
+    EXPECT_EQ(outside.status, 1);
+    EXPECT_EQ(Tool("calib convert " + path).status, 2);
+    EXPECT_EQ(Tool("calib convert " + path + " --level 1 --value 2").status, 2);
+
+    const std::string junk = thermokit::test::TempPath("junk.cal");
+    thermokit::test::WriteText(junk, "not a calibration");
+    ToolRun bad = Tool("calib info " + junk);
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.out.find("CCalibration"), std::string::npos) << bad.out;  // the message box text
+}
+
+TEST(PlanckCli, BudgetAndRefusal) {
+    if (std::string(THERMOKIT_TOOL_PATH).empty()) GTEST_SKIP() << "tool not built";
+    ToolRun r = Tool("planck -t 300 -b 3 5 --json");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_NE(r.out.find("\"radiance_W_m2_sr\""), std::string::npos);
+    EXPECT_EQ(Tool("planck -t 10 -b 3 5").status, 1);
+    EXPECT_EQ(Tool("planck -t 300 -b 5 3").status, 1);
+    EXPECT_EQ(Tool("planck -b 3 5").status, 2);
+}

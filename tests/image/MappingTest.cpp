@@ -1,0 +1,214 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "thermokit/image/CMapping.h"
+#include "thermokit/platform/Endian.h"
+
+using namespace thermokit;
+
+namespace {
+
+std::string TempPath(const std::string& name) {
+    return ::testing::TempDir() + "mapping_" + std::to_string(::getpid()) + "_" + name;
+}
+
+std::vector<unsigned char> ReadAll(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    return std::vector<unsigned char>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+}
+
+void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes) {
+    std::ofstream f(path, std::ios::binary | std::ios::trunc);
+    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+}  // namespace
+
+TEST(Mapping, NewMappingIsTheIdentity) {
+    CMapping map(4, 2);
+    EXPECT_TRUE(map.IsValid());
+    EXPECT_EQ(map.GetPoint(), 4);
+    EXPECT_EQ(map.GetLine(), 2);
+    EXPECT_EQ(map.GetSize(), 8);
+    for (long i = 0; i < 8; ++i) EXPECT_EQ(map.GetEntry(i), i);
+    unsigned short img[] = {8, 7, 6, 5, 4, 3, 2, 1};
+    ASSERT_EQ(map.Apply(img), 1);
+    EXPECT_EQ(img[0], 8);
+    EXPECT_EQ(img[7], 1);
+    int reason = -1;
+    EXPECT_EQ(map.Check(&reason), 1);
+    EXPECT_EQ(reason, 0);
+    EXPECT_EQ(map.Check(nullptr), 1);
+}
+
+TEST(Mapping, CheckReasons) {
+    CMapping map(4, 2);
+    int reason = -1;
+    ASSERT_EQ(map.SetEntry(3, 8), 1);  // equal to the size
+    EXPECT_EQ(map.Check(&reason), 0);
+    EXPECT_EQ(reason, 1);
+    map.SetEntry(3, 5);  // in range, 5 now named twice
+    EXPECT_EQ(map.Check(&reason), 0);
+    EXPECT_EQ(reason, 2);
+    map.SetEntry(3, -1);  // negative: not caught by the range test
+    EXPECT_EQ(map.Check(&reason), 0);
+    EXPECT_EQ(reason, 2);
+    map.SetEntry(3, 3);
+    EXPECT_EQ(map.Check(&reason), 1);
+    EXPECT_EQ(reason, 0);
+
+    EXPECT_EQ(map.SetEntry(8, 0), 0);
+    EXPECT_EQ(map.SetEntry(-1, 0), 0);
+    EXPECT_EQ(map.GetEntry(8), -1);
+}
+
+TEST(Mapping, ApplyAndUnApplyArePermutationsOfEachOther) {
+    // A horizontal mirror of a 3 x 2 image.
+    CMapping map(3, 2);
+    const int32_t mirror[] = {2, 1, 0, 5, 4, 3};
+    for (int i = 0; i < 6; ++i) map.SetEntry(i, mirror[i]);
+    ASSERT_EQ(map.Check(nullptr), 1);
+    unsigned short u16[] = {1, 2, 3, 4, 5, 6};
+    ASSERT_EQ(map.Apply(u16), 1);
+    EXPECT_EQ(u16[0], 3);
+    EXPECT_EQ(u16[3], 6);
+    ASSERT_EQ(map.UnApply(u16), 1);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(u16[i], i + 1);
+
+    // A rotation of the indexes is not its own inverse: UnApply must scatter.
+    const int32_t shift[] = {1, 2, 3, 4, 5, 0};
+    for (int i = 0; i < 6; ++i) map.SetEntry(i, shift[i]);
+    float f[] = {10, 11, 12, 13, 14, 15};
+    map.Apply(f);
+    EXPECT_EQ(f[0], 11);
+    EXPECT_EQ(f[5], 10);
+    map.UnApply(f);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(f[i], 10 + i);
+    unsigned char u8[] = {0, 1, 2, 3, 4, 5};
+    map.UnApply(u8);
+    EXPECT_EQ(u8[1], 0);
+    map.Apply(u8);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(u8[i], i);
+
+    // Entries outside the image name no pixel: 0 there, nothing read or written outside.
+    map.SetEntry(0, 100);
+    map.SetEntry(1, -7);
+    unsigned short g[] = {1, 2, 3, 4, 5, 6};
+    map.Apply(g);
+    EXPECT_EQ(g[0], 0);
+    EXPECT_EQ(g[1], 0);
+    EXPECT_EQ(g[2], 4);
+    unsigned short k[] = {1, 2, 3, 4, 5, 6};
+    map.UnApply(k);
+    EXPECT_EQ(k[1], 0);  // nobody names 1 any more
+}
+
+TEST(Mapping, FileLayoutByteForByteAndRoundTrip) {
+    CMapping map(320, 240);
+    map.SetEntry(0, 76799);
+    map.SetEntry(76799, 0);
+    const std::string path = TempPath("layout.map");
+    ASSERT_EQ(map.Save(path.c_str()), 1);
+    const auto bytes = ReadAll(path);
+    ASSERT_EQ(bytes.size(), 307456u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data())), "MAP");
+    EXPECT_EQ(bytes[3], 0);
+    EXPECT_EQ(bytes[4], 0);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data() + 5)), "5.60");
+    EXPECT_EQ(bytes[9], 0);
+    EXPECT_EQ(bytes[10], 0x1A);
+    for (int i = 11; i < 252; ++i) ASSERT_EQ(bytes[i], 0) << i;
+    EXPECT_EQ(bytes[252], 320 & 0xFF);
+    EXPECT_EQ(bytes[253], 320 >> 8);
+    EXPECT_EQ(bytes[254], 240);
+    EXPECT_EQ(bytes[255], 0);
+    EXPECT_EQ(load<int32_t>(bytes.data(), 256), 76799);
+    EXPECT_EQ(load<int32_t>(bytes.data(), 260), 1);
+    EXPECT_EQ(load<int32_t>(bytes.data(), 256 + 4 * 76799), 0);
+
+    CMapping back(path.c_str());
+    ASSERT_TRUE(back.IsValid());
+    EXPECT_EQ(back.GetPoint(), 320);
+    EXPECT_EQ(back.GetLine(), 240);
+    EXPECT_EQ(std::vector<int32_t>(back.GetMap(), back.GetMap() + 76800),
+              std::vector<int32_t>(map.GetMap(), map.GetMap() + 76800));
+    EXPECT_EQ(std::vector<unsigned char>(back.GetHeader(), back.GetHeader() + 256),
+              std::vector<unsigned char>(bytes.begin(), bytes.begin() + 256));
+    std::remove(path.c_str());
+}
+
+TEST(Mapping, HostileFilesGiveAnInvalidMapping) {
+    CMapping missing((TempPath("does_not_exist.map")).c_str());
+    EXPECT_FALSE(missing.IsValid());
+    EXPECT_EQ(missing.GetMap(), nullptr);
+    unsigned short img[] = {1, 2};
+    EXPECT_EQ(missing.Apply(img), 0);
+    EXPECT_EQ(missing.UnApply(img), 0);
+    EXPECT_EQ(missing.Check(nullptr), 0);
+    EXPECT_EQ(missing.Save(TempPath("never.map").c_str()), 0);
+    EXPECT_FALSE(std::ifstream(TempPath("never.map")).good());
+    CMapping none(static_cast<const char*>(nullptr));
+    EXPECT_FALSE(none.IsValid());
+
+    CMapping good(4, 2);
+    const std::string path = TempPath("hostile.map");
+    ASSERT_EQ(good.Save(path.c_str()), 1);
+    const auto bytes = ReadAll(path);
+    ASSERT_EQ(bytes.size(), 256u + 32u);
+
+    // Shorter than its header.
+    WriteAll(path, std::vector<unsigned char>(bytes.begin(), bytes.begin() + 100));
+    CMapping shortHeader(path.c_str());
+    EXPECT_FALSE(shortHeader.IsValid());
+    EXPECT_EQ(shortHeader.GetMap(), nullptr);
+    // A table cut short.
+    WriteAll(path, std::vector<unsigned char>(bytes.begin(), bytes.end() - 1));
+    CMapping shortTable(path.c_str());
+    EXPECT_FALSE(shortTable.IsValid());
+    EXPECT_EQ(shortTable.GetMap(), nullptr);
+    EXPECT_EQ(shortTable.Apply(img), 0);
+    // Size fields 0.
+    auto zero = bytes;
+    store<uint16_t>(zero.data(), 252, 0);
+    WriteAll(path, zero);
+    CMapping zeroPoint(path.c_str());
+    EXPECT_FALSE(zeroPoint.IsValid());
+    zero = bytes;
+    store<uint16_t>(zero.data(), 254, 0);
+    WriteAll(path, zero);
+    EXPECT_FALSE(CMapping(path.c_str()).IsValid());
+    // A header asking for 65535 x 65535 entries (16 GiB) from a tiny file.
+    auto huge = bytes;
+    store<uint16_t>(huge.data(), 252, 65535);
+    store<uint16_t>(huge.data(), 254, 65535);
+    WriteAll(path, huge);
+    CMapping greedy(path.c_str());
+    EXPECT_FALSE(greedy.IsValid());
+    EXPECT_EQ(greedy.GetMap(), nullptr);
+    EXPECT_EQ(greedy.GetEntry(0), -1);
+    // The exact length loads.
+    WriteAll(path, bytes);
+    EXPECT_TRUE(CMapping(path.c_str()).IsValid());
+    std::remove(path.c_str());
+}
+
+TEST(Mapping, CopiesShareTheTable) {
+    auto* first = new CMapping(2, 2);
+    CMapping copy(*first);
+    CMapping assigned(1, 1);
+    assigned = *first;
+    EXPECT_EQ(copy.GetMap(), first->GetMap());
+    EXPECT_EQ(assigned.GetMap(), first->GetMap());
+    EXPECT_EQ(assigned.GetSize(), 4);
+    first->SetEntry(0, 3);
+    EXPECT_EQ(copy.GetEntry(0), 3);  // shallow on purpose
+    delete first;                    // the table lives on in the copies
+    EXPECT_EQ(assigned.GetEntry(0), 3);
+    assigned = assigned;
+    EXPECT_EQ(assigned.GetEntry(3), 3);
+}

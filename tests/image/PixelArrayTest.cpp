@@ -1,0 +1,553 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <numeric>
+#include <vector>
+
+#include "thermokit/image/CFrame.h"
+#include "thermokit/image/CMapping.h"
+#include "thermokit/image/PixelArray.h"
+#include "thermokit/platform/CRgn.h"
+
+using namespace thermokit;
+
+namespace {
+
+// 113-bit binary floating point.
+#if defined(__x86_64__)
+__extension__ typedef __float128 Quad;
+#else
+typedef long double Quad;  // binary128 on 64-bit ARM Linux
+#endif
+
+std::vector<unsigned short> Noise(size_t n, uint32_t seed, unsigned short mask = 0xFFFF) {
+    std::vector<unsigned short> v(n);
+    for (auto& x : v) {
+        seed = seed * 1664525u + 1013904223u;
+        x = static_cast<unsigned short>((seed >> 12) & mask);
+    }
+    return v;
+}
+
+// The running rule of MinMax, one value after the other.
+void ReferenceMinMax(const unsigned short* b, long n, unsigned short& mn, unsigned short& mx, unsigned short& mean,
+                     int ignoreZero) {
+    mn = mx = b[0];
+    double sum = b[0];
+    long count = n;
+    for (long i = 1; i < n; ++i) {
+        const unsigned short v = b[i];
+        if (v < mn) {
+            if (!(ignoreZero && v == 0)) mn = v;
+        } else if (v > mx) {
+            mx = v;
+        }
+        sum += v;
+        if (ignoreZero && v == 0) --count;
+    }
+    mean = static_cast<unsigned short>(sum / count);
+}
+
+}  // namespace
+
+TEST(PixelArray, MaxLevelAndMask) {
+    EXPECT_EQ(GetMaxLevel(0), 0);
+    EXPECT_EQ(GetMaxLevel(1), 1);
+    EXPECT_EQ(GetMaxLevel(12), 4095);
+    EXPECT_EQ(GetMaxLevel(14), 16383);
+    EXPECT_EQ(GetMaxLevel(15), 32767);
+    EXPECT_EQ(GetMaxLevel(16), 65535);
+
+    // Odd lengths and unaligned starts: the word loop and the tail.
+    auto data = Noise(1000, 7);
+    for (long start : {0L, 1L, 3L}) {
+        for (long n : {0L, 1L, 3L, 4L, 5L, 63L, 997L - start}) {
+            auto v = data;
+            Mask(v.data() + start, n, 0x0FFF);
+            for (long i = 0; i < 1000; ++i) {
+                const bool in = i >= start && i < start + n;
+                ASSERT_EQ(v[i], in ? (data[i] & 0x0FFF) : data[i]) << start << " " << n << " " << i;
+            }
+        }
+    }
+    std::vector<uint32_t> w = {0xFFFFFFFFu, 0x12345678u, 0xF0F0F0F0u};
+    Mask(w.data(), 3, 0x00FF00FFu);
+    EXPECT_EQ(w, (std::vector<uint32_t>{0x00FF00FFu, 0x00340078u, 0x00F000F0u}));
+}
+
+TEST(PixelArray, MinMaxIgnoreZeroQuirks) {
+    const unsigned short a[] = {5, 0, 7};
+    unsigned short mn = 0, mx = 0, mean = 0;
+    MinMax(a, 3, &mn, &mx, &mean, 1);
+    EXPECT_EQ(mn, 5);
+    EXPECT_EQ(mx, 7);
+    EXPECT_EQ(mean, 6);
+    MinMax(a, 3, &mn, &mx, &mean, 0);
+    EXPECT_EQ(mn, 0);
+    EXPECT_EQ(mean, 4);
+    // A zero in the first place is never tested: it stays the minimum and is counted.
+    const unsigned short b[] = {0, 5, 7};
+    MinMax(b, 3, &mn, &mx, &mean, 1);
+    EXPECT_EQ(mn, 0);
+    EXPECT_EQ(mx, 7);
+    EXPECT_EQ(mean, 4);
+    const unsigned short c[] = {9, 0, 0, 0};
+    MinMax(c, 4, &mn, &mx, &mean, 1);
+    EXPECT_EQ(mn, 9);
+    EXPECT_EQ(mean, 9);
+
+    const uint32_t a32[] = {5, 0, 7};
+    uint32_t mn32 = 0, mx32 = 0, mean32 = 0;
+    MinMax(a32, 3, &mn32, &mx32, &mean32, 1);
+    EXPECT_EQ(mn32, 5u);
+    EXPECT_EQ(mean32, 6u);
+    const float af[] = {0.f, 5.f, 8.f};
+    float mnf = 1, mxf = 1, meanf = 1;
+    MinMax(af, 3, &mnf, &mxf, &meanf, 1);
+    EXPECT_EQ(mnf, 0.f);
+    EXPECT_FLOAT_EQ(meanf, 13.f / 3.f);  // not truncated for float
+    const double ad[] = {5, 0, 8};
+    double mnd = 0, mxd = 0, meand = 0;
+    MinMax(ad, 3, &mnd, &mxd, &meand, 1);
+    EXPECT_EQ(mnd, 5);
+    EXPECT_EQ(meand, 6.5);
+    mn = 1234;
+    MinMax(a, 0, &mn, &mx, &mean, 0);  // nothing to read: nothing written
+    EXPECT_EQ(mn, 1234);
+}
+
+TEST(PixelArray, MinMaxVectorPathEqualsTheRunningRule) {
+    auto data = Noise(70000, 3);
+    for (size_t i = 0; i < data.size(); i += 7) data[i] = 0;  // zeros for ignoreZero
+    data[40000] = 65535;
+    for (long start : {0L, 1L, 5L, 33L}) {
+        for (long n : {1L, 2L, 31L, 64L, 65L, 1021L, 65537L, 69960L}) {
+            for (int iz : {0, 1}) {
+                unsigned short rmn, rmx, rmean, mn = 1, mx = 1, mean = 1;
+                ReferenceMinMax(data.data() + start, n, rmn, rmx, rmean, iz);
+                MinMax(data.data() + start, n, &mn, &mx, &mean, iz);
+                ASSERT_EQ(mn, rmn) << start << " " << n << " " << iz;
+                ASSERT_EQ(mx, rmx) << start << " " << n << " " << iz;
+                ASSERT_EQ(mean, rmean) << start << " " << n << " " << iz;
+            }
+        }
+    }
+}
+
+TEST(PixelArray, RegionStatisticsAndRemoval) {
+    // 4 x 3 image, value = 10 * y + x; region: columns 1..2 of lines 1..2.
+    std::vector<unsigned short> img(12);
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < 4; ++x) img[y * 4 + x] = static_cast<unsigned short>(10 * y + x);
+    CRgn rgn;
+    rgn.CreateRectRgn(1, 1, 3, 3);
+    unsigned short mn = 0, mx = 0, mean = 0;
+    MinMaxRgn(img.data(), 4, 3, &rgn, &mn, &mx, &mean);
+    EXPECT_EQ(mn, 11);
+    EXPECT_EQ(mx, 22);
+    EXPECT_EQ(mean, 16);  // (11 + 12 + 21 + 22) / 4 = 16.5 truncated
+    std::vector<float> f(img.begin(), img.end());
+    float fmn = 0, fmx = 0, fmean = 0;
+    MinMaxRgn(f.data(), 4, 3, &rgn, &fmn, &fmx, &fmean);
+    EXPECT_EQ(fmean, 16.5f);
+    std::vector<int32_t> s(12);
+    for (int i = 0; i < 12; ++i) s[i] = -img[i];
+    int32_t smn = 0, smx = 0, smean = 0;
+    MinMaxRgn(s.data(), 4, 3, &rgn, &smn, &smx, &smean);
+    EXPECT_EQ(smn, -22);
+    EXPECT_EQ(smx, -11);
+    EXPECT_EQ(smean, -16);  // toward zero
+
+    CRgn far;
+    far.CreateRectRgn(50, 50, 60, 60);
+    mn = mx = mean = 7;
+    MinMaxRgn(img.data(), 4, 3, &far, &mn, &mx, &mean);
+    MinMaxRgn(img.data(), 4, 3, nullptr, &mn, &mx, &mean);
+    EXPECT_EQ(mn + mx + mean, 21);
+
+    auto cut = img;
+    RemoveRgn(cut.data(), 4, 3, &rgn, static_cast<unsigned short>(999));
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < 4; ++x) {
+            const bool in = x >= 1 && x < 3 && y >= 1;
+            EXPECT_EQ(cut[y * 4 + x], in ? img[y * 4 + x] : 999);
+        }
+    auto same = img;
+    RemoveRgn(same.data(), 4, 3, nullptr, static_cast<unsigned short>(0));
+    RemoveRgn(same.data(), 4, 0, &rgn, static_cast<unsigned short>(0));
+    EXPECT_EQ(same, img);
+    // The frame's RemoveRgn clears to 0.
+    CFrame frame(4, 3, 16, 0, 0);
+    frame.SetFrame(img.data());
+    frame.RemoveRgn(&rgn);
+    EXPECT_EQ(frame.GetPixel(0, 0), 0);
+    EXPECT_EQ(frame.GetPixel(2, 2), 22);
+}
+
+TEST(PixelArray, PositionsIndexListsAndSwap) {
+    const int32_t v[] = {4, -2, 9, -2, 9, 0};
+    int32_t mn = 0, mx = 0, mean = 0;
+    long mi = -1, ma = -1;
+    MinMaxPosition(v, 6, &mn, &mx, mi, ma, &mean);
+    EXPECT_EQ(mn, -2);
+    EXPECT_EQ(mi, 1);  // first occurrence
+    EXPECT_EQ(mx, 9);
+    EXPECT_EQ(ma, 2);
+    EXPECT_EQ(mean, 3);  // 18 / 6
+    const double d[] = {1.5};
+    double dmn = 0, dmx = 0;
+    MinMaxPosition(d, 1, &dmn, &dmx, mi, ma, nullptr);
+    EXPECT_EQ(dmn, 1.5);
+    EXPECT_EQ(mi, 0);
+    EXPECT_EQ(ma, 0);
+
+    const unsigned short px[] = {0x1003, 50, 0xF00A, 7};
+    const int idx[] = {2, 0, 3};
+    unsigned short imn = 0, imx = 0, imean = 0;
+    EXPECT_EQ(MinMaxIndex(px, idx, 3, 0x0FFF, imn, imx, &imean), 1);
+    EXPECT_EQ(imn, 3);
+    EXPECT_EQ(imx, 10);
+    EXPECT_EQ(imean, 6);  // (10 + 3 + 7) / 3 truncated
+    EXPECT_EQ(MinMaxIndex(px, idx, 1, 0xFFFF, imn, imx), 1);
+    EXPECT_EQ(imn, 0xF00A);
+    EXPECT_EQ(MinMaxIndex(px, idx, 0, 0xFFFF, imn, imx), 0);
+    EXPECT_EQ(MinMaxIndex(px, nullptr, 2, 0xFFFF, imn, imx), 0);
+
+    unsigned short s16[] = {0x1234, 0xFF00};
+    Swap(s16, 2);
+    EXPECT_EQ(s16[0], 0x3412);
+    EXPECT_EQ(s16[1], 0x00FF);
+    uint32_t s32[] = {0x11223344u};
+    Swap(s32, 1);
+    EXPECT_EQ(s32[0], 0x44332211u);
+    int32_t si[] = {1};
+    Swap(si, 1);
+    EXPECT_EQ(si[0], 0x01000000);
+    float sf[] = {1.0f};  // 0x3F800000
+    Swap(sf, 1);
+    Swap(sf, 1);
+    EXPECT_EQ(sf[0], 1.0f);
+}
+
+TEST(PixelArray, StdDevPopulationForm) {
+    const unsigned short a[] = {2, 4, 4, 4, 5, 5, 7, 9};
+    double sd = 0, mean = 0;
+    StdDev(a, 8, &sd, &mean);
+    EXPECT_EQ(mean, 5.0);
+    EXPECT_EQ(sd, 2.0);
+    const uint32_t b[] = {2, 4, 4, 4, 5, 5, 7, 9};
+    StdDev(b, 8, &sd, &mean);
+    EXPECT_EQ(sd, 2.0);
+    const int32_t c[] = {-2, -4, -4, -4, -5, -5, -7, -9};
+    StdDev(c, 8, &sd, &mean);
+    EXPECT_EQ(mean, -5.0);
+    EXPECT_EQ(sd, 2.0);
+    const float f[] = {1.5f, 2.5f};
+    StdDev(f, 2, &sd, &mean);
+    EXPECT_EQ(mean, 2.0);
+    EXPECT_EQ(sd, 0.5);
+    const double d[] = {3, 3, 3};
+    StdDev(d, 3, &sd, &mean);
+    EXPECT_EQ(sd, 0.0);
+    sd = mean = -1;
+    StdDev(a, 0, &sd, &mean);
+    EXPECT_EQ(sd, -1);
+    const unsigned short same[] = {65535, 65535, 65535};
+    StdDev(same, 3, &sd, &mean);
+    EXPECT_EQ(mean, 65535.0);
+    EXPECT_EQ(sd, 0.0);
+}
+
+TEST(PixelArray, StdDevOfLevelsIsTheExactSumRoundedOnce) {
+    // The mean is the running double sum (exact here) times 1 / n; the sum of
+    // squared deviations is exact, checked against 113-bit arithmetic where
+    // every term is exact and the sum's error is far below half a double ulp.
+    for (auto [start, n] : {std::pair{0L, 327680L}, std::pair{3L, 1001L}, std::pair{1L, 3L}}) {
+        const auto data = Noise(static_cast<size_t>(start + n), static_cast<uint32_t>(n), 0x3FFF);
+        const unsigned short* p = data.data() + start;
+        double sum = 0;
+        for (long i = 0; i < n; ++i) sum += p[i];
+        const double m = sum * (1.0 / n);
+        Quad squares = 0;
+        for (long i = 0; i < n; ++i) {
+            const Quad dv = static_cast<Quad>(p[i]) - static_cast<Quad>(m);
+            squares += dv * dv;
+        }
+        const double expect = std::sqrt(std::fabs(static_cast<double>(squares) * (1.0 / n)));
+        double sd = 0, mean = 0;
+        StdDev(p, n, &sd, &mean);
+        EXPECT_EQ(mean, m) << n;
+        EXPECT_EQ(sd, expect) << n;
+    }
+}
+
+TEST(PixelArray, HistogramCounts) {
+    const unsigned short px[] = {0x1005, 3, 5, 0xF003, 9};
+    long* h = nullptr;
+    unsigned short mn = 99, mx = 99;
+    ASSERT_EQ(CalculateHisto(px, 5, nullptr, 0x0FFF, mn, mx, h), 1);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(h[3], 2);
+    EXPECT_EQ(h[5], 2);
+    EXPECT_EQ(h[9], 1);
+    EXPECT_EQ(std::accumulate(h, h + 4096, 0L), 5);
+    EXPECT_EQ(mn, 3);
+    EXPECT_EQ(mx, 9);
+    delete[] h;
+
+    const int idx[] = {4, 4, 1};
+    int32_t* h32 = nullptr;
+    ASSERT_EQ(CalculateHisto(px, 3, idx, 0x000F, mn, mx, h32), 1);
+    EXPECT_EQ(h32[9], 2);
+    EXPECT_EQ(h32[3], 1);
+    EXPECT_EQ(mn, 3);
+    EXPECT_EQ(mx, 9);
+    delete[] h32;
+
+    h = nullptr;
+    EXPECT_EQ(CalculateHisto(px, 0, nullptr, 0x0FFF, mn, mx, h), 0);
+    EXPECT_EQ(CalculateHisto(nullptr, 5, nullptr, 0x0FFF, mn, mx, h), 0);
+    EXPECT_EQ(CalculateHisto(px, 5, nullptr, 0, mn, mx, h), 0);
+    EXPECT_EQ(h, nullptr);
+
+    // The sub-histogram path on a large odd-length image equals plain counting.
+    const auto big = Noise(100003, 11);
+    for (long start : {0L, 1L}) {
+        ASSERT_EQ(CalculateHisto(big.data() + start, 100001, nullptr, 0x3FFF, mn, mx, h), 1);
+        std::vector<long> ref(0x4000, 0);
+        for (long i = 0; i < 100001; ++i) ++ref[big[start + i] & 0x3FFF];
+        EXPECT_TRUE(std::equal(ref.begin(), ref.end(), h));
+        delete[] h;
+    }
+}
+
+TEST(PixelArray, ThresholdCutRules) {
+    // One pixel in every bin from 100 to 200.
+    std::vector<long> h(4096, 0);
+    for (int b = 100; b <= 200; ++b) h[b] = 1;
+    unsigned short mn = 100, mx = 200;
+    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 0.f, 0.f, mn, mx), 1);
+    EXPECT_EQ(mn, 101);  // a percentage of 0 still cuts the end bin
+    EXPECT_EQ(mx, 199);
+
+    // 10 percent of 101 = 10 pixels: the bin where 10 is reached goes too.
+    mn = 100, mx = 200;
+    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 10.f, 10.f, mn, mx), 1);
+    EXPECT_EQ(mx, 190);  // 200..191 hold 10
+    EXPECT_EQ(mn, 110);
+
+    // A count never reached collapses the range onto the other bound.
+    mn = 100, mx = 200;
+    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 1000, 0.f, 50.f, mn, mx), 1);
+    EXPECT_EQ(mx, 100);
+    EXPECT_EQ(mn, 100);
+    mn = 100, mx = 200;
+    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 1000, 50.f, 0.f, mn, mx), 1);
+    EXPECT_EQ(mx, 199);
+    EXPECT_EQ(mn, 199);
+
+    // Single precision: 0.01f makes 10000 x 1 percent 100 exactly, and
+    // 3 x 33.333332 percent 0.99999994 -> 0.
+    std::vector<int32_t> h32(4096, 0);
+    h32[7] = 1;
+    h32[8] = 2;
+    mn = 7, mx = 8;
+    ASSERT_EQ(ApplyThresholdMinMaxHisto(h32.data(), 4095, 3, 33.333332f, 0.f, mn, mx), 1);
+    EXPECT_EQ(mx, 7);
+    EXPECT_EQ(mn, 7);
+
+    // Refusals leave min and max alone.
+    mn = 150, mx = 120;
+    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 0.f, 0.f, mn, mx), 0);
+    EXPECT_EQ(mn, 150);
+    EXPECT_EQ(mx, 120);
+    mn = 100, mx = 200;
+    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, -1.f, 0.f, mn, mx), 0);
+    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 0.f, 100.5f, mn, mx), 0);
+    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 150, 101, 0.f, 0.f, mn, mx), 0);
+    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 0, 101, 0.f, 0.f, mn, mx), 0);
+    EXPECT_EQ(ApplyThresholdMinMaxHisto(static_cast<long*>(nullptr), 4095, 101, 0.f, 0.f, mn, mx), 0);
+    EXPECT_EQ(mn, 100);
+    EXPECT_EQ(mx, 200);
+}
+
+TEST(PixelArray, MinMaxHistoKeepRule) {
+    // 10000 pixels: 100 each of the levels 1000..1099.
+    std::vector<unsigned short> px(10000);
+    for (int i = 0; i < 10000; ++i) px[i] = static_cast<unsigned short>(1000 + i % 100);
+    unsigned short mn = 0, mx = 0;
+    // Keep 98 percent: 1 percent (100 pixels, one level) cut at each end,
+    // and the bin where the count is reached goes with it.
+    ASSERT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 98.f, -1.f, nullptr), 1);
+    EXPECT_EQ(mn, 1001);
+    EXPECT_EQ(mx, 1098);
+    ASSERT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 1.f, 1.f, nullptr), 1);
+    EXPECT_EQ(mn, 1001);
+    EXPECT_EQ(mx, 1098);
+    // 2 percent = 200 pixels = two levels, the second one's bin included.
+    ASSERT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 2.f, 0.f, nullptr), 1);
+    EXPECT_EQ(mn, 1002);
+    EXPECT_EQ(mx, 1098);
+
+    const int idx[] = {0, 1, 2, 3};
+    ASSERT_EQ(MinMaxHisto(px.data(), 4, &mn, &mx, 4095, 0.f, 0.f, idx), 1);
+    EXPECT_EQ(mn, 1001);
+    EXPECT_EQ(mx, 1002);
+
+    mn = mx = 5;
+    EXPECT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 101.f, 0.f, nullptr), 0);
+    EXPECT_EQ(mn, 0);  // cleared before the percentages are checked
+    EXPECT_EQ(mx, 0);
+    EXPECT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 102.f, -1.f, nullptr), 0);
+    EXPECT_EQ(MinMaxHisto(px.data(), 0, &mn, &mx, 4095, 0.f, 0.f, nullptr), 0);
+    EXPECT_EQ(MinMaxHisto(px.data(), 10, nullptr, &mx, 4095, 0.f, 0.f, nullptr), 0);
+
+    // Region: the first line (levels 1000..1009 of a 10 x 10 image).
+    CRgn rgn;
+    rgn.CreateRectRgn(0, 0, 10, 1);
+    ASSERT_EQ(MinMaxHistoRgn(px.data(), 10, 10, &rgn, &mn, &mx, 4095, 0.f, 0.f), 1);
+    EXPECT_EQ(mn, 1001);
+    EXPECT_EQ(mx, 1008);
+    CRgn far;
+    far.CreateRectRgn(20, 20, 30, 30);
+    EXPECT_EQ(MinMaxHistoRgn(px.data(), 10, 10, &far, &mn, &mx, 4095, 0.f, 0.f), 0);
+    ASSERT_EQ(MinMaxHistoRgn(px.data(), 100, 100, nullptr, &mn, &mx, 4095, 1.f, 1.f), 1);
+    EXPECT_EQ(mn, 1001);
+}
+
+TEST(PixelArray, RotateImageFollowsProcessRotation) {
+    for (auto [p, l] : {std::pair{13, 6}, std::pair{16, 40}, std::pair{3, 1}}) {
+        const size_t n = static_cast<size_t>(p) * l;
+        auto data = Noise(n, static_cast<uint32_t>(n));
+        CFrame src(data.data(), p, l, 16, 0, 0);
+        for (int code : {90, 270}) {
+            CFrame turned(l, p, 16, 0, 0);
+            ASSERT_EQ(turned.ProcessRotation(&src, code), 1);
+            auto v16 = data;
+            RotateImage(v16.data(), p, l, code, nullptr);
+            EXPECT_TRUE(std::equal(v16.begin(), v16.end(), turned.GetBuffer())) << p << "x" << l << " " << code;
+            std::vector<unsigned char> v8(n);
+            std::vector<float> vf(n);
+            for (size_t i = 0; i < n; ++i) {
+                v8[i] = static_cast<unsigned char>(data[i]);
+                vf[i] = static_cast<float>(data[i]) + 0.5f;
+            }
+            RotateImage(v8.data(), p, l, code, nullptr);
+            RotateImage(vf.data(), p, l, code, nullptr);
+            for (size_t i = 0; i < n; ++i) {
+                ASSERT_EQ(v8[i], static_cast<unsigned char>(turned.GetBuffer()[i]));
+                ASSERT_EQ(vf[i], static_cast<float>(turned.GetBuffer()[i]) + 0.5f);
+            }
+        }
+        auto r = data;
+        RotateImage(r.data(), p, l, 180, nullptr);
+        for (size_t i = 0; i < n; ++i) ASSERT_EQ(r[i], data[n - 1 - i]);
+        std::vector<float> rf(data.begin(), data.end());
+        RotateImage(rf.data(), p, l, 180, nullptr);
+        EXPECT_EQ(rf.front(), data.back());
+        for (int code : {0, 45, 360, 450}) {
+            auto same = data;
+            RotateImage(same.data(), p, l, static_cast<unsigned short>(code), nullptr);
+            EXPECT_EQ(same, data) << code;
+        }
+    }
+    // In-place reversal on lengths around the vector width.
+    for (long n : {1L, 2L, 15L, 16L, 17L, 31L, 33L}) {
+        std::vector<unsigned short> v(static_cast<size_t>(n));
+        std::iota(v.begin(), v.end(), 0);
+        RotateImage(v.data(), static_cast<unsigned short>(n), 1, 180, nullptr);
+        for (long i = 0; i < n; ++i) ASSERT_EQ(v[i], n - 1 - i) << n;
+    }
+    // 360 applies a mapping.
+    CMapping map(3, 1);
+    map.SetEntry(0, 2);
+    map.SetEntry(2, 0);
+    unsigned short three[] = {1, 2, 3};
+    RotateImage(three, 3, 1, 360, &map);
+    EXPECT_EQ(three[0], 3);
+    EXPECT_EQ(three[2], 1);
+}
+
+TEST(PixelArray, TimeOfDay) {
+    unsigned short h = 0, m = 0, s = 0, c = 0, t = 77, u = 77;
+    SplitTime(3725.5, &h, &m, &s, &c, nullptr, &u);
+    EXPECT_EQ(h, 1);
+    EXPECT_EQ(m, 2);
+    EXPECT_EQ(s, 5);
+    EXPECT_EQ(c, 50);
+    EXPECT_EQ(u, 77);  // micro needs the thousandths pointer too
+    SplitTime(3725.5, &h, &m, &s, &c, &t, &u);
+    EXPECT_EQ(t, 0);
+    EXPECT_EQ(u, 0);
+
+    double time = 0;
+    MergeTime(&time, 13, 45, 30, 12, 3, 250);
+    EXPECT_EQ(time, 13 * 3600 + 45 * 60 + 30 + 12 * 0.01 + 3 * 0.001 + 250 * 1e-6);
+    SplitTime(time, &h, &m, &s, &c, &t, &u);
+    EXPECT_EQ(h, 13);
+    EXPECT_EQ(m, 45);
+    EXPECT_EQ(s, 30);
+    EXPECT_EQ(c, 12);
+    EXPECT_EQ(t, 3);
+    EXPECT_NEAR(u, 250, 1);
+    MergeTime(&time, 1, 0, 0, 1500000UL);
+    EXPECT_EQ(time, 3601.5);
+    MergeTime(&time, 0x100000005UL, 0UL);  // taken as 32 bits
+    EXPECT_EQ(time, 5.0);
+    MergeTime(&time, 10UL, 250000UL);
+    EXPECT_EQ(time, 10.25);
+    SplitTime(-5.0, &h, &m, &s, &c, &t, &u);  // a negative remainder becomes 0
+    EXPECT_EQ(m, 0);
+    EXPECT_EQ(s, 0);
+    MergeTime(nullptr, 1UL, 1UL);
+}
+
+TEST(PixelArray, InterlacedFieldsRoundTrip) {
+    for (int lines : {7, 8, 1}) {
+        const unsigned short point = 5;
+        auto combined = Noise(static_cast<size_t>(point) * lines, 5);
+        for (int k : {3, 4}) {
+            std::vector<std::vector<unsigned short>> f(4, std::vector<unsigned short>(point * ((lines + 3) / 3), 0));
+            const int ok = k == 3 ? DeInterlaceImage(combined.data(), f[0].data(), f[1].data(), f[2].data(), point,
+                                                     static_cast<unsigned short>(lines))
+                                  : DeInterlaceImage(combined.data(), f[0].data(), f[1].data(), f[2].data(),
+                                                     f[3].data(), point, static_cast<unsigned short>(lines));
+            ASSERT_EQ(ok, 1);
+            // Field f holds the lines f, f + k, ...
+            if (lines > 1) {
+                EXPECT_EQ(f[1][0], combined[point * 1]);
+            }
+            if (lines > k) {
+                EXPECT_EQ(f[0][point], combined[point * k]);
+            }
+            std::vector<unsigned short> back(combined.size(), 0);
+            const int ok2 = k == 3 ? InterlaceImage(f[0].data(), f[1].data(), f[2].data(), back.data(), point,
+                                                    static_cast<unsigned short>(lines))
+                                   : InterlaceImage(f[0].data(), f[1].data(), f[2].data(), f[3].data(), back.data(),
+                                                    point, static_cast<unsigned short>(lines));
+            ASSERT_EQ(ok2, 1);
+            EXPECT_EQ(back, combined);
+        }
+    }
+    std::vector<float> cf = {1, 2, 3, 4, 5, 6}, a(2), b(2), c(2);
+    ASSERT_EQ(DeInterlaceImage(cf.data(), a.data(), b.data(), c.data(), 2, 3), 1);
+    EXPECT_EQ(b, (std::vector<float>{3, 4}));
+    std::vector<float> back(6);
+    ASSERT_EQ(InterlaceImage(a.data(), b.data(), c.data(), back.data(), 2, 3), 1);
+    EXPECT_EQ(back, cf);
+    EXPECT_EQ(InterlaceImage(a.data(), nullptr, c.data(), back.data(), 2, 3), 0);
+    EXPECT_EQ(DeInterlaceImage(cf.data(), a.data(), b.data(), c.data(), 0, 3), 0);
+}
+
+TEST(PixelArray, LineDoublingAndPixelFootprint) {
+    const unsigned short in[] = {10, 20, 13, 40, 0, 65535};  // 2 x 3
+    unsigned short out[12] = {};
+    InterpolateImage(in, out, 2, 3);
+    const unsigned short expect[] = {10, 20, 11, 30, 13, 40, 6, 32787, 0, 65535, 0, 65535};
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(out[i], expect[i]) << i;
+
+    EXPECT_DOUBLE_EQ(GetPixelRes(15.0, 25.0, 1.0), 0.6);
+    EXPECT_DOUBLE_EQ(GetPixelRes(25.0, 50.0, 10.0), 5.0);
+    EXPECT_EQ(GetPixelRes(15.0, 0.0, 1.0), 0.0);
+}
