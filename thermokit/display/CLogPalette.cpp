@@ -95,7 +95,11 @@ struct CLogPalette::IniReader {
             if (line.empty() || line[0] == ';' || line[0] == '#') continue;
             if (line.front() == '[') {
                 const size_t close = line.find(']');
-                if (close == std::string::npos) continue;  // malformed header: ignored
+                if (close == std::string::npos) {
+                    // Malformed header: its lines are dropped up to the next header.
+                    current = nullptr;
+                    continue;
+                }
                 if (sections.size() >= kMaxCustom) {
                     current = nullptr;
                     continue;

@@ -39,12 +39,13 @@ bool LockByte(int fd, off_t where, short type) {
     return fcntl(fd, F_OFD_SETLK, &fl) == 0;
 }
 
-bool OtherHolds(int fd, off_t where) {
+// True when another open file description holds a lock on [where, where + len).
+bool OtherHolds(int fd, off_t where, off_t len) {
     struct flock fl {};
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
     fl.l_start = where;
-    fl.l_len = 1;
+    fl.l_len = len;
     if (fcntl(fd, F_OFD_GETLK, &fl) != 0) return false;
     return fl.l_type != F_UNLCK;
 }
@@ -96,6 +97,21 @@ bool WriteFully(int fd, struct iovec* iov, int count, uint64_t offset) {
     return true;
 }
 
+#if defined(__x86_64__)
+#define THERMOKIT_CLONES __attribute__((target_clones("default", "avx2", "avx512f")))
+#else
+#define THERMOKIT_CLONES
+#endif
+
+// The OR of all values: a read-only pass, cheaper than masking, that tells
+// whether a film's pixels need masking at all.
+THERMOKIT_CLONES
+unsigned short OrAll(const unsigned short* p, long n) {
+    unsigned short acc = 0;
+    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
+    return acc;
+}
+
 }  // namespace
 
 // A read-only descriptor kept between reads. Begin() does what opening the
@@ -139,7 +155,9 @@ struct CPtr::ReadCache {
             return false;
         }
         locked = true;
-        if (OtherHolds(fd, kDenyRead) || OtherHolds(fd, kAccessWrite)) {
+        // "write" and "deny read" are neighbours: one probe sees either.
+        static_assert(kDenyRead == kAccessWrite + 1);
+        if (OtherHolds(fd, kAccessWrite, 2)) {
             End();
             return false;
         }
@@ -296,8 +314,11 @@ int CPtr::Read(unsigned long n, CFrame* f) {
     double t = 0.0;
     if (!ReadImage(n, f->GetBuffer(), static_cast<size_t>(GetSize()) * 2, &t)) return 0;
     f->SetTime(t);
+    // Clear the bits above the depth (only when some pixel has one: a
+    // well-formed film has none, and looking is cheaper than writing).
     const unsigned short maxLevel = GetMaxLevel();
-    if (maxLevel != 0xFFFF) thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
+    if (maxLevel != 0xFFFF && (OrAll(f->GetBuffer(), GetSize()) & ~maxLevel))
+        thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
     return 1;
 }
 

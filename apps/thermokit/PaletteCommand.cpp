@@ -1,0 +1,125 @@
+// thermokit palette: the built-in and custom palettes, listed or drawn as a colour bar into a PNG.
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "Command.h"
+#include "thermokit/display/CLogPalette.h"
+#include "thermokit/platform/CWnd.h"
+
+namespace thermokit::cli {
+namespace {
+
+struct PaletteOptions {
+    std::string file;
+    std::string palette;
+    std::string output;
+    bool swap = false;
+    bool vertical = false;
+    int width = 0;
+    int height = 0;
+};
+
+bool SameName(const std::string& a, const std::string& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+            return false;
+    return true;
+}
+
+// Loads the custom palettes of the file (if any); false with a message when it cannot be read.
+bool LoadCustom(const std::string& file, CLogPalette& reader) {
+    if (file.empty()) return true;
+    if (!reader.ReadIniFile(file.c_str())) {
+        Error("file " + file + ": cannot be read");
+        return false;
+    }
+    return true;
+}
+
+int RunList(const PaletteOptions& o) {
+    CLogPalette reader(CLogPalette::GREY, 0, nullptr);
+    if (!LoadCustom(o.file, reader)) return kFailed;
+    for (int i = 0; i < CLogPalette::FIRST_CUSTOM; ++i) {
+        CLogPalette p(static_cast<unsigned short>(i), 0, nullptr);
+        std::printf("%3d  %-12s %3d entries\n", i, CLogPalette::GetPaletteName(i).c_str(), p.GetEntryCount());
+    }
+    const auto& names = *reader.GetCustomPalleteName();
+    const auto& custom = *reader.GetCustomPalettes();
+    for (size_t k = 0; k < names.size(); ++k) {
+        const int number = CLogPalette::FIRST_CUSTOM + static_cast<int>(k);
+        if (custom[k].nEntries == 0)
+            std::printf("%3d  %-12s empty (no entry-count line)\n", number, names[k].c_str());
+        else
+            std::printf("%3d  %-12s %3d entries, %d control points\n", number, names[k].c_str(), custom[k].nEntries,
+                        custom[k].nPoints);
+    }
+    return kDone;
+}
+
+// Palette number from a number or a name (built-in names first, then the file's); -1 when unknown.
+int ResolvePalette(const std::string& text, const CLogPalette& reader) {
+    if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
+        const long n = std::strtol(text.c_str(), nullptr, 10);
+        return (text.size() <= 5 && n <= 65535) ? static_cast<int>(n) : -1;
+    }
+    for (int i = 0; i < CLogPalette::FIRST_CUSTOM; ++i)
+        if (SameName(text, CLogPalette::GetPaletteName(i))) return i;
+    const auto& names = *reader.GetCustomPalleteName();
+    for (size_t k = 0; k < names.size(); ++k)
+        if (SameName(text, names[k])) return CLogPalette::FIRST_CUSTOM + static_cast<int>(k);
+    return -1;
+}
+
+int RunRender(const PaletteOptions& o) {
+    CLogPalette reader(CLogPalette::GREY, 0, nullptr);
+    if (!LoadCustom(o.file, reader)) return kFailed;
+    const int number = ResolvePalette(o.palette, reader);
+    if (number < 0) {
+        Error("unknown palette \"" + o.palette + "\" (thermokit palette list shows them)");
+        return kUsage;
+    }
+    CLogPalette palette(static_cast<unsigned short>(number), o.swap ? 1 : 0, o.file.empty() ? nullptr : o.file.c_str());
+    if (!palette.IsCreated()) {
+        Error("palette " + std::to_string(number) + " (" + palette.GetPaletteName() + "): no entries to draw");
+        return kFailed;
+    }
+    const int width = o.width > 0 ? o.width : (o.vertical ? 32 : 256);
+    const int height = o.height > 0 ? o.height : (o.vertical ? 256 : 32);
+    CWnd wnd(width, height);
+    palette.Display(&wnd, o.vertical ? 0 : 1, 0, 65535, 65535, 65535);
+    if (!wnd.SavePng(o.output.c_str())) {
+        Error("file " + o.output + ": cannot be written");
+        return kFailed;
+    }
+    std::printf("%s: palette %d \"%s\"%s, %d x %d\n", o.output.c_str(), number, palette.GetPaletteName().c_str(),
+                o.swap ? " (swapped)" : "", width, height);
+    return kDone;
+}
+
+RegisterCommand reg(500, [](CLI::App& app) {
+    auto options = std::make_shared<PaletteOptions>();
+    auto* group = app.add_subcommand("palette", "Built-in and custom colour palettes");
+    group->require_subcommand(1);
+
+    auto* list = group->add_subcommand("list", "List the number and name of every built-in and custom palette");
+    list->add_option("--file", options->file, "Palette file with custom palettes");
+    list->footer("Example: thermokit palette list --file palettes.ini");
+    list->callback([options] { SetAction([options] { return RunList(*options); }); });
+
+    auto* render = group->add_subcommand("render", "Draw a palette as a colour bar into a PNG picture");
+    render->add_option("palette", options->palette, "Palette name or number")->required();
+    render->add_flag("--swap", options->swap, "Reverse the palette");
+    render->add_flag("--vertical", options->vertical, "Vertical bar (highest level at the top)");
+    render->add_option("--file", options->file, "Palette file with custom palettes");
+    render->add_option("--width", options->width, "Picture width in pixels")->check(CLI::Range(1, 16384));
+    render->add_option("--height", options->height, "Picture height in pixels")->check(CLI::Range(1, 16384));
+    render->add_option("-o,--output", options->output, "PNG file to write")->required();
+    render->footer("Example: thermokit palette render \"Hot Metal\" --vertical -o bar.png");
+    render->callback([options] { SetAction([options] { return RunRender(*options); }); });
+});
+
+}  // namespace
+}  // namespace thermokit::cli

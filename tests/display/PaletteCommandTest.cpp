@@ -1,0 +1,85 @@
+// The palette command of the command-line tool, run as a process.
+#include <gtest/gtest.h>
+#include <png.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct ToolRun {
+    int status = -1;
+    std::string out;
+};
+
+ToolRun Tool(const std::string& args) {
+    ToolRun r;
+    const std::string command = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return r;
+    char buffer[512];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
+    const int raw = ::pclose(pipe);
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return r;
+}
+
+std::string Temp(const std::string& name) {
+    return ::testing::TempDir() + "palcmd_" + std::to_string(::getpid()) + "_" + name;
+}
+
+}  // namespace
+
+TEST(PaletteCommand, ListAndRender) {
+    if (std::string(THERMOKIT_TOOL_PATH).empty()) GTEST_SKIP() << "tool not built";
+    const std::string ini = Temp("p.ini");
+    std::ofstream(ini) << "[Sunset]\n(0,0,64)\n(255,96,0)\n(255,255,160)\nEntries=128\n[Broken]\n(1,2,3)\n";
+    ToolRun list = Tool("palette list --file " + ini);
+    ASSERT_EQ(list.status, 0) << list.out;
+    EXPECT_NE(list.out.find(" 0  Threshold"), std::string::npos);
+    EXPECT_NE(list.out.find(" 8  Hot Metal"), std::string::npos);
+    EXPECT_NE(list.out.find("11  Sunset"), std::string::npos);
+    EXPECT_NE(list.out.find("12  Broken"), std::string::npos);
+    EXPECT_NE(list.out.find("empty"), std::string::npos);
+
+    const std::string png = Temp("bar.png");
+    ToolRun render = Tool("palette render sunset --vertical --file " + ini + " -o " + png);
+    ASSERT_EQ(render.status, 0) << render.out;
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str()));
+    EXPECT_EQ(image.width, 32u);
+    EXPECT_EQ(image.height, 256u);
+    image.format = PNG_FORMAT_RGB;
+    std::vector<uint8_t> rgb(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr));
+    // Bottom row: level 0, the first control point.
+    const uint8_t* bottom = &rgb[255 * 32 * 3];
+    EXPECT_EQ(bottom[0], 0);
+    EXPECT_EQ(bottom[1], 0);
+    EXPECT_EQ(bottom[2], 64);
+
+    ToolRun swapped = Tool("palette render 0 --swap --width 16 --height 4 -o " + png);
+    ASSERT_EQ(swapped.status, 0) << swapped.out;
+    png_image second{};
+    second.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&second, png.c_str()));
+    second.format = PNG_FORMAT_RGB;
+    std::vector<uint8_t> pixels(PNG_IMAGE_SIZE(second));
+    ASSERT_TRUE(png_image_finish_read(&second, nullptr, pixels.data(), 0, nullptr));
+    // Horizontal: the top-left pixel is level 255, the last entry of the swapped Threshold: black.
+    EXPECT_EQ(pixels[0] + pixels[1] + pixels[2], 0);
+
+    EXPECT_EQ(Tool("palette render nosuch -o " + png).status, 2);
+    EXPECT_EQ(Tool("palette render 12 --file " + ini + " -o " + png).status, 1);  // empty palette
+    EXPECT_EQ(Tool("palette list --file /nonexistent/p.ini").status, 1);
+    EXPECT_EQ(Tool("palette render 1 -o /nonexistent-dir/bar.png").status, 1);
+    EXPECT_EQ(Tool("palette render 1").status, 2);  // no output file
+    std::remove(ini.c_str());
+    std::remove(png.c_str());
+}
