@@ -164,6 +164,10 @@ int CNucFile::SetTable(unsigned short window, unsigned short table, char* scene,
 
 int CNucFile::SetRegistry() {
     CRegistry reg(CRegistry::GlobalData, "NucFile", "");
+    // Some 240 values: one transaction per store, so the mirror is quick and
+    // never left half written.
+    RegistryBatch userBatch(reg.m_hKeyUser);
+    RegistryBatch machineBatch(reg.m_bAdmin ? reg.m_hKeyMachine : HKEY());
     int ok = 1;
     ok &= reg.SetWORDValue("Nb Tables", m_Header.wNbTables) ? 1 : 0;
     ok &= reg.SetWORDValue("Nb Window", m_Header.wNbWindow) ? 1 : 0;
@@ -190,6 +194,8 @@ int CNucFile::SetRegistry() {
                                  GetTextField(t.szDBLabel, sizeof t.szDBLabel).c_str()) ? 1 : 0;
         ok &= reg.SetSTRINGValue(Name("Table / Lens", n).c_str(), GetTextField(t.szLens, sizeof t.szLens).c_str()) ? 1 : 0;
     }
+    ok &= machineBatch.Commit() ? 1 : 0;
+    ok &= userBatch.Commit() ? 1 : 0;
     return ok;
 }
 
