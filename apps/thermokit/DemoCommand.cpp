@@ -204,8 +204,18 @@ bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short
         dc->FillSolidRect(&all, Rgb(255, 255, 255));
         CRect dest(0, 0, m_point, m_line);
         bitmap.Display(dc, &dest, nullptr, m_point, m_line);
-        CRect barRect(m_point + margin, 4, m_point + margin + barWidth, m_line - 4);
-        palette.Display(dc, &barRect, 0, 0, 0, 255, 0, 1);
+        // The bar goes through the same look-up table: lowest level at the bottom.
+        const int barHeight = m_line - 8;
+        std::vector<unsigned short> ramp(static_cast<size_t>(barWidth) * barHeight);
+        for (int y = 0; y < barHeight; ++y) {
+            const unsigned short v = static_cast<unsigned short>(
+                min + static_cast<double>(max - min) * (barHeight - 1 - y) / std::max(1, barHeight - 1));
+            std::fill(ramp.begin() + static_cast<long>(y) * barWidth, ramp.begin() + static_cast<long>(y + 1) * barWidth, v);
+        }
+        CBit24 barBitmap(static_cast<long>(ramp.size()), 1, 0);
+        barBitmap.Update(ramp.data(), lut);
+        CRect barRect(m_point + margin, 4, m_point + margin + barWidth, 4 + barHeight);
+        barBitmap.Display(dc, &barRect, nullptr, barWidth, barHeight);
         wnd.ReleaseDC(dc);
         ok = wnd.SavePng(path.c_str()) != 0;
     }
@@ -569,16 +579,16 @@ int Demo::StageScene() {
         tl[i] = !(x > 0) ? 0 : x >= maxLevel ? maxLevel : static_cast<unsigned short>(x);
     }
     ok &= SavePicture("scene_temperature.png", tl, maxLevel, 0, maxLevel, CLogPalette::RAINBOW, nullptr, true);
-    // Isotherms on the hot spot: levels of 60..70 C in yellow, 70 C and above in red.
+    // Isotherms on the hot spot: levels of 45..55 C in yellow, 55 C and above in red.
     float l60 = 0, l70 = 0;
     m_cal->FindAbscisse(60.0f, &l60, 1);
     m_cal->FindAbscisse(70.0f, &l70, 1);
     CLogPalette grey(CLogPalette::GREY, 0, nullptr);
     CLut24 iso(maxLevel);
     MinMaxHisto(firstCorrected.data(), m_size, &lo, &hi, maxLevel, 99.0f, -1.0f, nullptr);
-    iso.Update(nullptr, &grey, lo, std::max<unsigned short>(hi, lo + 1));
     iso.SetIsotherm(0, 1, static_cast<unsigned short>(l60), static_cast<unsigned short>(l70), Rgb(255, 255, 0));
     iso.SetIsotherm(1, 1, static_cast<unsigned short>(l70), maxLevel, Rgb(255, 0, 0));
+    iso.Update(nullptr, &grey, lo, std::max<unsigned short>(hi, lo + 1));
     ok &= SavePicture("scene_isotherms.png", firstCorrected, maxLevel, lo, hi, CLogPalette::GREY, &iso);
     if (!ok) return 0;
     End(2 * frames);
@@ -795,7 +805,7 @@ int Demo::WriteReports(double total) {
     md << "\n## Files\n\n"
           "- films/: every simulated film (black bodies, noise, calibration points, scene, lock-in)\n"
           "- camera.nuc, camera.bpr, badpixels.txt, calibration.cal, noise_map.film\n"
-          "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 C on the bar), scene_isotherms.png\n"
+          "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 C on the bar), scene_isotherms.png (60..70 C yellow, above 70 C red)\n"
           "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
           "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film\n";
     if (!md.good()) {

@@ -21,7 +21,7 @@ public:
         double leftCelsius = 15.0;      // left edge, middle line
         double rightCelsius = 55.0;     // right edge, middle line
         double verticalSpan = 6.0;      // K from the top line to the bottom line
-        double spotRise = 40.0;         // K at the spot's centre
+        double spotRise = 50.0;         // K at the spot's centre
         double spotX = 0.35, spotY = 0.45;  // centre at frame 0, fractions of width and height
         double spotSigma = 0.05;        // Gaussian radius, fraction of the width
         double moveX = 0.0, moveY = 0.0;    // pixels per frame
