@@ -13,16 +13,6 @@ using thermokit_test::StoreTest;
 
 namespace {
 
-// Before any test runs, both roots point at files that do not exist, so that
-// nothing here can reach the real stores.
-const bool kGuard = [] {
-    const std::string base = ::testing::TempDir() + "tk_settings_guard_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 1);
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 1);
-    ::setenv("THERMOKIT_ADMIN", "0", 1);
-    return true;
-}();
-
 // Direct access to one root, below the typed layer.
 HKEY OpenAt(RegistryRoot root, const std::string& path, bool create = false) {
     return RegistryKey::OpenRoot(root, create).OpenSubKey(path, create);
