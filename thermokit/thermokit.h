@@ -23,3 +23,6 @@
 #include "thermokit/calibration/CCalibrationComp.h"
 #include "thermokit/calibration/CCalibrationEx.h"
 #include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/nuc/CNuc.h"
+#include "thermokit/nuc/CPixel.h"
+#include "thermokit/nuc/CCorrection.h"
