@@ -30,8 +30,12 @@ namespace {
 //
 // A result at or above the maximal level is the maximal level, one that is
 // not above zero is 0 (a NaN lands here too), anything else is truncated.
+// Written as "raise to 0, then lower to the maximum", which gives exactly
+// that (also for a maximum of 0) and maps onto one max and one min
+// instruction per vector.
 inline __attribute__((always_inline)) unsigned short ClampLevel(float v, float fmax) {
-    const float r = v >= fmax ? fmax : (v > 0.0f ? v : 0.0f);
+    float r = v > 0.0f ? v : 0.0f;
+    r = r < fmax ? r : fmax;
     return static_cast<unsigned short>(static_cast<int>(r));
 }
 
