@@ -463,7 +463,7 @@ int CNuc::FormatNuc(unsigned char* buffer, long length, int format) {
 int CNuc::Save(const char* fileName) {
     if (!fileName) return 0;
     const size_t n = m_Header.dwSize;
-    if (n > TableSize()) return 0;  // no tables to write
+    if (!m_bValid || n > TableSize()) return 0;  // no tables to write
     File file;
     if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
     file.Write(&m_Header, sizeof(m_Header));
