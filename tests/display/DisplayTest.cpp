@@ -18,6 +18,7 @@
 #include "thermokit/platform/CWnd.h"
 #include "thermokit/platform/Display.h"
 #include "thermokit/platform/Messages.h"
+#include "thermokit/platform/PngWriter.h"
 
 using namespace thermokit;
 
@@ -152,6 +153,9 @@ TEST(DeviceContext, NearestNeighbourStretchClipAndFill) {
     // the bottom-right quarter of the 20 x 12 stretch.
     EXPECT_EQ(dc->StretchBlt(CRect(-10, -6, 10, 6), src, 2, 2, 2, CRect(0, 0, 2, 2)), 1);
     EXPECT_EQ(wnd.GetCanvasPixel(9, 5), Rgb(4, 0, 0));
+    // Rectangles wider than 32 bits can count keep their arithmetic exact.
+    EXPECT_EQ(dc->StretchBlt(CRect(-2000000000, 0, 2000000000, 6), src, 2, 2, 2, CRect(0, 0, 2, 2)), 1);
+    EXPECT_EQ(wnd.GetCanvasPixel(0, 0), Rgb(2, 0, 0));  // the middle of the stretch: column 1
     // Fills respect the clip region.
     CRgn region;
     region.CreateRectRgn(2, 2, 4, 4);
@@ -339,6 +343,23 @@ TEST(Png, CanvasAndBitmapRoundTrip) {
     EXPECT_EQ(last[1], (p >> 8) & 0xFF);
     EXPECT_EQ(last[2], p & 0xFF);
     std::remove(bitPath.c_str());
+
+    // A memory context's own bitmap.
+    CBitmap surface;
+    ASSERT_EQ(surface.CreateBitmap(3, 2, 1, 32, nullptr), 1);
+    CDC memory;
+    memory.CreateCompatibleDC(nullptr);
+    memory.SelectObject(&surface);
+    memory.FillSolidRect(1, 0, 2, 2, Rgb(200, 100, 50));
+    const std::string dcPath = TempPath("dc.png");
+    ASSERT_EQ(PngWriter::WriteBitmap(dcPath.c_str(), &surface), 1);
+    rgb = ReadPngRgb(dcPath, w, h);
+    ASSERT_EQ(rgb.size(), 18u);
+    EXPECT_EQ(rgb[0] + rgb[1] + rgb[2], 0);
+    EXPECT_EQ(rgb[15], 200);
+    EXPECT_EQ(rgb[16], 100);
+    EXPECT_EQ(rgb[17], 50);
+    std::remove(dcPath.c_str());
 
     // Failures: unwritable path, geometry larger than the bitmap; no file is left behind.
     EXPECT_EQ(wnd.SavePng("/nonexistent-dir/x.png"), 0);

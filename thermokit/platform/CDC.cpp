@@ -240,18 +240,18 @@ int CDC::Stretch(const CRect& dest, const Pixel* src, int srcWidth, int srcHeigh
     if (dest.IsRectEmpty() || srcRect.IsRectEmpty()) return 0;
     if (srcRect.left < 0 || srcRect.top < 0 || srcRect.right > srcWidth || srcRect.bottom > srcHeight) return 0;
     PrepareClip();
-    const int64_t dw = dest.Width(), dh = dest.Height();
+    const int64_t dw = static_cast<int64_t>(dest.right) - dest.left, dh = static_cast<int64_t>(dest.bottom) - dest.top;
     const int64_t sw = srcRect.Width(), sh = srcRect.Height();
     const int x0 = std::max(dest.left, 0), x1 = std::min(dest.right, m_surface->GetWidth());
     const int y0 = std::max(dest.top, 0), y1 = std::min(dest.bottom, m_surface->GetHeight());
     if (x0 >= x1 || y0 >= y1) return 1;
     std::vector<int> xmap(static_cast<size_t>(x1 - x0));
     for (int x = x0; x < x1; ++x)
-        xmap[static_cast<size_t>(x - x0)] = static_cast<int>(srcRect.left + (x - dest.left) * sw / dw);
+        xmap[static_cast<size_t>(x - x0)] = static_cast<int>(srcRect.left + (static_cast<int64_t>(x) - dest.left) * sw / dw);
     uint32_t* bits = reinterpret_cast<uint32_t*>(m_surface->GetBits());
     const size_t w = static_cast<size_t>(m_surface->GetWidth());
     for (int y = y0; y < y1; ++y) {
-        const int64_t sy = srcRect.top + (y - dest.top) * sh / dh;
+        const int64_t sy = srcRect.top + (static_cast<int64_t>(y) - dest.top) * sh / dh;
         const Pixel* row = src + static_cast<ptrdiff_t>(sy) * stridePixels;
         uint32_t* out = bits + static_cast<size_t>(y) * w;
         if (m_clip) {

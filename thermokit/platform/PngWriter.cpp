@@ -5,6 +5,10 @@
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
+
+#include "thermokit/platform/CBitmap.h"
+#include "thermokit/platform/CDC.h"
 
 namespace thermokit {
 namespace {
@@ -57,6 +61,18 @@ int PngWriter::WriteBgra(const char* path, const uint8_t* bgra, int width, int h
     if (std::fclose(file) != 0) ok = 0;
     if (!ok) std::remove(path);
     return ok;
+}
+
+int PngWriter::WriteBitmap(const char* path, const CBitmap* bitmap) {
+    if (!bitmap || !bitmap->IsCreated()) return 0;
+    const int w = bitmap->GetWidth(), h = bitmap->GetHeight();
+    if (bitmap->GetBitsPixel() == 32)
+        return WriteBgra(path, bitmap->GetBits(), w, h, static_cast<ptrdiff_t>(bitmap->GetStride()));
+    uint32_t colours[256];
+    for (int s = 0; s < 256; ++s) colours[s] = ColorToBgra(CDC::GetSystemPaletteColor(s));
+    std::vector<uint32_t> pixels(static_cast<size_t>(w) * static_cast<size_t>(h));
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = colours[bitmap->GetBits()[i]];
+    return WriteBgra(path, reinterpret_cast<const uint8_t*>(pixels.data()), w, h, static_cast<ptrdiff_t>(w) * 4);
 }
 
 }  // namespace thermokit

@@ -1,0 +1,528 @@
+#include "thermokit/film/CStreamFile.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#if defined(__x86_64__)
+#include <emmintrin.h>
+#endif
+
+namespace thermokit {
+
+namespace {
+
+constexpr unsigned long kDirectAlign = 4096;  // memory, offset and size alignment of direct writes
+
+// The file system's alignment rule for direct transfers, 0 when it takes none.
+unsigned long DirectAlignment(int fd) {
+#if defined(STATX_DIOALIGN)
+    struct statx sx {};
+    if (statx(fd, "", AT_EMPTY_PATH, STATX_DIOALIGN, &sx) == 0 && (sx.stx_mask & STATX_DIOALIGN)) {
+        if (sx.stx_dio_offset_align == 0) return 0;
+        return std::max<unsigned long>(sx.stx_dio_offset_align, sx.stx_dio_mem_align);
+    }
+#endif
+    (void)fd;
+    return kDirectAlign;
+}
+
+// Floor division: positions before a boundary round down even when negative.
+int64_t AlignDown(int64_t position, int64_t bank) {
+    int64_t q = position / bank;
+    if (position % bank != 0 && position < 0) --q;
+    return q * bank;
+}
+
+// Copies into a bank. The bank goes to the disk, not back to the processor,
+// so on x86-64 large copies use streaming stores that skip the cache (no
+// read for ownership, no eviction of the caller's data).
+void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) {
+#if defined(__x86_64__)
+    if (n >= 64 * 1024) {
+        while (reinterpret_cast<uintptr_t>(dst) & 15) {
+            *dst++ = *src++;
+            --n;
+        }
+        size_t i = 0;
+        for (; i + 64 <= n; i += 64) {
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 16));
+            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 32));
+            const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 48));
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), d);
+        }
+        _mm_sfence();  // the stores are visible before the bank is handed over
+        std::memcpy(dst + i, src + i, n - i);
+        return;
+    }
+#endif
+    std::memcpy(dst, src, n);
+}
+
+constexpr size_t kHugePage = size_t{2} << 20;
+
+// The banks start on a 2 MiB boundary and ask for huge pages: a direct
+// write then hands the disk a few large physically contiguous pieces
+// instead of a thousand 4 KiB ones, which makes each bank write markedly
+// faster. Then every page is touched, so that recording never takes a
+// page fault. Both requests are hints: without them the banks still work.
+void PrepareBanks(unsigned char* banks, size_t bytes) {
+#if defined(MADV_HUGEPAGE)
+    madvise(banks, bytes, MADV_HUGEPAGE);
+#endif
+#if defined(MADV_POPULATE_WRITE)
+    if (madvise(banks, bytes, MADV_POPULATE_WRITE) == 0) return;
+#endif
+    std::memset(banks, 0, bytes);
+}
+
+void RaisePriority() {
+    // Real-time round robin when permitted, else a better nice value, else
+    // the normal priority: all three keep working.
+    sched_param sp{};
+    sp.sched_priority = sched_get_priority_min(SCHED_RR);
+    if (pthread_setschedparam(pthread_self(), SCHED_RR, &sp) == 0) return;
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), -5);
+}
+
+}  // namespace
+
+CStreamFile::CStreamFile() {
+    m_pLock = new CCriticalSection;
+    m_hWorkEvent = new NamedEvent;
+    m_hDoneEvent = new NamedEvent;
+    m_hWorkEvent->Create(nullptr, true, false);
+    m_hDoneEvent->Create(nullptr, true, false);
+}
+
+CStreamFile::~CStreamFile() {
+    CloseFile();
+    if (m_bThread) {
+        m_pLock->Lock();
+        m_hDoneEvent->Reset();
+        m_bStop = 1;
+        m_pLock->Unlock();
+        m_hWorkEvent->Set();
+        m_hDoneEvent->Wait(kInfinite);
+        m_thread.join();
+        m_bThread = 0;
+    }
+    delete m_hWorkEvent;
+    delete m_hDoneEvent;
+    delete m_pLock;
+}
+
+int CStreamFile::GetError() const {
+    m_pLock->Lock();
+    const int error = m_bError;
+    m_pLock->Unlock();
+    return error;
+}
+
+int CStreamFile::SetBankNumber(int n) {
+    if (m_hFile >= 0 || n < 1 || n > kMaxBanks) return 0;
+    m_pLock->Lock();
+    m_nBankNumber = n;
+    m_pLock->Unlock();
+    return 1;
+}
+
+int CStreamFile::CreateFileFlag(unsigned long mode, int direct) {
+    int flags = O_RDWR | O_CLOEXEC;
+    switch (mode) {
+    case modeCreate:
+        flags |= O_CREAT | O_TRUNC;
+        break;
+    case modeOpenAlways:
+        flags |= O_CREAT;
+        break;
+    default:
+        break;
+    }
+    if (direct) flags |= O_DIRECT;
+    return flags;
+}
+
+int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsigned long mode) {
+    if (m_hFile >= 0 || bankSize == 0 || bankSize > 0xFFFFFFFFul || name.empty()) return 0;
+    if (mode != modeCreate && mode != modeOpenExisting && mode != modeOpenAlways) return 0;
+
+    // Direct writes when the bank size suits them and the file system takes
+    // them; decided here, once.
+    int fd = -1;
+    bool direct = false;
+    if (bankSize % kDirectAlign == 0) {
+        fd = open(name.c_str(), CreateFileFlag(mode, 1), 0644);
+        if (fd >= 0) {
+            const unsigned long align = DirectAlignment(fd);
+            direct = align != 0 && align <= kDirectAlign && bankSize % align == 0;
+            if (!direct) {
+                close(fd);
+                fd = -1;
+            }
+        }
+    }
+    if (fd < 0) fd = open(name.c_str(), CreateFileFlag(mode == modeCreate ? modeOpenAlways : mode, 0), 0644);
+    if (fd < 0) return 0;
+    if (!direct && mode == modeCreate && ftruncate(fd, 0) != 0) {
+        close(fd);
+        return 0;
+    }
+
+    m_pLock->Lock();
+    const size_t banksBytes = (static_cast<size_t>(m_nBankNumber) + 1) * bankSize;
+    void* raw = mmap(nullptr, banksBytes + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) {
+        m_pLock->Unlock();
+        close(fd);
+        return 0;
+    }
+    m_pBlock = raw;
+    m_nBlockSize = banksBytes + kHugePage;
+    unsigned char* p = static_cast<unsigned char*>(raw) + (kHugePage - reinterpret_cast<uintptr_t>(raw) % kHugePage) % kHugePage;
+    PrepareBanks(p, banksBytes);
+    m_pBanks = new unsigned char*[static_cast<size_t>(m_nBankNumber)];
+    for (int i = 0; i < m_nBankNumber; ++i) m_pBanks[i] = p + static_cast<size_t>(i) * bankSize;
+    m_pScratch = p + static_cast<size_t>(m_nBankNumber) * bankSize;
+    m_nBankSize = static_cast<uint32_t>(bankSize);
+    m_nWriteSize = m_nBankSize;
+    m_nBankOffset = 0;
+    m_nCurrentBank = 0;
+    m_nWriterBank = m_nBankNumber - 1;  // the thread's first bank is bank 0
+    m_nPending = 0;
+    m_bError = 0;
+    m_bDirty = false;
+    m_bDirect = direct;
+    m_strFileName = name;
+    m_hFile = fd;
+    if (!m_bThread) {
+        m_bStop = 0;
+        m_hWorkEvent->Reset();
+        m_hDoneEvent->Reset();
+        m_thread = std::thread([this] { MyThreadProc(this); });
+        m_bThread = 1;
+    }
+    m_pLock->Unlock();
+    return 1;
+}
+
+unsigned CStreamFile::MyThreadProc(void* param) {
+    auto* self = static_cast<CStreamFile*>(param);
+    RaisePriority();
+    self->m_hWorkEvent->Wait(kInfinite);
+    self->m_hDoneEvent->Reset();
+    self->m_pLock->Lock();
+    for (;;) {
+        if (self->m_bStop) {
+            self->m_pLock->Unlock();
+            self->m_hDoneEvent->Set();
+            return 0;
+        }
+        while (self->m_nPending > 0) {
+            bool made = false;
+            bool ok = false;
+            if (self->m_hFile >= 0 && self->m_pBanks && self->m_nWriteSize > 0) {
+                self->m_nWriterBank = (self->m_nWriterBank + 1) % self->m_nBankNumber;
+                const unsigned char* bank = self->m_pBanks[self->m_nWriterBank];
+                const uint32_t size = self->m_nWriteSize;
+                self->m_pLock->Unlock();
+                const long n = self->DiskWrite(bank, size);
+                self->m_pLock->Lock();
+                made = true;
+                ok = n == static_cast<long>(size);
+            }
+            --self->m_nPending;
+            self->m_hWorkEvent->Reset();
+            if (!made || !ok) self->m_bError = 1;
+            self->m_hDoneEvent->Set();
+        }
+        self->m_pLock->Unlock();
+        self->m_hWorkEvent->Wait(kInfinite);
+        self->m_hDoneEvent->Reset();
+        self->m_pLock->Lock();
+    }
+}
+
+long CStreamFile::DiskWrite(const void* data, unsigned long size) {
+    const auto* p = static_cast<const unsigned char*>(data);
+    unsigned long done = 0;
+    while (done < size) {
+        const ssize_t n = write(m_hFile, p + done, size - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return -1;
+        }
+        if (n == 0) break;
+        done += static_cast<unsigned long>(n);
+    }
+    return static_cast<long>(done);
+}
+
+int CStreamFile::CanWrite(CCriticalSection* lock, int banksNeeded) {
+    if (m_hFile < 0) return 0;
+    for (;;) {
+        if (m_nPending < banksNeeded) return 1;
+        // The thread sets the done event after every bank but resets it only
+        // when it wakes for new work; reset it here, under the lock, so that
+        // the wait sleeps until the next bank is written instead of spinning
+        // on an earlier signal. No bank can be missed: the thread sets the
+        // event under the lock after each one.
+        m_hDoneEvent->Reset();
+        lock->Unlock();
+        m_hDoneEvent->Wait(kInfinite);
+        if (!lock->Lock()) return 0;
+        if (m_hFile < 0) return 0;
+    }
+}
+
+unsigned char* CStreamFile::GetFreeBank(CCriticalSection* lock) {
+    if (!CanWrite(lock, m_nBankNumber) || !m_pBanks) return nullptr;
+    return m_pBanks[m_nCurrentBank];
+}
+
+void CStreamFile::SetNextBank(CCriticalSection*) { m_nCurrentBank = (m_nCurrentBank + 1) % m_nBankNumber; }
+
+int CStreamFile::Write(const void* data, unsigned long size, unsigned long* written) {
+    if (written) *written = 0;
+    if (m_hFile < 0) return 0;
+    if (size && !data) return 0;
+    m_pLock->Lock();
+    const auto* src = static_cast<const unsigned char*>(data);
+    unsigned long left = size;
+    while (left > 0 && !m_bError) {
+        unsigned char* bank = GetFreeBank(m_pLock);
+        if (!bank) break;
+        const unsigned long n = std::min<unsigned long>(left, m_nBankSize - m_nBankOffset);
+        // The current bank is the caller's alone (the thread writes pending
+        // banks only): copy without the lock, so that the thread can hand
+        // the next bank to the disk meanwhile.
+        const uint32_t offset = m_nBankOffset;
+        m_pLock->Unlock();
+        CopyToBank(bank + offset, src, n);
+        m_pLock->Lock();
+        m_nBankOffset += static_cast<uint32_t>(n);
+        m_bDirty = true;
+        src += n;
+        left -= n;
+        if (written) *written += n;
+        if (m_nBankOffset == m_nBankSize) {
+            // Full: hand it to the writer thread and move on to the next bank.
+            ++m_nPending;
+            m_hWorkEvent->Set();
+            SetNextBank(m_pLock);
+            m_nBankOffset = 0;
+            m_bDirty = false;
+        }
+    }
+    const int ok = left == 0 && !m_bError;
+    m_pLock->Unlock();
+    return ok;
+}
+
+bool CStreamFile::ReadBankAt(int64_t position, unsigned char* bank) {
+    // Past the end of the file the bank reads as zeros.
+    std::memset(bank, 0, m_nBankSize);
+    size_t got = 0;
+    while (got < m_nBankSize) {
+        const ssize_t n = pread(m_hFile, bank + got, m_nBankSize - got, static_cast<off_t>(position + static_cast<int64_t>(got)));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        if (n == 0) break;
+        got += static_cast<size_t>(n);
+        if (m_bDirect && got % kDirectAlign != 0) break;  // the end of the file
+    }
+    return true;
+}
+
+bool CStreamFile::WritePartialBank(bool exactEnd) {
+    const off_t start = lseek(m_hFile, 0, SEEK_CUR);
+    struct stat st {};
+    if (start < 0 || fstat(m_hFile, &st) != 0) return false;
+    const int64_t end = static_cast<int64_t>(start) + m_nBankOffset;
+    // The bank's range of the file as it is, with the caller's bytes over it.
+    if (!ReadBankAt(start, m_pScratch)) return false;
+    std::memcpy(m_pScratch, m_pBanks[m_nCurrentBank], m_nBankOffset);
+    const long n = DiskWrite(m_pScratch, m_nBankSize);
+    bool ok = n == static_cast<long>(m_nBankSize);
+    if (!ok) m_bError = 1;
+    const int64_t length = exactEnd ? end : std::max<int64_t>(st.st_size, end);
+    if (ftruncate(m_hFile, static_cast<off_t>(length)) != 0) ok = false;
+    if (lseek(m_hFile, start, SEEK_SET) != start) ok = false;
+    if (ok) m_bDirty = false;  // the bank stays current; its bytes are in the file
+    return ok;
+}
+
+int CStreamFile::WriteSynchro(const void* data, unsigned long size, unsigned long* written) {
+    int ok = Write(data, size, written);
+    if (m_hFile < 0) return 0;
+    m_pLock->Lock();
+    if (!CanWrite(m_pLock, 1)) ok = 0;
+    if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
+    if (m_bError) ok = 0;
+    m_pLock->Unlock();
+    return ok;
+}
+
+int CStreamFile::Flush() {
+    if (m_hFile < 0) return 0;
+    m_pLock->Lock();
+    int ok = CanWrite(m_pLock, 1);
+    if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
+    if (ok && fdatasync(m_hFile) != 0) ok = 0;
+    if (m_bError) ok = 0;
+    m_pLock->Unlock();
+    return ok;
+}
+
+int CStreamFile::SetEndOfFile() {
+    if (m_hFile < 0) return 0;
+    m_pLock->Lock();
+    int ok = CanWrite(m_pLock, 1);
+    if (ok) {
+        if (m_bDirty) {
+            ok = WritePartialBank(true);
+        } else {
+            const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
+            ok = pos >= 0 && ftruncate(m_hFile, pos + static_cast<off_t>(m_nBankOffset)) == 0;
+        }
+    }
+    if (m_bError) ok = 0;
+    m_pLock->Unlock();
+    return ok;
+}
+
+int CStreamFile::Truncate(int64_t size) {
+    if (m_hFile < 0 || size < 0) return 0;
+    m_pLock->Lock();
+    int ok = CanWrite(m_pLock, 1);
+    if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
+    if (ok) {
+        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
+        const int64_t logical = static_cast<int64_t>(pos) + m_nBankOffset;
+        ok = pos >= 0 && ftruncate(m_hFile, static_cast<off_t>(size)) == 0;
+        if (ok && logical > size) ok = SetFilePointerLocked(size, FILE_BEGIN) >= 0;
+    }
+    m_pLock->Unlock();
+    return ok;
+}
+
+unsigned long CStreamFile::Read(void* data, unsigned long size) {
+    if (m_hFile < 0 || !data) return 0;
+    m_pLock->Lock();
+    unsigned long done = 0;
+    if (CanWrite(m_pLock, 1) && (!m_bDirty || WritePartialBank(false))) {
+        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
+        struct stat st {};
+        if (pos >= 0 && fstat(m_hFile, &st) == 0) {
+            int64_t at = static_cast<int64_t>(pos) + m_nBankOffset;
+            const int64_t length = st.st_size;
+            auto* dst = static_cast<unsigned char*>(data);
+            // Whole aligned banks through the scratch bank, so direct files read too.
+            while (done < size && at < length) {
+                const int64_t bankStart = AlignDown(at, m_nBankSize);
+                if (!ReadBankAt(bankStart, m_pScratch)) break;
+                const int64_t inBank = at - bankStart;
+                const int64_t avail = std::min<int64_t>(m_nBankSize - inBank, length - at);
+                const unsigned long n = static_cast<unsigned long>(std::min<int64_t>(avail, size - done));
+                std::memcpy(dst + done, m_pScratch + inBank, n);
+                done += n;
+                at += static_cast<int64_t>(n);
+            }
+            if (done) SetFilePointerLocked(at, FILE_BEGIN);
+        }
+    }
+    m_pLock->Unlock();
+    return done;
+}
+
+int64_t CStreamFile::SetFilePointer(int64_t position, unsigned long method) {
+    if (m_hFile < 0) return -1;
+    m_pLock->Lock();
+    int64_t r = -1;
+    // Everything written so far goes to the file first, a partly filled bank
+    // included, so that moving never drops data.
+    if (CanWrite(m_pLock, 1) && (!m_bDirty || WritePartialBank(false)))
+        r = SetFilePointerLocked(position, method);
+    m_pLock->Unlock();
+    return r;
+}
+
+int64_t CStreamFile::SetFilePointerLocked(int64_t position, unsigned long method) {
+    if (method > FILE_END) return -1;
+    if (method == FILE_CURRENT) {
+        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
+        if (pos < 0) return -1;
+        position += static_cast<int64_t>(pos) + m_nBankOffset;
+    } else if (method == FILE_END) {
+        struct stat st {};
+        if (fstat(m_hFile, &st) != 0) return -1;
+        position += st.st_size;
+    }
+    if (position < 0) return -1;
+    const int64_t aligned = AlignDown(position, m_nBankSize);
+    const off_t moved = lseek(m_hFile, static_cast<off_t>(aligned), SEEK_SET);
+    if (moved < 0) return -1;
+    const int64_t offset = position - aligned;
+    if (offset != 0) {
+        // Read the bank back, so that rewriting it keeps the bytes before the position.
+        unsigned char* bank = m_pBanks[m_nCurrentBank];
+        if (!ReadBankAt(moved, bank)) return -1;
+        if (lseek(m_hFile, moved, SEEK_SET) != moved) return -1;
+    }
+    m_nBankOffset = static_cast<uint32_t>(offset);
+    m_bDirty = false;
+    return static_cast<int64_t>(moved) + offset;
+}
+
+unsigned long CStreamFile::SetFilePointer(long low, long* high, unsigned long method) {
+    int64_t position;
+    if (high)
+        position = static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(*high)) << 32) |
+                                        static_cast<uint32_t>(low));
+    else
+        position = static_cast<int32_t>(low);
+    const int64_t r = SetFilePointer(position, method);
+    if (r < 0) return 0xFFFFFFFFul;
+    if (high) *high = static_cast<long>(static_cast<int32_t>(static_cast<uint64_t>(r) >> 32));
+    return static_cast<uint32_t>(r);
+}
+
+void CStreamFile::FreeBanks() {
+    if (m_pBlock) munmap(m_pBlock, m_nBlockSize);
+    m_pBlock = nullptr;
+    m_nBlockSize = 0;
+    m_pScratch = nullptr;
+    delete[] m_pBanks;
+    m_pBanks = nullptr;
+}
+
+int CStreamFile::CloseFile() {
+    if (m_hFile < 0) return 1;
+    if (!m_pLock->Lock()) return 0;
+    CanWrite(m_pLock, 1);
+    if (m_bDirty) WritePartialBank(false);
+    FreeBanks();
+    m_bDirty = false;
+    m_nBankOffset = 0;
+    close(m_hFile);
+    m_hFile = -1;
+    m_pLock->Unlock();
+    return 1;
+}
+
+}  // namespace thermokit
