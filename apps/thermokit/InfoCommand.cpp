@@ -158,9 +158,9 @@ Json FileHeader(CPtrOver& p) {
     j["irigb_play"] = p.IsIRIGBPlay();
     _SCalibrationRBF law {};
     if (p.GetRBFCalibParam(&law))
-        j["rbf_law"] = {{"type", law.m_byType},   {"k", law.m_fNonLinearity}, {"level_zero", law.m_nLevelZero},
-                        {"offset", law.m_nOffset}, {"scale", law.m_fScale},      {"non_linear", law.m_wNonLinear},
-                        {"R", law.m_fR},           {"B", law.m_fB},              {"F", law.m_fF}};
+        j["rbf_law"] = {{"type", +law.m_byType},   {"k", +law.m_fNonLinearity}, {"level_zero", +law.m_nLevelZero},
+                        {"offset", +law.m_nOffset}, {"scale", +law.m_fScale},      {"non_linear", +law.m_wNonLinear},
+                        {"R", +law.m_fR},           {"B", +law.m_fB},              {"F", +law.m_fF}};
     else j["rbf_law"] = nullptr;
     j["compensated_calibration"] = Hex(h + PtrHeader::kCompCalib, 16) + "...";
     return j;
@@ -185,9 +185,9 @@ Json ImageHeader(CPtrOver& p, double readTime) {
     p.GetImageLockinData(&lk);
     float frequency;
     std::memcpy(&frequency, &lk.dwFrequency, sizeof(frequency));
-    j["lockin"] = {{"valid", lk.wValid},     {"period_index", lk.dwPeriodIndex}, {"period_frames", lk.dwPeriodFrames},
-                   {"signal", lk.bySignal},  {"channel", lk.byChannel},          {"mode", lk.byMode},
-                   {"frequency", frequency}, {"period_count", lk.dwPeriodCount}};
+    j["lockin"] = {{"valid", +lk.wValid},     {"period_index", +lk.dwPeriodIndex}, {"period_frames", +lk.dwPeriodFrames},
+                   {"signal", +lk.bySignal},  {"channel", +lk.byChannel},          {"mode", +lk.byMode},
+                   {"frequency", frequency}, {"period_count", +lk.dwPeriodCount}};
     j["multi_integration"] = p.GetImageMultiIntegration();
     CRect r;
     p.GetSubWindowRect(&r);

@@ -10,6 +10,7 @@
 #include "FilmTestSupport.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/CPtrOver.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
@@ -465,5 +466,30 @@ TEST(FilmAccess, FloatAddSubWindowAndStatistics) {
     EXPECT_EQ(back.MinMaxHisto(100.0f, &outside), 0);
     ASSERT_EQ(back.MinMaxHisto(100.0f, nullptr), 1);
     EXPECT_LE(back.GetMinLUT(), back.GetMaxLUT());
+    File::Remove(name);
+}
+
+TEST(FilmAccess, FilmsWithoutImageHeaders) {
+    // Image-header size 0: images are pixels only, one after the other.
+    const std::string name = TempName("nohead");
+    CPtrOver p;
+    p.InitHeader(4, 2, 16);
+    std::vector<unsigned char> bytes(p.GetHeaderAddress(), p.GetHeaderAddress() + 3476);
+    Put<uint32_t>(bytes, 15, 0);
+    Put<uint32_t>(bytes, 19, 8);
+    Put<uint32_t>(bytes, 27, 2);
+    for (int k = 0; k < 2; ++k)
+        for (int i = 0; i < 8; ++i) Put<uint16_t>(bytes, 3476 + 16 * k + 2 * i, static_cast<uint16_t>(100 * k + i));
+    WriteAll(name, bytes);
+    CPtr film(name, 0, 0, 1);
+    ASSERT_EQ(film.IsValid(), 1);
+    EXPECT_EQ(film.OffsetImage(1), 3476u + 16u);
+    EXPECT_EQ(film.OffsetTrame(1), 3476u + 16u);
+    ASSERT_EQ(film.ReadFrame(1), 1);
+    EXPECT_EQ(film.GetFrame()->GetBuffer()[7], 107);
+    film.GetFrame()->GetBuffer()[0] = 555;
+    ASSERT_EQ(film.WriteFrame(0), 1);
+    EXPECT_EQ(At<uint16_t>(ReadAll(name), 3476), 555);
+    EXPECT_EQ(ReadAll(name).size(), bytes.size());
     File::Remove(name);
 }

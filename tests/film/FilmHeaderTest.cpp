@@ -10,6 +10,7 @@
 #include "FilmTestSupport.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/calibration/CCnucFile.h"
+#include "thermokit/environment/CConfig.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrOver.h"
 #include "thermokit/platform/File.h"
@@ -640,10 +641,10 @@ TEST(FilmHeader, CalibrationBlocksRoundTrip) {
     EXPECT_EQ(load<uint32_t>(p.GetHeaderAddress(), 3020), 0u);  // the integration mode behind is untouched
     _SCalibrationRBF back {};
     EXPECT_EQ(p.GetRBFCalibParam(&back), 1);
-    EXPECT_EQ(back.m_byType, 2);
-    EXPECT_EQ(back.m_nOffset, -50);
-    EXPECT_EQ(back.m_fB, 1500.0f);
-    EXPECT_EQ(back.m_fParam39, 3.9f);
+    EXPECT_EQ(+back.m_byType, 2);
+    EXPECT_EQ(+back.m_nOffset, -50);
+    EXPECT_EQ(+back.m_fB, 1500.0f);
+    EXPECT_EQ(+back.m_fParam39, 3.9f);
     EXPECT_EQ(p.SetRBFCalibParam(nullptr), 0);
     EXPECT_EQ(p.GetRBFCalibParam(nullptr), 0);
 
@@ -761,4 +762,73 @@ TEST(FilmHeader, SpecialUnitConversionsAreInverse) {
     EXPECT_EQ(v, static_cast<double>(-10.0f + (30.0f - -10.0f) * 2047 / 4095));
     ASSERT_EQ(film.DL2Float(4095, &v), 1);
     EXPECT_EQ(v, 30.0);
+}
+
+TEST(FilmHeader, FilledFromTheCameraConfigurationAndTheDriver) {
+    const std::string user = TempName("user") + ".db";
+    const std::string machine = TempName("machine") + ".db";
+    const std::string oldUser = std::getenv("THERMOKIT_USER_STORE") ? std::getenv("THERMOKIT_USER_STORE") : "";
+    const std::string oldMachine = std::getenv("THERMOKIT_MACHINE_STORE") ? std::getenv("THERMOKIT_MACHINE_STORE") : "";
+    ::setenv("THERMOKIT_USER_STORE", user.c_str(), 1);
+    ::setenv("THERMOKIT_MACHINE_STORE", machine.c_str(), 1);
+    ::setenv("THERMOKIT_ADMIN", "0", 1);
+    {
+        CConfig config(0);
+        config.SetCamera("StoreCam");
+        config.SetLens("35 mm");
+        config.SetSerial("S-0042");
+        config.SetLensSerial("LS-7");
+        config.SetDetector(1234567);
+        ASSERT_NE(config.SetRegistry(), 0);
+    }
+    CPtrOver p;
+    p.InitHeader(16, 8, 14);
+    ASSERT_EQ(p.FillHeaderInfoSetup(), 1);
+    EXPECT_EQ(p.GetCamera(), "StoreCam");
+    EXPECT_EQ(p.GetLens(), "35 mm");
+    EXPECT_EQ(p.GetSerial(), "S-0042");
+    EXPECT_EQ(p.GetLensReference(), "LS-7");
+    EXPECT_EQ(p.GetDetector(), 1234567);
+    EXPECT_EQ(p.GetPoint(), 16);  // the structure is the film's own
+    ::setenv("THERMOKIT_USER_STORE", oldUser.c_str(), 1);
+    ::setenv("THERMOKIT_MACHINE_STORE", oldMachine.c_str(), 1);
+    ::unsetenv("THERMOKIT_ADMIN");
+    File::Remove(user);
+    File::Remove(machine);
+
+    InfoImageStruct info;
+    info.byHour = 1;
+    info.byMinute = 2;
+    info.bySecond = 5;
+    info.byHundredth = 50;
+    info.byThousandth = 3;
+    info.wMicro = 7;
+    info.fDetectorTemp = 77.5f;
+    info.fSensorTemp[3] = 30.0f;
+    info.fIntegration = 0.002f;
+    info.qwTopFrame = 99;
+    info.bTopFrameValid = true;
+    info.byIRIGBMask = 1;
+    info.byIRIGBTime[0] = 4;
+    std::vector<std::string> lines;
+    EXPECT_EQ(p.FillHeaderInfoImage(nullptr, lines, CRect(), ""), 0);
+    ASSERT_EQ(p.FillHeaderInfoImage(&info, lines, CRect(2, 2, 10, 6), "DriverCam"), 1);
+    const unsigned char* img = p.GetImageHeaderAddress();
+    EXPECT_EQ(img[80], 2);
+    EXPECT_EQ(img[81], 1);
+    EXPECT_EQ(img[160], 3);
+    EXPECT_DOUBLE_EQ(p.GetFrameTime(), 3725.5 + 0.003 + 7e-6);
+    EXPECT_EQ(load<float>(img, 228), 77.5f);
+    EXPECT_EQ(load<float>(img, 244), 30.0f);
+    EXPECT_EQ(load<float>(img, 288), 0.002f);
+    EXPECT_EQ(p.GetImageRealDriverTopFrame(), 99u);
+    EXPECT_EQ(img[312], 4);
+    CRect r;
+    p.GetSubWindowRect(&r);
+    EXPECT_EQ(r, CRect(2, 2, 10, 6));
+    EXPECT_EQ(p.GetCamera(), "DriverCam");
+    EXPECT_FALSE(lines.empty());
+    ASSERT_EQ(p.FillHeaderInfoImage(&info, lines, CRect(), ""), 1);
+    EXPECT_EQ(p.GetImageWindow(), 0);
+    EXPECT_EQ(p.GetCamera(), "DriverCam");
 }

@@ -4,12 +4,22 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
 
 namespace filmtest {
+
+// Saving a frame reads the camera configuration: the tests keep it in
+// stores of their own, never in the user's.
+inline const bool kPrivateStores = [] {
+    const std::string base = ::testing::TempDir() + "tk_film_store_" + std::to_string(::getpid());
+    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
+    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
+    return true;
+}();
 
 inline std::string TempName(const std::string& tag) {
     static int counter = 0;

@@ -17,6 +17,14 @@
 using namespace thermokit;
 
 namespace {
+// Saving reads the camera configuration: keep it in stores of the tests' own.
+const bool kPrivateStores = [] {
+    const std::string base = ::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid());
+    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
+    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
+    return true;
+}();
+
 std::string Temp(const std::string& tag) {
     return ::testing::TempDir() + "tk_acc_" + tag + "_" + std::to_string(::getpid()) + ".ptw";
 }

@@ -284,17 +284,16 @@ int CPtr::ReadImage(unsigned long n, void* pixels, size_t bytes, double* time) {
     if (!cache.Begin(m_strFileName)) return 0;
     const uint32_t ihs = GetImageHeaderSize();
     const uint64_t at = OffsetImage(n);
+    const uint64_t pixelsAt = OffsetTrame(n);
     bool ok;
-    if (ihs == PtrImage::kSize) {
+    if (ihs == PtrImage::kSize && pixelsAt == at + ihs) {
+        // Image header and pixels are neighbours: one transfer.
         struct iovec iov[2] = {{m_Image, PtrImage::kSize}, {pixels, bytes}};
         ok = ReadFully(cache.fd, iov, 2, at);
-    } else if (ihs == 0) {
-        struct iovec iov[1] = {{pixels, bytes}};
-        ok = ReadFully(cache.fd, iov, 1, at);
     } else {
         struct iovec head[1] = {{m_Image, PtrImage::kSize}};
         struct iovec body[1] = {{pixels, bytes}};
-        ok = ReadFully(cache.fd, head, 1, at) && ReadFully(cache.fd, body, 1, at + ihs);
+        ok = (ihs == 0 || ReadFully(cache.fd, head, 1, at)) && ReadFully(cache.fd, body, 1, pixelsAt);
     }
     cache.End();
     if (!ok) {
@@ -386,13 +385,14 @@ int CPtr::WriteImage(unsigned long n, const void* pixels, size_t bytes) {
     }
     const uint32_t ihs = GetImageHeaderSize();
     const uint64_t at = OffsetImage(n);
+    const uint64_t pixelsAt = OffsetTrame(n);
     bool ok;
-    if (ihs == PtrImage::kSize) {
+    if (ihs == PtrImage::kSize && pixelsAt == at + ihs) {
         struct iovec iov[2] = {{m_Image, PtrImage::kSize}, {const_cast<void*>(pixels), bytes}};
         ok = WriteFully(file.GetHandle(), iov, 2, at);
     } else {
         struct iovec body[1] = {{const_cast<void*>(pixels), bytes}};
-        ok = WriteFully(file.GetHandle(), body, 1, at + ihs);
+        ok = WriteFully(file.GetHandle(), body, 1, pixelsAt);
         if (ok && ihs != 0) {
             // A larger image header than ours: our part, then zeros (reserved).
             std::vector<unsigned char> head(ihs, 0);
