@@ -165,6 +165,7 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
         EXPECT_EQ(nuc.IsValid(), 0) << sig;
         EXPECT_EQ(nuc.GetAlpha(), nullptr);
         EXPECT_EQ(nuc.IsCompatible(), 1);
+        EXPECT_EQ(nuc.Save(TempPath("invalid.nuc").c_str()), 0);
         EXPECT_EQ(nuc.Apply(static_cast<float*>(nullptr)), 0);
         unsigned short px = 5;
         EXPECT_EQ(nuc.Apply(&px, 0x3FFF, nullptr), 0);

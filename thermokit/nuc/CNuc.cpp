@@ -30,8 +30,12 @@ namespace {
 //
 // A result at or above the maximal level is the maximal level, one that is
 // not above zero is 0 (a NaN lands here too), anything else is truncated.
+// Written as "raise to 0, then lower to the maximum", which gives exactly
+// that (also for a maximum of 0) and maps onto one max and one min
+// instruction per vector.
 inline __attribute__((always_inline)) unsigned short ClampLevel(float v, float fmax) {
-    const float r = v >= fmax ? fmax : (v > 0.0f ? v : 0.0f);
+    float r = v > 0.0f ? v : 0.0f;
+    r = r < fmax ? r : fmax;
     return static_cast<unsigned short>(static_cast<int>(r));
 }
 
@@ -459,7 +463,7 @@ int CNuc::FormatNuc(unsigned char* buffer, long length, int format) {
 int CNuc::Save(const char* fileName) {
     if (!fileName) return 0;
     const size_t n = m_Header.dwSize;
-    if (n > TableSize()) return 0;  // no tables to write
+    if (!m_bValid || n > TableSize()) return 0;  // no tables to write
     File file;
     if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
     file.Write(&m_Header, sizeof(m_Header));
