@@ -1,0 +1,166 @@
+#pragma once
+// The settings store: two trees of keys and typed values, one for the whole
+// machine and one for the current user, each kept in an SQLite database.
+//
+// Where the databases are:
+//   machine  /var/lib/thermokit/registry.db, or $THERMOKIT_MACHINE_STORE
+//   user     $XDG_CONFIG_HOME/thermokit/registry.db (else ~/.config/thermokit/
+//            registry.db), or $THERMOKIT_USER_STORE
+// The variables are read every time a root is opened, so a program (or a
+// test) can point itself at other files at any time.
+//
+// Every change is one SQLite transaction: a process that dies in the middle
+// of a write leaves the old value or the new one, never a torn file. Writers
+// wait for each other (busy timeout, then retries), so two processes writing
+// at the same time lose nothing. A store that is missing, unreadable, not a
+// database or a database of some other program is never created over,
+// repaired or replaced: opening it gives a null key, and the caller falls
+// back to its defaults.
+//
+// Key and value names compare case-insensitively (ASCII letters), and keep
+// the spelling they were created with. Key names never contain a backslash:
+// a backslash in a path separates components.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+
+namespace thermokit {
+
+// Result codes of key operations: the system's error numbers.
+enum RegResult : long {
+    RegOk = 0,
+    RegNotFound = 2,        // no such key or value
+    RegAccessDenied = 5,    // the key was opened for reading only
+    RegInvalidName = 87,    // empty or malformed key name
+    RegBusy = 170,          // the database stayed locked by other writers
+    RegMoreData = 234,      // the value does not fit the caller's buffer, or its text does not parse
+    RegBadDb = 1009,        // the database cannot be read or written (corrupt, foreign, I/O error)
+    RegKeyDeleted = 1018,   // the key was deleted while this handle was open
+};
+
+// Value types, numbered as the system numbers them.
+enum RegType : unsigned long {
+    REG_NONE = 0,
+    REG_SZ = 1,         // text with its terminating NUL
+    REG_EXPAND_SZ = 2,
+    REG_BINARY = 3,
+    REG_DWORD = 4,      // 4 bytes, little-endian
+    REG_MULTI_SZ = 7,
+    REG_QWORD = 11,
+};
+
+enum class RegistryRoot { Machine, User };
+
+struct RegistryValue {
+    std::string name;
+    unsigned long type = REG_NONE;
+    std::vector<unsigned char> data;
+};
+
+// A key with everything below it, as read in one snapshot.
+struct RegistryTree {
+    std::string name;
+    std::vector<RegistryValue> values;
+    std::vector<RegistryTree> keys;
+};
+
+// One open database. Shared by the keys opened in it; its own lock makes it
+// safe to use from several threads.
+class RegistryStore {
+public:
+    ~RegistryStore();
+    RegistryStore(const RegistryStore&) = delete;
+    RegistryStore& operator=(const RegistryStore&) = delete;
+
+    // Default database file of a root, with the overrides applied.
+    static std::string MachineStorePath();
+    static std::string UserStorePath();
+    static std::string StorePath(RegistryRoot root);
+
+    // Opens a database. With write, a missing file (and its folder) is
+    // created, with mode 0600 when privateFile is set (and an existing
+    // private file is set back to 0600). Without write, a missing file gives
+    // null and nothing is ever changed. Null also when the file is not a
+    // database of this store.
+    static std::shared_ptr<RegistryStore> Open(const std::string& path, bool write, bool privateFile);
+
+    const std::string& GetPath() const { return m_path; }
+    bool IsWritable() const { return m_writable; }
+
+private:
+    friend class RegistryKey;
+    RegistryStore() = default;
+
+    sqlite3* m_db = nullptr;
+    std::string m_path;
+    bool m_writable = false;
+    std::mutex m_mutex;
+};
+
+// An open key: the key handle of the settings store. A null key (default
+// constructed, or any failed open) refuses every operation. Copies refer to
+// the same key; the database closes with the last key that uses it.
+class RegistryKey {
+public:
+    RegistryKey() = default;
+    RegistryKey(std::nullptr_t) {}
+
+    explicit operator bool() const { return m_store != nullptr; }
+    bool operator==(const RegistryKey& other) const { return m_store == other.m_store && m_id == other.m_id; }
+    bool operator==(std::nullptr_t) const { return m_store == nullptr; }
+
+    // The root key of a store; write asks for read-and-write access (and
+    // creates the database when missing). Null on failure.
+    static RegistryKey OpenRoot(RegistryRoot root, bool write);
+    static RegistryKey OpenRootAt(const std::string& path, bool write, bool privateFile);
+
+    // The key at path ("A\B\C", relative to this one; empty components are
+    // skipped). With create (which needs write access) missing components are
+    // created, all in one transaction. The new key has this key's access.
+    // Null when a component is missing (and not created) or on failure.
+    RegistryKey OpenSubKey(const std::string& path, bool create) const;
+
+    bool IsWritable() const { return m_store && m_writable; }
+    std::string GetStorePath() const { return m_store ? m_store->GetPath() : std::string(); }
+
+    // Value access. The empty name is the key's default value.
+    long QueryValue(const std::string& name, unsigned long* type, std::vector<unsigned char>* data) const;
+    long SetValue(const std::string& name, unsigned long type, const void* data, size_t size) const;
+    long DeleteValue(const std::string& name) const;
+    // Deletes the direct sub-key of that name with everything below it.
+    long DeleteSubKey(const std::string& name) const;
+
+    long EnumSubKeys(std::vector<std::string>* names) const;
+    long EnumValues(std::vector<RegistryValue>* values) const;
+
+    // The whole tree below this key, read in one transaction.
+    long ReadTree(RegistryTree* tree) const;
+    // Merges a tree into this key in one transaction: values overwritten,
+    // missing sub-keys created. The tree's own name is not used.
+    long WriteTree(const RegistryTree& tree) const;
+
+private:
+    RegistryKey(std::shared_ptr<RegistryStore> store, int64_t id, bool writable)
+        : m_store(std::move(store)), m_id(id), m_writable(writable) {}
+
+    std::shared_ptr<RegistryStore> m_store;
+    int64_t m_id = 0;
+    bool m_writable = false;
+};
+
+// The key handle type of the settings classes.
+using HKEY = RegistryKey;
+
+// Splits "A\B\\C" into its non-empty components.
+std::vector<std::string> SplitRegistryPath(const std::string& path);
+
+// The administrator test: the effective user is root, unless THERMOKIT_ADMIN
+// is "0" or "1", which decides.
+int IsAdministrator();
+
+}  // namespace thermokit
