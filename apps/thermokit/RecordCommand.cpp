@@ -90,10 +90,6 @@ int RunRecord(const RecordOptions& o) {
         Error("--size " + o.size + ": expected WxH, each side 1 to 65535");
         return kUsage;
     }
-    if (o.bankSize > 0xFFFFFFFFul) {
-        Error("--bank-size " + std::to_string(o.bankSize) + ": a bank holds at most 4294967295 bytes");
-        return kUsage;
-    }
     const unsigned short bits = static_cast<unsigned short>(o.bits);
     CPtr2 film(point, line, bits, 0, 1, 0);
     film.SetFileTools("thermokit record");
