@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/CPtr2.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/simulation/CSimDetector.h"
@@ -27,13 +28,20 @@ int AppendFilmFrame(CPtr& film, CFrame* frame) { return film.AddFrame(frame); }
 
 CSimFilm::CSimFilm(const std::string& path, const CSimDetector& detector) {
     const auto& c = detector.GetConfig();
-    m_pFilm = std::make_unique<CPtr>(c.point, c.line, c.bit, 0, 0, 0);
-    detector.FillHeader(m_pFilm.get());
-    m_pFilm->SetFileName(path);
-    m_bOpen = Fresh(path) && m_pFilm->WriteHeader() ? 1 : 0;
+    // Recorded through the bank ring, as a camera's films are.
+    auto film = std::make_unique<CPtr2>(c.point, c.line, c.bit, 0, 0, 0);
+    detector.FillHeader(film.get());
+    m_bOpen = Fresh(path) && film->Create(path.c_str()) ? 1 : 0;
+    m_pFilm = std::move(film);
 }
 
-CSimFilm::~CSimFilm() = default;
+CSimFilm::~CSimFilm() { Close(); }
+
+int CSimFilm::Close() {
+    if (!m_bOpen) return 0;
+    m_bOpen = 0;
+    return static_cast<CPtr2*>(m_pFilm.get())->Close();
+}
 
 unsigned long CSimFilm::GetFrameCount() const { return m_pFilm->GetFrameNumber(); }
 
@@ -71,7 +79,7 @@ int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSim
             if (!truth->AddFrame(celsius.data(), static_cast<int>(celsius.size()))) return 0;
         }
     }
-    return 1;
+    return film.Close();
 }
 
 }  // namespace thermokit

@@ -4,8 +4,8 @@
 // asked, the scene's true temperatures beside it as a film of doubles
 // (degrees Celsius, one image per frame).
 //
-// Every frame reaches the file through AppendFilmFrame, the one place that
-// decides how frames are written.
+// Films are recorded through the bank ring (CPtr2), as a camera records
+// them; every frame reaches the film through AppendFilmFrame.
 #include <functional>
 #include <memory>
 #include <string>
@@ -35,6 +35,9 @@ public:
     CSimFilm& operator=(const CSimFilm&) = delete;
 
     int IsOpen() const { return m_bOpen; }
+    // Ends the film (final header, exact length); 1 when every frame reached
+    // the disk. The destructor closes a film still open.
+    int Close();
     CPtr* GetFilm() { return m_pFilm.get(); }
     unsigned long GetFrameCount() const;
 
