@@ -627,6 +627,17 @@ int Demo::StageLockin() {
         f->SetDemodeFrequency(frequency);
     };
     if (!Record("lockin.film", scene, frames, "", hook)) return 0;
+    {
+        std::vector<float> amp, ph;
+        scene.LockinTruth(m_point, m_line, amp, ph);
+        if (!SaveDoubles((m_dir / "truth" / "lockin_amplitude.film").string(), std::vector<double>(amp.begin(), amp.end()),
+                         "true oscillation amplitude, K") ||
+            !SaveDoubles((m_dir / "truth" / "lockin_phase.film").string(), std::vector<double>(ph.begin(), ph.end()),
+                         "true phase lag, degrees")) {
+            Error("folder " + (m_dir / "truth").string() + ": the lock-in truth cannot be written");
+            return 0;
+        }
+    }
 
     CPtr film(Film("lockin.film"), 0, 0, 0);
     CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
@@ -708,18 +719,11 @@ int Demo::StageLockin() {
 // ---- Truth beside the films ------------------------------------------------------
 int Demo::WriteTruth() {
     const fs::path t = m_dir / "truth";
-    std::vector<double> gain(m_det->GetGainMap().begin(), m_det->GetGainMap().end());
-    std::vector<double> offset(m_det->GetOffsetMap().begin(), m_det->GetOffsetMap().end());
-    bool ok = SaveDoubles((t / "gain.film").string(), gain, "per-pixel gain") &&
-              SaveDoubles((t / "offset.film").string(), offset, "per-pixel offset, DL");
-    std::ofstream d(t / "defects.csv");
-    d << "index,x,y,kind\n";
-    static const char* kinds[] = {"good", "dead", "hot", "noisy"};
-    for (const auto& def : m_det->GetDefects())
-        d << def.index << ',' << def.index % m_point << ',' << def.index / m_point << ',' << kinds[def.kind] << '\n';
-    ok = ok && d.good();
-    if (!ok) Error("folder " + t.string() + ": the truth files cannot be written");
-    return ok ? 1 : 0;
+    if (!m_det->SaveTruth(t.string())) {
+        Error("folder " + t.string() + ": the truth files cannot be written");
+        return 0;
+    }
+    return 1;
 }
 
 int Demo::WriteReports(double total) {
@@ -808,7 +812,7 @@ int Demo::WriteReports(double total) {
           "- camera.nuc, camera.bpr, badpixels.txt, calibration.cal, noise_map.film\n"
           "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 C on the bar), scene_isotherms.png (60..70 C yellow, above 70 C red)\n"
           "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
-          "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film\n";
+          "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
     if (!md.good()) {
         Error("file " + (m_dir / "report.md").string() + ": cannot be written");
         return 0;

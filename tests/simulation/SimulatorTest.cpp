@@ -2,6 +2,7 @@
 // levels, its maps and defects, its films and the radiometric fit.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -277,6 +278,30 @@ TEST(SimDetector, MapsAndDefectsAsConfigured) {
     const double e = det.SceneElectrons(40.0 + kKelvin) + det.OpticsElectrons(det.CameraKelvin(0.0));
     const double model = gain[normal] / cfg.electronsPerLevel * std::sqrt(e + cfg.readNoise * cfg.readNoise);
     EXPECT_NEAR(sdNormal, model, 0.35 * model + 0.3);
+}
+
+TEST(SimDetector, TruthFilesHoldTheMaps) {
+    CSimDetector::Config cfg = Small();
+    cfg.defects = {{3 * 96 + 4, CSimDetector::kHot}};
+    CSimDetector det(cfg);
+    const std::string folder = ::testing::TempDir() + "sim_truth";
+    std::filesystem::create_directories(folder);
+    ASSERT_EQ(det.SaveTruth(folder), 1);
+    CPtrFloat gain(folder + "/gain.film", 1, 0, 0), offset(folder + "/offset.film", 1, 0, 0);
+    ASSERT_TRUE(gain.IsValid());
+    ASSERT_TRUE(offset.IsValid());
+    for (long i = 0; i < det.GetSize(); ++i) {
+        ASSERT_EQ(gain.GetDoubleBuffer()[i], det.GetGainMap()[i]);
+        ASSERT_EQ(offset.GetDoubleBuffer()[i], det.GetOffsetMap()[i]);
+    }
+    std::ifstream csv(folder + "/defects.csv");
+    std::string line;
+    std::vector<std::string> lines;
+    while (std::getline(csv, line)) lines.push_back(line);
+    ASSERT_EQ(lines.size(), det.GetDefects().size() + 1);
+    EXPECT_EQ(lines[0], "index,x,y,kind");
+    EXPECT_NE(std::find(lines.begin(), lines.end(), std::to_string(3 * 96 + 4) + ",4,3,hot"), lines.end());
+    EXPECT_EQ(det.SaveTruth(folder + "/missing/deeper"), 0);
 }
 
 TEST(RadiometricFit, RecoversAKnownLawAndRefusesTooLittle) {

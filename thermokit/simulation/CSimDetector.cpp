@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <fstream>
 #include <thread>
 
 #include "thermokit/calibration/CPlanck.h"
@@ -123,6 +124,22 @@ std::vector<CSimDetector::Defect> CSimDetector::GetDefects() const {
     for (size_t i = 0; i < m_abyDefect.size(); ++i)
         if (m_abyDefect[i] != kGood) out.push_back({static_cast<long>(i), static_cast<DefectKind>(m_abyDefect[i])});
     return out;
+}
+
+int CSimDetector::SaveTruth(const std::string& folder) const {
+    CFrame frame(m_Config.point, m_Config.line, m_Config.bit, 0, 0);
+    std::vector<double> gain(m_afGain.begin(), m_afGain.end()), offset(m_afOffset.begin(), m_afOffset.end());
+    const std::string base = folder.empty() || folder.back() == '/' ? folder : folder + "/";
+    int ok = frame.Save((base + "gain.film").c_str(), gain.data(), "", "per-pixel gain (0 for dead pixels)");
+    ok &= frame.Save((base + "offset.film").c_str(), offset.data(), "DL", "per-pixel offset, levels (hot pixels included)");
+    std::ofstream csv(base + "defects.csv");
+    csv << "index,x,y,kind\n";
+    static const char* const kinds[] = {"good", "dead", "hot", "noisy"};
+    for (const Defect& d : GetDefects())
+        csv << d.index << ',' << d.index % m_Config.point << ',' << d.index / m_Config.point << ',' << kinds[d.kind]
+            << '\n';
+    csv.flush();
+    return ok && csv.good() ? 1 : 0;
 }
 
 double CSimDetector::SceneElectrons(double kelvin) const {

@@ -80,6 +80,10 @@ public:
     const std::vector<float>& GetOffsetMap() const { return m_afOffset; }
     const std::vector<unsigned char>& GetDefectMap() const { return m_abyDefect; }
     std::vector<Defect> GetDefects() const;
+    // Writes the truth into folder (which must exist): gain.film and
+    // offset.film (one-image films of doubles) and defects.csv
+    // ("index,x,y,kind" lines, kind dead, hot or noisy). 1 when all were written.
+    int SaveTruth(const std::string& folder) const;
 
     // Scene photo-electrons of one pixel at T (kelvin), and the optic's own
     // electrons at camera temperature Tc (kelvin): CPlanck band budgets.

@@ -71,6 +71,7 @@ int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSim
         kelvin.resize(static_cast<size_t>(detector.GetSize()));
         celsius.resize(kelvin.size());
     }
+    film.GetFilm()->SetComment(scene.Describe().c_str());
     for (unsigned long k = 0; k < frames; ++k) {
         if (hook) hook(film.GetFilm(), k);
         if (!film.Add(detector, scene, k, truth ? kelvin.data() : nullptr)) return 0;

@@ -1,6 +1,7 @@
 #include "thermokit/simulation/CSimScene.h"
 
 #include <cmath>
+#include <cstdio>
 
 namespace thermokit {
 
@@ -29,6 +30,24 @@ CSimScene CSimScene::Lockin(const LockinParams& params) {
     s.m_Kind = kLockin;
     s.m_Lockin = params;
     return s;
+}
+
+std::string CSimScene::Describe() const {
+    char text[200];
+    switch (m_Kind) {
+    case kPlate:
+        std::snprintf(text, sizeof text, "simulated plate %.1f..%.1f C, hot spot +%.1f K moving %.2f,%.2f px/frame",
+                      m_Plate.leftCelsius, m_Plate.rightCelsius, m_Plate.spotRise, m_Plate.moveX, m_Plate.moveY);
+        break;
+    case kLockin:
+        std::snprintf(text, sizeof text,
+                      "simulated lock-in sample %.1f C, %.2f K every %d frames, buried defect %+.0f %% / %+.1f deg",
+                      m_Lockin.baseCelsius, m_Lockin.amplitude, m_Lockin.framesPerPeriod,
+                      100.0 * m_Lockin.defectAmplitude, m_Lockin.defectPhaseDegrees);
+        break;
+    default: std::snprintf(text, sizeof text, "simulated black body %.2f C", m_dUniform); break;
+    }
+    return text;
 }
 
 void CSimScene::SpotCentre(int point, int line, unsigned long frame, double& x, double& y) const {

@@ -9,6 +9,7 @@
 //    buried defect (a blurred disk) changes the amplitude and the phase
 //    of the oscillation above it.
 // Scenes are pure functions of (frame, time): the same call gives the same map.
+#include <string>
 #include <vector>
 
 namespace thermokit {
@@ -48,6 +49,9 @@ public:
     double GetUniformCelsius() const { return m_dUniform; }
     const PlateParams& GetPlate() const { return m_Plate; }
     const LockinParams& GetLockin() const { return m_Lockin; }
+
+    // A line for film comments: the kind and its main figures.
+    std::string Describe() const;
 
     // point x line temperatures in kelvin, row after row.
     void Temperature(int point, int line, unsigned long frame, double time, float* kelvin) const;
