@@ -40,3 +40,6 @@
 #include "thermokit/display/CLut.h"
 #include "thermokit/display/CLut24.h"
 #include "thermokit/nuc/CNucFile.h"
+#include "thermokit/nuc/CNuc.h"
+#include "thermokit/nuc/CPixel.h"
+#include "thermokit/nuc/CCorrection.h"

@@ -4,13 +4,25 @@
 #include <vector>
 
 #include "thermokit/image/CFrame.h"
+#include "thermokit/nuc/CPixel.h"
 
 namespace thermokit {
 
-// The bad-pixel map's replacement on a double image (CPixel::Apply(double*)
-// behind a size test), installed by the bad-pixel layer through
-// SetBadPixelReplacement.
-CFrame::BadPixelReplacement CFrame::s_pfnBadPixelReplacement = nullptr;
+namespace {
+
+// The bad-pixel map's replacement on a double image, used only when the
+// map's line x point equals the image's value count.
+int ReplaceBadPixels(CPixel* badPixels, double* image, int count) {
+    if (!badPixels || !image) return 0;
+    if (static_cast<long>(badPixels->GetLine()) * static_cast<long>(badPixels->GetPoint()) != count) return 0;
+    badPixels->Apply(image);
+    return 1;
+}
+
+}  // namespace
+
+// Constant-initialised, so it is in place before any static constructor runs.
+CFrame::BadPixelReplacement CFrame::s_pfnBadPixelReplacement = &ReplaceBadPixels;
 
 CFrame::BadPixelReplacement CFrame::SetBadPixelReplacement(BadPixelReplacement replacement) {
     BadPixelReplacement previous = s_pfnBadPixelReplacement;

@@ -1,0 +1,477 @@
+#include "thermokit/nuc/CNuc.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "thermokit/film/CPtr.h"
+#include "thermokit/image/CAverage.h"
+#include "thermokit/image/CFrame.h"
+#include "thermokit/platform/AlignedBuffer.h"
+#include "thermokit/platform/Endian.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Text.h"
+#include "thermokit/platform/WaitCursor.h"
+
+// x86-64-v4 brings AVX-512 BW/VL, which the 16-bit packing needs to run at
+// full width; v3 is AVX2 (no contraction into FMA: the build forbids it).
+#if defined(__x86_64__)
+#define THERMOKIT_NUC_CLONES __attribute__((target_clones("default", "arch=x86-64-v3", "arch=x86-64-v4")))
+#else
+#define THERMOKIT_NUC_CLONES
+#endif
+
+namespace thermokit {
+
+namespace {
+
+// The per-pixel rules, written once and used by the multiversioned kernels
+// and by the plain reference loops. Every step is a single IEEE float
+// operation (no contraction), so all instruction sets give the same bits.
+//
+// A result at or above the maximal level is the maximal level, one that is
+// not above zero is 0 (a NaN lands here too), anything else is truncated.
+// Written as "raise to 0, then lower to the maximum", which gives exactly
+// that (also for a maximum of 0) and maps onto one max and one min
+// instruction per vector.
+inline __attribute__((always_inline)) unsigned short ClampLevel(float v, float fmax) {
+    float r = v > 0.0f ? v : 0.0f;
+    r = r < fmax ? r : fmax;
+    return static_cast<unsigned short>(static_cast<int>(r));
+}
+
+inline __attribute__((always_inline)) unsigned short ApplyOne(unsigned short in, unsigned short maxLevel, float fmax,
+                                                              float gain, float offset) {
+    const float x = static_cast<float>(static_cast<unsigned short>(in & maxLevel));
+    const float v = x * gain + offset;
+    return ClampLevel(v, fmax);
+}
+
+inline __attribute__((always_inline)) unsigned short DeNucOne(unsigned short in, unsigned short maxLevel, float fmax,
+                                                              float gain, float offset) {
+    const float x = static_cast<float>(static_cast<unsigned short>(in & maxLevel));
+    // The divisor is kept finite for a gain of 0, whose result is 0 anyway.
+    const float r = 1.0f / (gain == 0.0f ? 1.0f : gain);
+    const float v = x * r - offset * r;
+    return gain == 0.0f ? static_cast<unsigned short>(0) : ClampLevel(v, fmax);
+}
+
+THERMOKIT_NUC_CLONES
+void ApplyLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
+                     const float* __restrict gain, const float* __restrict offset, size_t n,
+                     unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) out[i] = ApplyOne(in[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+THERMOKIT_NUC_CLONES
+void ApplyLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
+                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) image[i] = ApplyOne(image[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+THERMOKIT_NUC_CLONES
+void DeNucLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
+                     const float* __restrict gain, const float* __restrict offset, size_t n,
+                     unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+THERMOKIT_NUC_CLONES
+void DeNucLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
+                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) image[i] = DeNucOne(image[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+THERMOKIT_NUC_CLONES
+void ApplyFloats(float* __restrict image, const float* __restrict gain, const float* __restrict offset, size_t n) {
+    for (size_t i = 0; i < n; ++i) image[i] = gain[i] * image[i] + offset[i];
+}
+
+THERMOKIT_NUC_CLONES
+void DeNucFloats(float* __restrict image, const float* __restrict gain, const float* __restrict offset, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        const float g = gain[i];
+        const float r = 1.0f / (g == 0.0f ? 1.0f : g);
+        const float v = image[i] * r - offset[i] * r;
+        image[i] = g == 0.0f ? 0.0f : v;
+    }
+}
+
+// Float to 32-bit integer as the processor's truncating conversion does it:
+// NaN and values outside the 32-bit range give 0x80000000.
+inline int32_t TruncToInt32(float v) {
+    if (!(v > -2147483904.0f && v < 2147483648.0f)) return INT32_MIN;
+    return static_cast<int32_t>(v);
+}
+
+bool ScalesOf(int format, float* gainScale, float* offsetScale) {
+    switch (format) {
+    case 0: *gainScale = 16384.0f; *offsetScale = 1.0f; return true;
+    case 1: *gainScale = 32768.0f; *offsetScale = 2.0f; return true;
+    default: return false;
+    }
+}
+
+template <class T>
+void MeanOf(const T* data, size_t n, float* mean) {
+    double sum = 0.0;
+    for (size_t i = 0; i < n; ++i) sum += static_cast<double>(data[i]);
+    *mean = static_cast<float>(sum / static_cast<double>(n));
+}
+
+inline float ClampGain(float g, float gmin, float gmax) {
+    if (g <= gmin) g = gmin;
+    if (g >= gmax) g = gmax;
+    return g;
+}
+
+template <class T>
+void TwoPoint(const T* low, const T* high, float* gain, float* offset, size_t n, float gmin, float gmax) {
+    float meanL = 0.0f, meanH = 0.0f;
+    MeanOf(low, n, &meanL);
+    MeanOf(high, n, &meanH);
+    const float span = meanH - meanL;
+    for (size_t i = 0; i < n; ++i) {
+        const float l = static_cast<float>(low[i]);
+        const float d = static_cast<float>(high[i]) - l;
+        float g = d == 0.0f ? gmin : span / d;
+        g = ClampGain(g, gmin, gmax);
+        gain[i] = g;
+        offset[i] = meanL - l * g;
+    }
+}
+
+template <class T>
+void OnePoint(const T* ref, float* gain, float* offset, size_t n, int keepGain, float gmin, float gmax) {
+    float meanR = 0.0f;
+    MeanOf(ref, n, &meanR);
+    for (size_t i = 0; i < n; ++i) {
+        float g = keepGain ? gain[i] : 1.0f;
+        g = ClampGain(g, gmin, gmax);
+        gain[i] = g;
+        offset[i] = meanR - static_cast<float>(ref[i]) * g;
+    }
+}
+
+std::shared_ptr<float> AllocTable(size_t count) {
+    const size_t bytes = (count ? count : 1) * sizeof(float);
+    float* p = static_cast<float*>(AlignedAlloc(bytes));
+    if (!p) return nullptr;
+    std::memset(p, 0, bytes);
+    return std::shared_ptr<float>(p, [](float* q) { AlignedFree(q); });
+}
+
+}  // namespace
+
+namespace detail {
+
+// Reference loops for the tests: the same rules, never vectorised.
+__attribute__((optimize("no-tree-vectorize"))) void NucApplyLevelsReference(
+    const unsigned short* in, unsigned short* out, const float* gain, const float* offset, size_t n,
+    unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) out[i] = ApplyOne(in[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+__attribute__((optimize("no-tree-vectorize"))) void NucDeNucLevelsReference(
+    const unsigned short* in, unsigned short* out, const float* gain, const float* offset, size_t n,
+    unsigned short maxLevel) {
+    const float fmax = static_cast<float>(maxLevel);
+    for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
+}
+
+}  // namespace detail
+
+void CNuc::InitHeader() {
+    std::memset(&m_Header, 0, sizeof(m_Header));
+    std::memcpy(m_Header.szSignature, "COE", 3);
+    std::memcpy(m_Header.szVersion, "5.60", 4);
+    m_Header.byMarker = 0x1A;
+}
+
+bool CNuc::Allocate(size_t count) {
+    m_spAlpha = AllocTable(count);
+    m_spBeta = AllocTable(count);
+    if (!m_spAlpha || !m_spBeta) {
+        m_spAlpha.reset();
+        m_spBeta.reset();
+        m_pAlpha = m_pBeta = nullptr;
+        m_nAllocated = 0;
+        return false;
+    }
+    m_pAlpha = m_spAlpha.get();
+    m_pBeta = m_spBeta.get();
+    m_nAllocated = count;
+    return true;
+}
+
+CNuc::CNuc(unsigned short point, unsigned short line) {
+    InitHeader();
+    m_Header.wPoint = point;
+    m_Header.wLine = line;
+    m_Header.dwSize = static_cast<uint32_t>(point) * static_cast<uint32_t>(line);
+    m_bValid = Allocate(m_Header.dwSize) ? 1 : 0;
+}
+
+CNuc::CNuc(const char* fileName) {
+    if (!fileName) return;
+    File file;
+    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) return;
+    if (!file.ReadRecord(&m_Header, sizeof(m_Header))) {
+        std::memset(&m_Header, 0, sizeof(m_Header));
+        return;
+    }
+    if (GetTextField(m_Header.szSignature, sizeof(m_Header.szSignature)) != "COE") return;
+    if (m_Header.wPoint == 0) m_Header.wPoint = 128;
+    if (m_Header.wLine == 0) m_Header.wLine = 128;
+    // The pixel count is taken as read; a count whose two tables the file
+    // cannot hold is refused before anything is allocated.
+    const uint64_t count = m_Header.dwSize;
+    const int64_t length = file.GetLength();
+    if (length < 0 || static_cast<uint64_t>(length) < sizeof(NUC_HEADER) + 8 * count) return;
+    if (!Allocate(static_cast<size_t>(count))) return;
+    const size_t bytes = static_cast<size_t>(count) * sizeof(float);
+    if (!file.ReadRecord(m_pAlpha, bytes) || !file.ReadRecord(m_pBeta, bytes)) {
+        m_spAlpha.reset();
+        m_spBeta.reset();
+        m_pAlpha = m_pBeta = nullptr;
+        m_nAllocated = 0;
+        return;
+    }
+    m_bValid = 1;
+}
+
+CNuc::~CNuc() = default;
+
+CNuc::CNuc(const CNuc& other) = default;
+
+CNuc& CNuc::operator=(const CNuc& other) {
+    if (this == &other) return *this;
+    m_pAlpha = other.m_pAlpha;
+    m_pBeta = other.m_pBeta;
+    m_fGainMin = other.m_fGainMin;
+    m_fGainMax = other.m_fGainMax;
+    m_Header = other.m_Header;
+    m_bValid = other.m_bValid;
+    m_spAlpha = other.m_spAlpha;
+    m_spBeta = other.m_spBeta;
+    m_nAllocated = other.m_nAllocated;
+    return *this;
+}
+
+void CNuc::SetCamera(const std::string& text) {
+    SetTextField(m_Header.szCamera, sizeof(m_Header.szCamera), text.c_str(), 19);
+}
+void CNuc::SetCameraSerial(const std::string& text) {
+    SetTextField(m_Header.szCameraSerial, sizeof(m_Header.szCameraSerial), text.c_str(), 10);
+}
+void CNuc::SetFilter(const std::string& text) {
+    SetTextField(m_Header.szFilter, sizeof(m_Header.szFilter), text.c_str(), 19);
+}
+std::string CNuc::GetCamera() const { return GetTextField(m_Header.szCamera, sizeof(m_Header.szCamera)); }
+std::string CNuc::GetCameraSerial() const {
+    return GetTextField(m_Header.szCameraSerial, sizeof(m_Header.szCameraSerial));
+}
+std::string CNuc::GetFilter() const { return GetTextField(m_Header.szFilter, sizeof(m_Header.szFilter)); }
+
+void CNuc::SetIntegration(float integration) { m_Header.fIntegration = integration; }
+float CNuc::GetIntegration() const { return m_Header.fIntegration; }
+
+void CNuc::SetWindowing(unsigned char flag, unsigned short x, unsigned short y) {
+    m_Header.byWindowing = flag;
+    m_Header.wWindowX = x;
+    m_Header.wWindowY = y;
+}
+
+void CNuc::GetWindowing(unsigned char* flag, unsigned short* x, unsigned short* y, unsigned short* point,
+                        unsigned short* line) const {
+    if (flag) *flag = m_Header.byWindowing;
+    if (x) *x = m_Header.wWindowX;
+    if (y) *y = m_Header.wWindowY;
+    if (point) *point = m_Header.wPoint;
+    if (line) *line = m_Header.wLine;
+}
+
+void CNuc::GetWindowing(long* flag, unsigned long* x, unsigned long* y, unsigned long* point,
+                        unsigned long* line) const {
+    *flag = m_Header.byWindowing;
+    *x = m_Header.wWindowX;
+    *y = m_Header.wWindowY;
+    *point = m_Header.wPoint;
+    *line = m_Header.wLine;
+}
+
+void CNuc::SetGainLimit(float min, float max) {
+    m_fGainMin = min;
+    m_fGainMax = max;
+}
+
+void CNuc::GetGainLimit(float* min, float* max) const {
+    if (min) *min = m_fGainMin;
+    if (max) *max = m_fGainMax;
+}
+
+void CNuc::Reset() {
+    WaitCursor wait;
+    for (size_t i = 0; i < TableSize(); ++i) {
+        m_pAlpha[i] = 1.0f;
+        m_pBeta[i] = 0.0f;
+    }
+}
+
+int CNuc::Update(unsigned short* first, unsigned short* second, int onePoint, int keepGain) {
+    WaitCursor wait;
+    return onePoint ? Update1Point(first, keepGain) : Update2Point(first, second);
+}
+
+int CNuc::Update(float* first, float* second, int onePoint, int keepGain) {
+    WaitCursor wait;
+    return onePoint ? Update1Point(first, keepGain) : Update2Point(first, second);
+}
+
+int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, int keepGain) {
+    WaitCursor wait;
+    const auto fits = [this](CPtr& film) {
+        return film.IsValid() && film.GetSize() == GetSize() && film.GetPoint() == GetPoint() &&
+               film.GetLine() == GetLine();
+    };
+    // Mean of every frame of a film, in levels (truncated), as the averager
+    // gives it.
+    const auto average = [](CPtr& film, CAverage& avg) {
+        const unsigned long frames = film.GetFrameNumber();
+        for (unsigned long n = 0; n < frames; ++n)
+            if (film.ReadFrame(n)) avg.Accumulate(film.GetFrame(), 1.0);
+        return avg.GetBuffer(0);
+    };
+
+    CPtr first(firstFilm ? firstFilm : "", 0, 0, 0);
+    std::unique_ptr<CPtr> second;
+    if (!onePoint) second = std::make_unique<CPtr>(secondFilm ? secondFilm : "", 0, 0, 0);
+    if (!fits(first)) return 1;
+
+    first.ReadFrame(0);
+    SetCamera(first.GetCamera());
+    SetCameraSerial(first.GetSerial());
+    SetFilter(first.GetFilter(0));
+    SetIntegration(first.GetIntegration(0));
+    CRect window;
+    first.GetSubWindowRect(&window);
+    // Kept as it is: the flag is only ever raised here, and only when both
+    // sides differ from the table's.
+    if (window.Width() != m_Header.wPoint && window.Height() != m_Header.wLine) m_Header.byWindowing = 1;
+    m_Header.wWindowX = static_cast<uint16_t>(window.left);
+    m_Header.wWindowY = static_cast<uint16_t>(window.top);
+
+    if (!onePoint && !fits(*second)) return 1;
+
+    CAverage firstMean(first.GetPoint(), first.GetLine(), first.GetBit(), 0);
+    unsigned short* low = average(first, firstMean);
+    if (onePoint) {
+        if (low) Update(low, nullptr, 1, keepGain);
+        return 1;
+    }
+    CAverage secondMean(second->GetPoint(), second->GetLine(), second->GetBit(), 0);
+    unsigned short* high = average(*second, secondMean);
+    if (low && high) Update(low, high, 0, keepGain);
+    return 1;
+}
+
+int CNuc::Update2Point(const unsigned short* low, const unsigned short* high) {
+    if (!low || !high || !m_pAlpha) return 0;
+    TwoPoint(low, high, m_pAlpha, m_pBeta, TableSize(), m_fGainMin, m_fGainMax);
+    return 1;
+}
+
+int CNuc::Update2Point(const float* low, const float* high) {
+    if (!low || !high || !m_pAlpha) return 0;
+    TwoPoint(low, high, m_pAlpha, m_pBeta, TableSize(), m_fGainMin, m_fGainMax);
+    return 1;
+}
+
+int CNuc::Update1Point(const unsigned short* reference, int keepGain) {
+    if (!reference || !m_pAlpha) return 0;
+    OnePoint(reference, m_pAlpha, m_pBeta, TableSize(), keepGain, m_fGainMin, m_fGainMax);
+    return 1;
+}
+
+int CNuc::Update1Point(const float* reference, int keepGain) {
+    if (!reference || !m_pAlpha) return 0;
+    OnePoint(reference, m_pAlpha, m_pBeta, TableSize(), keepGain, m_fGainMin, m_fGainMax);
+    return 1;
+}
+
+int CNuc::Apply(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
+    if (!in || !m_pAlpha) return 0;
+    if (!out || out == in) ApplyLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else ApplyLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    return 1;
+}
+
+int CNuc::Apply(float* image) {
+    if (!image || !m_pAlpha) return 0;
+    ApplyFloats(image, m_pAlpha, m_pBeta, TableSize());
+    return 1;
+}
+
+int CNuc::ApplyDeNuc(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
+    if (!in || !m_pAlpha) return 0;
+    if (!out || out == in) DeNucLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else DeNucLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    return 1;
+}
+
+int CNuc::ApplyDeNuc(float* image) {
+    if (!image || !m_pAlpha) return 0;
+    DeNucFloats(image, m_pAlpha, m_pBeta, TableSize());
+    return 1;
+}
+
+int CNuc::CreateBufferNuc(unsigned char* buffer, int format) {
+    float gainScale = 0.0f, offsetScale = 0.0f;
+    if (!ScalesOf(format, &gainScale, &offsetScale)) return 0;
+    const size_t n = TableSize();
+    if (n == 0) return 1;
+    if (!buffer) return 0;
+    for (size_t i = 0; i < n; ++i) {
+        const int32_t g = TruncToInt32(m_pAlpha[i] * gainScale);
+        const int32_t o = TruncToInt32(m_pBeta[i] * offsetScale);
+        store<uint16_t>(buffer, 4 * i, static_cast<uint16_t>(static_cast<uint32_t>(g) & 0xFFFFu));
+        store<int16_t>(buffer, 4 * i + 2, static_cast<int16_t>(static_cast<uint16_t>(static_cast<uint32_t>(o) & 0xFFFFu)));
+    }
+    return 1;
+}
+
+int CNuc::FormatNuc(unsigned char* buffer, long length, int format) {
+    float gainScale = 0.0f, offsetScale = 0.0f;
+    if (!ScalesOf(format, &gainScale, &offsetScale)) return 0;
+    const unsigned long count = static_cast<unsigned long>(length) / 4;
+    const unsigned long pixels = static_cast<unsigned long>(m_Header.wPoint) * m_Header.wLine;
+    if (count > pixels || count > TableSize()) return 0;
+    if (count && !buffer) return 0;
+    const float gainStep = 1.0f / gainScale;
+    const float offsetStep = 1.0f / offsetScale;
+    for (unsigned long i = 0; i < count; ++i) {
+        m_pAlpha[i] = static_cast<float>(load<uint16_t>(buffer, 4 * i)) * gainStep;
+        m_pBeta[i] = static_cast<float>(load<int16_t>(buffer, 4 * i + 2)) * offsetStep;
+    }
+    return 1;
+}
+
+int CNuc::Save(const char* fileName) {
+    if (!fileName) return 0;
+    const size_t n = m_Header.dwSize;
+    if (!m_bValid || n > TableSize()) return 0;  // no tables to write
+    File file;
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
+    file.Write(&m_Header, sizeof(m_Header));
+    if (n) {
+        file.Write(m_pAlpha, n * sizeof(float));
+        file.Write(m_pBeta, n * sizeof(float));
+    }
+    return 1;
+}
+
+}  // namespace thermokit
