@@ -25,4 +25,13 @@ struct RegisterCommand {
 // Prints "thermokit: <text>" on standard error (errors name the file and what is wrong).
 void Error(const std::string& text);
 
+// --quiet, given anywhere on the command line: no progress bars and no summary
+// lines of commands that write files (the results of commands that only tell
+// something, as info or stats, are still printed).
+bool Quiet();
+void SetQuiet(bool quiet);
+
+// A summary line on standard output, left out under --quiet.
+void Note(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 }  // namespace thermokit::cli

@@ -1,5 +1,6 @@
 // thermokit: the command-line tool of the toolkit.
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <iostream>
 #include <vector>
@@ -23,7 +24,19 @@ Action& PendingAction() {
     static Action action;
     return action;
 }
+bool g_quiet = false;
 }  // namespace
+
+bool Quiet() { return g_quiet; }
+void SetQuiet(bool quiet) { g_quiet = quiet; }
+
+void Note(const char* format, ...) {
+    if (g_quiet) return;
+    va_list args;
+    va_start(args, format);
+    std::vprintf(format, args);
+    va_end(args);
+}
 
 RegisterCommand::RegisterCommand(int order, std::function<void(CLI::App&)> setup) {
     Registry().push_back({order, std::move(setup)});
@@ -41,6 +54,10 @@ int main(int argc, char** argv) {
                  "thermokit"};
     app.set_version_flag("--version", std::string("thermokit ") + thermokit::GetVersion());
     app.require_subcommand(0, 1);
+    // Given before or after the sub-command: options of the tool fall through to it.
+    app.fallthrough();
+    bool quiet = false;
+    app.add_flag("-q,--quiet", quiet, "No progress bars and no summary lines");
 
     auto& entries = Registry();
     std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.order < b.order; });
@@ -52,6 +69,7 @@ int main(int argc, char** argv) {
         const int code = app.exit(e);
         return code == 0 ? kDone : kUsage;
     }
+    SetQuiet(quiet);
     if (!PendingAction()) {
         std::cout << app.help();
         return kDone;
