@@ -1,0 +1,125 @@
+// thermokit simulate: films of the simulated camera looking at a uniform
+// black body, a heated plate with a hot spot, or a periodically heated sample.
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "Command.h"
+#include "OutputFile.h"
+#include "Progress.h"
+#include "thermokit/film/CPtr.h"
+#include "thermokit/simulation/CSimDetector.h"
+#include "thermokit/simulation/CSimFilm.h"
+#include "thermokit/simulation/CSimScene.h"
+
+namespace thermokit::cli {
+namespace {
+
+struct SimulateOptions {
+    std::string output;
+    std::string scene = "uniform";
+    std::string size = "320x256";
+    int bits = 14;
+    long frames = 10;
+    double temperature = 30.0;
+    double left = 15.0, right = 55.0, spot = 50.0;
+    double move = 0.0;
+    int period = 16;
+    double amplitude = 0.6;
+    double rate = 100.0;
+    unsigned long seed = 1;
+    bool defects = false;
+    std::string truth;
+};
+
+bool ParseSize(const std::string& text, unsigned short& w, unsigned short& h) {
+    const size_t x = text.find('x');
+    if (x == std::string::npos) return false;
+    char* end = nullptr;
+    const long a = std::strtol(text.c_str(), &end, 10);
+    if (end != text.c_str() + x) return false;
+    const long b = std::strtol(text.c_str() + x + 1, &end, 10);
+    if (*end || a < 2 || b < 2 || a > 4096 || b > 4096) return false;
+    w = static_cast<unsigned short>(a);
+    h = static_cast<unsigned short>(b);
+    return true;
+}
+
+int RunSimulate(const SimulateOptions& o) {
+    CSimDetector::Config cfg;
+    if (!ParseSize(o.size, cfg.point, cfg.line)) {
+        Error("--size " + o.size + ": expected WxH, each from 2 to 4096");
+        return kUsage;
+    }
+    cfg.bit = static_cast<unsigned short>(o.bits);
+    cfg.seed = o.seed;
+    cfg.frameRate = o.rate;
+    if (o.defects) {
+        const long size = static_cast<long>(cfg.point) * cfg.line;
+        cfg.deadCount = cfg.hotCount = cfg.noisyCount = static_cast<int>(size / 5000 > 3 ? size / 5000 : 3);
+    }
+    CSimScene scene = CSimScene::Uniform(o.temperature);
+    if (o.scene == "plate") {
+        CSimScene::PlateParams p;
+        p.leftCelsius = o.left;
+        p.rightCelsius = o.right;
+        p.spotRise = o.spot;
+        p.moveX = o.move;
+        scene = CSimScene::Plate(p);
+    } else if (o.scene == "lockin") {
+        CSimScene::LockinParams p;
+        p.baseCelsius = o.temperature;
+        p.framesPerPeriod = o.period;
+        p.amplitude = o.amplitude;
+        scene = CSimScene::Lockin(p);
+    } else if (o.scene != "uniform") {
+        Error("--scene " + o.scene + ": expected uniform, plate or lockin");
+        return kUsage;
+    }
+    CSimDetector detector(cfg);
+    OutputFile out(o.output);
+    std::unique_ptr<OutputFile> truth;
+    if (!o.truth.empty()) truth = std::make_unique<OutputFile>(o.truth);
+    Progress progress("simulate", static_cast<unsigned long>(o.frames));
+    const CSimFilm::FrameHook hook = [&progress](CPtrOver*, unsigned long frame) { progress.Step(frame); };
+    if (!CSimFilm::Record(out.Temp(), detector, scene, static_cast<unsigned long>(o.frames),
+                          truth ? truth->Temp() : std::string(), hook)) {
+        Error("file " + o.output + ": cannot be written");
+        return kFailed;
+    }
+    progress.Step(static_cast<unsigned long>(o.frames));
+    if (!out.Commit() || (truth && !truth->Commit())) return kFailed;
+    progress.Done();
+    Note("%s: %ld frame(s) of %u x %u, %u bits, %s\n", o.output.c_str(), o.frames, cfg.point, cfg.line, cfg.bit,
+         scene.Describe().c_str());
+    if (truth) Note("%s: the true temperatures, degrees Celsius, a film of doubles\n", o.truth.c_str());
+    return kDone;
+}
+
+RegisterCommand reg(360, [](CLI::App& app) {
+    auto o = std::make_shared<SimulateOptions>();
+    auto* sub = app.add_subcommand("simulate", "Write a film of the simulated camera");
+    sub->add_option("-o,--output", o->output, "Film to write")->required();
+    sub->add_option("--scene", o->scene, "uniform, plate or lockin (default uniform)");
+    sub->add_option("--size", o->size, "Detector size WxH (default 320x256)");
+    sub->add_option("--bits", o->bits, "Bit depth (default 14)")->check(CLI::Range(8, 16));
+    sub->add_option("--frames", o->frames, "Number of frames (default 10)")->check(CLI::Range(1L, 1000000L));
+    sub->add_option("-t,--temperature", o->temperature,
+                    "uniform: black-body temperature; lockin: mean sample temperature (degrees Celsius, default 30)");
+    sub->add_option("--left", o->left, "plate: left edge temperature, degrees Celsius (default 15)");
+    sub->add_option("--right", o->right, "plate: right edge temperature, degrees Celsius (default 55)");
+    sub->add_option("--spot", o->spot, "plate: rise at the hot spot's centre, K (default 50)");
+    sub->add_option("--move", o->move, "plate: pixels the spot moves right each frame (default 0)");
+    sub->add_option("--period", o->period, "lockin: frames per excitation period (default 16)")->check(CLI::Range(2, 100000));
+    sub->add_option("--amplitude", o->amplitude, "lockin: oscillation amplitude, K (default 0.6)");
+    sub->add_option("--rate", o->rate, "Frame rate, Hz (default 100)")->check(CLI::Range(0.01, 100000.0));
+    sub->add_option("--seed", o->seed, "Seed of the camera's maps and noise (default 1)");
+    sub->add_flag("--defects", o->defects, "Dead, hot and noisy pixels (about one of each kind in 5,000)");
+    sub->add_option("--truth", o->truth, "Also write the true temperatures as a film of doubles");
+    sub->footer("Example: thermokit simulate --scene plate --size 640x512 --frames 50 --move 2 -o plate.ptw");
+    sub->callback([o] { SetAction([o] { return RunSimulate(*o); }); });
+});
+
+}  // namespace
+}  // namespace thermokit::cli
