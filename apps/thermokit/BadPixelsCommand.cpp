@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "Command.h"
+#include "FilmInput.h"
+#include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
@@ -101,6 +103,7 @@ int RunDetect(const DetectOptions& o) {
             Error("file " + o.noiseFilm + ": not a film of at least two 16-bit images");
             return kFailed;
         }
+        if (!FilmComplete(film, o.noiseFilm)) return kFailed;
         if (nuc && (film.GetPoint() != point || film.GetLine() != line)) {
             Error("file " + o.noiseFilm + ": " + std::to_string(film.GetPoint()) + " x " +
                   std::to_string(film.GetLine()) + " pixels, the NUC table " + std::to_string(point) + " x " +
@@ -124,16 +127,21 @@ int RunDetect(const DetectOptions& o) {
     if (o.noiseGiven && !map.UpdateNoise(noise.data(), size, o.noiseThreshold, o.noiseHigh ? 1 : 0)) return full();
     map.UpdateReplacement();
     map.UpdateDistribution(nullptr, 0);
-    if (!map.Save(o.output.c_str())) {
+    // The map is written under a temporary name and renamed into place once
+    // complete; the report names its own file in its first line, so it is
+    // written under its name, after the map.
+    OutputFile target(o.output);
+    if (!map.Save(target.c_str())) {
         Error("file " + o.output + ": cannot be created");
         return kFailed;
     }
+    if (!target.Commit()) return kFailed;
     if (!o.report.empty() &&
         !map.SaveAscii(o.report.c_str(), o.gainGiven ? 1 : 0, o.offsetGiven ? 1 : 0, o.noiseGiven ? 1 : 0)) {
         Error("file " + o.report + ": cannot be created");
         return kFailed;
     }
-    std::printf("%s: %u x %u pixels, %ld bad (gain %ld, offset %ld, noise %ld, gain & offset %ld, "
+    Note("%s: %u x %u pixels, %ld bad (gain %ld, offset %ld, noise %ld, gain & offset %ld, "
                 "offset & noise %ld, gain & noise %ld, all three %ld)\n",
                 o.output.c_str(), point, line, map.GetSize(), map.GetGain(), map.GetOffset(), map.GetNoise(),
                 map.GetOffsetGain(), map.GetOffsetNoise(), map.GetGainNoise(), map.GetOffsetGainNoise());

@@ -7,6 +7,9 @@
 #include <system_error>
 
 #include "Command.h"
+#include "FilmInput.h"
+#include "OutputFile.h"
+#include "Progress.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
@@ -53,6 +56,7 @@ int RunCorrect(const CorrectOptions& o) {
         Error("file " + o.film + ": not a film of 16-bit images");
         return kFailed;
     }
+    if (!FilmComplete(in, o.film)) return kFailed;
     const long point = in.GetPoint(), line = in.GetLine();
 
     CCorrection chain(o.nuc, o.badPixels, o.mapping);
@@ -98,10 +102,11 @@ int RunCorrect(const CorrectOptions& o) {
         }
     }
 
-    // The output starts as a copy of the input's header with no image.
-    File::Remove(o.output);
+    // The output starts as a copy of the input's header with no image; it is
+    // written under a temporary name and renamed into place once complete.
+    OutputFile target(o.output);
     CPtr out(in);
-    out.SetFileName(o.output);
+    out.SetFileName(target.Temp());
     out.SetFrameNumber(0);
     out.SetCurrentFrame(0);
     const unsigned long frames = in.GetFrameNumber();
@@ -110,9 +115,10 @@ int RunCorrect(const CorrectOptions& o) {
         Error("file " + o.output + ": cannot be created");
         return kFailed;
     }
+    Progress progress("correct", frames);
     for (unsigned long n = 0; n < frames; ++n) {
         if (!in.ReadFrame(n)) {
-            std::fprintf(stderr, "\n");
+            progress.Done();
             Error("file " + o.film + ": cannot read frame " + std::to_string(n));
             return kFailed;
         }
@@ -120,14 +126,15 @@ int RunCorrect(const CorrectOptions& o) {
         chain.Apply(frame->GetBuffer(), maxLevel);
         CPtrOver::CopyImageHeader(&out, &in);
         if (!out.AddFrame(frame)) {
-            std::fprintf(stderr, "\n");
+            progress.Done();
             Error("file " + o.output + ": cannot write frame " + std::to_string(n));
             return kFailed;
         }
-        if (n + 1 == frames || (n & 15) == 0) std::fprintf(stderr, "\rframe %lu / %lu", n + 1, frames);
+        progress.Step(n + 1);
     }
-    if (frames) std::fprintf(stderr, "\n");
-    std::printf("%s: %lu frame(s) of %s pixels corrected (%s%s%s)\n", o.output.c_str(), frames,
+    if (!target.Commit()) return kFailed;
+    progress.Done();
+    Note("%s: %lu frame(s) of %s pixels corrected (%s%s%s)\n", o.output.c_str(), frames,
                 SizeText(point, line).c_str(), chain.IsNucUsed() ? "NUC " : "",
                 chain.IsBadPixelsUsed() ? "bad pixels " : "", chain.IsMappingUsed() ? "mapping" : "");
     return kDone;

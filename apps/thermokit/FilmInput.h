@@ -32,6 +32,21 @@ inline std::string MissingOrEmpty(const std::string& path) {
     return std::string();
 }
 
+// False with a message when the file ends before the last frame its header
+// counts (a film cut short by a full disk or an interrupted copy).
+inline bool FilmComplete(const CPtr& film, const std::string& path) {
+    const unsigned long frames = film.GetFrameNumber();
+    if (frames == 0) return true;
+    const uint64_t end = film.OffsetImage(frames - 1) + film.GetImageSize();
+    const int64_t size = film.GetFileSize();
+    if (size < 0 || static_cast<uint64_t>(size) < end) {
+        Error("file " + path + ": shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) +
+              " bytes, " + std::to_string(end) + " expected); the film is truncated");
+        return false;
+    }
+    return true;
+}
+
 // A film of 16-bit levels (CPtr) or of doubles (CPtrFloat); null with a message.
 struct Film {
     std::unique_ptr<CPtr> ptr;
@@ -58,6 +73,7 @@ inline bool OpenFilm(const std::string& path, Film& film) {
         Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
         return false;
     }
+    if (!FilmComplete(*film.ptr, path)) return false;
     film.frames = film.ptr->GetFrameNumber();
     film.point = film.ptr->GetPoint();
     film.line = film.ptr->GetLine();

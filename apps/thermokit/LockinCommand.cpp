@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "Command.h"
+#include "FilmInput.h"
+#include "OutputFile.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/display/CBit24.h"
 #include "thermokit/display/CLogPalette.h"
@@ -82,6 +84,7 @@ int RunLockin(const LockinOptions& o) {
         Error("file " + o.file + ": the film holds no frame");
         return kFailed;
     }
+    if (!FilmComplete(film, o.file)) return kFailed;
     const unsigned short point = film.GetPoint(), line = film.GetLine();
     CLockin lockin(point, line, film.GetBit(), 0);
     DATA_LOCKIN parameters{};
@@ -110,11 +113,13 @@ int RunLockin(const LockinOptions& o) {
                   frames, o.file.c_str());
     const std::string moduleFilm = o.prefix + "_module.film", phaseFilm = o.prefix + "_phase.film";
     const std::string modulePng = o.prefix + "_module.png", phasePng = o.prefix + "_phase.png";
-    if (!lockin.SaveModule(moduleFilm.c_str(), "DL", comment)) {
+    // The four results are written under temporary names and renamed into place together.
+    OutputFile moduleOut(moduleFilm), phaseOut(phaseFilm), modulePngOut(modulePng), phasePngOut(phasePng);
+    if (!lockin.SaveModule(moduleOut.c_str(), "DL", comment)) {
         Error("file " + moduleFilm + ": cannot be written");
         return kFailed;
     }
-    if (!lockin.SavePhase(phaseFilm.c_str(), "deg", comment)) {
+    if (!lockin.SavePhase(phaseOut.c_str(), "deg", comment)) {
         Error("file " + phaseFilm + ": cannot be written");
         return kFailed;
     }
@@ -122,19 +127,20 @@ int RunLockin(const LockinOptions& o) {
     double mlo = 0.0, mhi = 0.0, plo = 0.0, phi = 0.0;
     Extremes(module, size, mlo, mhi);
     Extremes(phase, size, plo, phi);
-    if (!SavePicture(modulePng, module, point, line, mlo, mhi, CLogPalette::RAINBOW)) {
+    if (!SavePicture(modulePngOut.Temp(), module, point, line, mlo, mhi, CLogPalette::RAINBOW)) {
         Error("file " + modulePng + ": cannot be written");
         return kFailed;
     }
     // The phase picture spans the whole circle, so that colours compare between films.
-    if (!SavePicture(phasePng, phase, point, line, -180.0, 180.0, CLogPalette::LOCKIN)) {
+    if (!SavePicture(phasePngOut.Temp(), phase, point, line, -180.0, 180.0, CLogPalette::LOCKIN)) {
         Error("file " + phasePng + ": cannot be written");
         return kFailed;
     }
-    std::printf("%s: %lu frames of %u x %u at %g frames/s, demodulated at %g Hz, filter %s\n", o.file.c_str(), frames,
+    if (!moduleOut.Commit() || !phaseOut.Commit() || !modulePngOut.Commit() || !phasePngOut.Commit()) return kFailed;
+    Note("%s: %lu frames of %u x %u at %g frames/s, demodulated at %g Hz, filter %s\n", o.file.c_str(), frames,
                 point, line, rate, o.frequency, o.filter.c_str());
-    std::printf("module %.6g .. %.6g -> %s, %s\n", mlo, mhi, moduleFilm.c_str(), modulePng.c_str());
-    std::printf("phase %.6g .. %.6g degrees -> %s, %s\n", plo, phi, phaseFilm.c_str(), phasePng.c_str());
+    Note("module %.6g .. %.6g -> %s, %s\n", mlo, mhi, moduleFilm.c_str(), modulePng.c_str());
+    Note("phase %.6g .. %.6g degrees -> %s, %s\n", plo, phi, phaseFilm.c_str(), phasePng.c_str());
     return kDone;
 }
 

@@ -3,6 +3,8 @@
 #include <string>
 
 #include "Command.h"
+#include "FilmInput.h"
+#include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/platform/File.h"
@@ -49,7 +51,7 @@ bool CheckFilm(const std::string& path, CPtr& film) {
         Error("file " + path + ": the film holds no image");
         return false;
     }
-    return true;
+    return FilmComplete(film, path);
 }
 
 int RunNucCompute(const NucComputeOptions& o) {
@@ -96,13 +98,15 @@ int RunNucCompute(const NucComputeOptions& o) {
         nuc.Reset();
     }
     nuc.SetGainLimit(gmin, gmax);
-    std::fprintf(stderr, "averaging %lu frame(s) of %s%s\n", cold.GetFrameNumber(), o.cold.c_str(),
+    if (!Quiet()) std::fprintf(stderr, "averaging %lu frame(s) of %s%s\n", cold.GetFrameNumber(), o.cold.c_str(),
                  onePoint ? "" : (" and the frames of " + o.hot).c_str());
     nuc.Update(o.cold.c_str(), onePoint ? nullptr : o.hot.c_str(), onePoint ? 1 : 0, o.keepGain ? 1 : 0);
-    if (!nuc.Save(o.output.c_str())) {
+    OutputFile target(o.output);
+    if (!nuc.Save(target.c_str())) {
         Error("file " + o.output + ": cannot be created");
         return kFailed;
     }
+    if (!target.Commit()) return kFailed;
     const float* g = nuc.GetAlpha();
     const long n = nuc.GetSize();
     long atMin = 0, atMax = 0;
@@ -112,7 +116,7 @@ int RunNucCompute(const NucComputeOptions& o) {
         if (g[i] == gmin) ++atMin;
         if (g[i] == gmax) ++atMax;
     }
-    std::printf("%s: %u x %u pixels, %s, mean gain %.6f, %ld gain(s) at the lower limit %g, %ld at the upper limit %g\n",
+    Note("%s: %u x %u pixels, %s, mean gain %.6f, %ld gain(s) at the lower limit %g, %ld at the upper limit %g\n",
                 o.output.c_str(), point, line, onePoint ? "one-point" : "two-point", n ? sum / n : 0.0, atMin,
                 static_cast<double>(gmin), atMax, static_cast<double>(gmax));
     return kDone;
