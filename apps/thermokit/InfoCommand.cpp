@@ -239,6 +239,14 @@ int FilmInfo(const InfoOptions& o, Json& out) {
     }
     out["kind"] = CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8 ? "film of doubles" : "film";
     out["file_size"] = header.GetFileSize();
+    // A film cut short (a full disk, an interrupted copy) is shown, and said to be so.
+    const uint64_t expected = static_cast<uint64_t>(header.GetHeaderSize()) +
+                              static_cast<uint64_t>(header.GetFrameNumber()) * header.GetRecordWords() * 2u;
+    out["complete"] = static_cast<uint64_t>(header.GetFileSize()) >= expected;
+    if (!out["complete"].get<bool>())
+        Error("file " + o.file + ": shorter than its " + std::to_string(header.GetFrameNumber()) + " frames (" +
+              std::to_string(header.GetFileSize()) + " bytes, " + std::to_string(expected) +
+              " expected); the film is truncated");
     out["header"] = FileHeader(header);
     if (o.frame >= 0) {
         const unsigned long n = static_cast<unsigned long>(o.frame);

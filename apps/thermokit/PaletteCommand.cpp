@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Command.h"
+#include "OutputFile.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/platform/CWnd.h"
 
@@ -90,11 +91,13 @@ int RunRender(const PaletteOptions& o) {
     const int height = o.height > 0 ? o.height : (o.vertical ? 256 : 32);
     CWnd wnd(width, height);
     palette.Display(&wnd, o.vertical ? 0 : 1, 0, 65535, 65535, 65535);
-    if (!wnd.SavePng(o.output.c_str())) {
+    OutputFile target(o.output);
+    if (!wnd.SavePng(target.c_str())) {
         Error("file " + o.output + ": cannot be written");
         return kFailed;
     }
-    std::printf("%s: palette %d \"%s\"%s, %d x %d\n", o.output.c_str(), number, palette.GetPaletteName().c_str(),
+    if (!target.Commit()) return kFailed;
+    Note("%s: palette %d \"%s\"%s, %d x %d\n", o.output.c_str(), number, palette.GetPaletteName().c_str(),
                 o.swap ? " (swapped)" : "", width, height);
     return kDone;
 }

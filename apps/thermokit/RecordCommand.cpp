@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "Command.h"
+#include "OutputFile.h"
+#include "Progress.h"
 #include "thermokit/film/CPtr2.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
@@ -95,7 +97,9 @@ int RunRecord(const RecordOptions& o) {
     film.SetFileTools("thermokit record");
     film.SetComment("synthetic moving pattern");
     if (o.rate > 0.0) film.SetFrameRate(static_cast<float>(o.rate));
-    if (!film.Create(o.output.c_str(), o.bankSize, o.banks)) {
+    // Recorded under a temporary name, renamed into place once complete.
+    OutputFile target(o.output);
+    if (!film.Create(target.c_str(), o.bankSize, o.banks)) {
         Error("file " + o.output + ": cannot be created for recording with " + std::to_string(o.banks) +
               " banks of " + std::to_string(o.bankSize) + " bytes");
         return kFailed;
@@ -112,6 +116,7 @@ int RunRecord(const RecordOptions& o) {
     auto due = [&](long k) {
         return start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(period * static_cast<double>(k)));
     };
+    Progress progress("record", static_cast<unsigned long>(o.frames));
     for (long k = 0; k < o.frames; ++k) {
         if (period > 0.0) std::this_thread::sleep_until(due(k));
         pattern.Fill(frame->GetBuffer(), k);
@@ -123,28 +128,31 @@ int RunRecord(const RecordOptions& o) {
         const Clock::time_point after = Clock::now();
         if (!ok) break;
         ++written;
+        progress.Step(static_cast<unsigned long>(written));
         longest = std::max(longest, after - before);
         // A Write that blocks longer than a frame period cannot keep the
         // rate: a camera without a buffer of its own loses a frame there.
         // (Late wake-ups of this loop are not the writer's doing and do not count.)
         if (period > 0.0 && std::chrono::duration<double>(after - before).count() > period) ++dropped;
     }
+    progress.Done();
     const int closed = film.Close();
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     const double bytes = static_cast<double>(film.OffsetImage(film.GetFrameNumber()));
     if (!closed || written != o.frames) {
-        Error("file " + o.output + ": the disk failed; the film keeps " + std::to_string(film.GetFrameNumber()) +
-              " of " + std::to_string(o.frames) + " frames");
+        Error("file " + o.output + ": the disk failed after " + std::to_string(film.GetFrameNumber()) + " of " +
+              std::to_string(o.frames) + " frames; no film was written");
         return kFailed;
     }
-    std::printf("%s: %ld frames of %u x %u, %u bits, %.15g MB\n", o.output.c_str(), written, point, line, bits,
+    if (!target.Commit()) return kFailed;
+    Note("%s: %ld frames of %u x %u, %u bits, %.15g MB\n", o.output.c_str(), written, point, line, bits,
                 bytes / 1e6);
-    std::printf("banks: %d x %lu bytes, %s writes\n", o.banks, o.bankSize, direct ? "direct" : "buffered");
-    if (period > 0.0) std::printf("rate: %g Hz\n", o.rate);
-    else std::printf("rate: as fast as possible\n");
-    std::printf("sustained: %.1f MB/s over %.3f s\n", seconds > 0.0 ? bytes / seconds / 1e6 : 0.0, seconds);
-    std::printf("frames dropped: %ld\n", dropped);
-    std::printf("longest blocked Write: %.3f ms\n", std::chrono::duration<double, std::milli>(longest).count());
+    Note("banks: %d x %lu bytes, %s writes\n", o.banks, o.bankSize, direct ? "direct" : "buffered");
+    if (period > 0.0) Note("rate: %g Hz\n", o.rate);
+    else Note("rate: as fast as possible\n");
+    Note("sustained: %.1f MB/s over %.3f s\n", seconds > 0.0 ? bytes / seconds / 1e6 : 0.0, seconds);
+    Note("frames dropped: %ld\n", dropped);
+    Note("longest blocked Write: %.3f ms\n", std::chrono::duration<double, std::milli>(longest).count());
     return kDone;
 }
 

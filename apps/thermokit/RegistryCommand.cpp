@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "OutputFile.h"
 #include "thermokit/environment/CRegistry.h"
 #include "thermokit/environment/RegistryStore.h"
 #include "thermokit/platform/Endian.h"
@@ -355,14 +356,15 @@ int RunExport(const Options& o) {
         std::fwrite(text.data(), 1, text.size(), stdout);
         return kDone;
     }
-    std::ofstream out(o.output, std::ios::binary | std::ios::trunc);
+    OutputFile target(o.output);
+    std::ofstream out(target.Temp(), std::ios::binary | std::ios::trunc);
     out << text;
     out.close();
     if (!out) {
         Error("file " + o.output + ": cannot be written");
         return kFailed;
     }
-    return kDone;
+    return target.Commit() ? kDone : kFailed;
 }
 
 void AddCommon(CLI::App* sub, Options& o, const char* nameHelp) {

@@ -505,6 +505,12 @@ TEST(Cli, BadFilesFailCleanlyEverywhere) {
             EXPECT_EQ(ReadText(dir + "/old"), "an older output") << command;
         }
     }
+    // info still shows the header of a film cut short, and says it is.
+    Result cut = Tool("info --json " + dir + "/cut.film");
+    EXPECT_EQ(cut.code, 0);
+    EXPECT_EQ(Json::parse(cut.out)["complete"], false);
+    EXPECT_NE(cut.err.find("the film is truncated"), std::string::npos) << cut.err;
+    EXPECT_EQ(Json::parse(Tool("info --json " + good).out)["complete"], true);
     // Nothing left behind: no partial output, no temporary file.
     EXPECT_EQ(List(dir), (std::vector<std::string>{"cut.film", "empty.film", "foreign.film", "good.film",
                                                    "head.film", "hostile.film", "k.cal", "n.nuc", "old"}));
