@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -19,9 +21,14 @@ using namespace thermokit;
 namespace {
 // Saving reads the camera configuration: keep it in stores of the tests' own.
 const bool kPrivateStores = [] {
-    const std::string base = ::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
+    static const std::string* base =
+        new std::string(::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid()));
+    ::setenv("THERMOKIT_USER_STORE", (*base + "_user.db").c_str(), 0);
+    ::setenv("THERMOKIT_MACHINE_STORE", (*base + "_machine.db").c_str(), 0);
+    std::atexit([] {
+        std::remove((*base + "_user.db").c_str());
+        std::remove((*base + "_machine.db").c_str());
+    });
     return true;
 }();
 
