@@ -13,16 +13,6 @@ using thermokit_test::StoreTest;
 
 namespace {
 
-// Before any test runs, both roots point at files that do not exist, so that
-// nothing here can reach the real stores.
-const bool kGuard = [] {
-    const std::string base = ::testing::TempDir() + "tk_settings_guard_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 1);
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 1);
-    ::setenv("THERMOKIT_ADMIN", "0", 1);
-    return true;
-}();
-
 // Direct access to one root, below the typed layer.
 HKEY OpenAt(RegistryRoot root, const std::string& path, bool create = false) {
     return RegistryKey::OpenRoot(root, create).OpenSubKey(path, create);
@@ -117,7 +107,8 @@ TEST_F(StoreTest, StoreLocationsFollowTheEnvironment) {
 }
 
 TEST_F(StoreTest, UserStoreIsPrivateAndFoldersAreCreated) {
-    m_user = thermokit_test::UniqueTempPath("dir") + "/sub/registry.db";
+    const std::string dir = thermokit_test::UniqueTempPath("dir");
+    m_user = dir + "/sub/registry.db";
     ::setenv("THERMOKIT_USER_STORE", m_user.c_str(), 1);
     ::umask(0022);
     CRegistry reg(CRegistry::Setup);
@@ -133,6 +124,12 @@ TEST_F(StoreTest, UserStoreIsPrivateAndFoldersAreCreated) {
     ASSERT_EQ(::stat(m_user.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     EXPECT_EQ(again.GetINTValue("Point", 0), 640);
+    struct stat dst {};
+    ASSERT_EQ(::stat(dir.c_str(), &dst), 0);
+    EXPECT_EQ(dst.st_mode & 0777, 0700u);  // folders made for the user store are private too
+    std::remove(m_user.c_str());
+    ::rmdir((dir + "/sub").c_str());
+    ::rmdir(dir.c_str());
 }
 
 TEST_F(StoreTest, ReadsUserThenMachineThenDefault) {

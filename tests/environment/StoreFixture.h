@@ -37,6 +37,16 @@ inline bool Exists(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0;
 }
 
+// Before any test of a program that includes this header runs, both roots
+// point at files that do not exist, so nothing can reach the real stores.
+inline const bool kStoreGuard = [] {
+    const std::string base = ::testing::TempDir() + "tk_settings_guard_" + std::to_string(::getpid());
+    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 1);
+    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 1);
+    ::setenv("THERMOKIT_ADMIN", "0", 1);
+    return true;
+}();
+
 // Points both roots at fresh files and sets the administrator switch; puts
 // the environment back afterwards.
 class StoreTest : public ::testing::Test {

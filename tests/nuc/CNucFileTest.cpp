@@ -23,8 +23,6 @@ constexpr size_t kHeader = 258;
 constexpr size_t kDesc = 70;
 constexpr size_t kTable = 522;
 
-char* Text(const char* s) { return const_cast<char*>(s); }
-
 // A catalogue file built byte by byte.
 std::string BuildFile(uint16_t tables, uint16_t windows, const char* signature = "NUC", size_t records = SIZE_MAX) {
     std::string f(kHeader, '\0');
@@ -84,7 +82,7 @@ TEST(NucFile, TableLookupArithmetic) {
     EXPECT_EQ(c.GetTableIndex(4, 0), -1);
     CNucFile::NUC_TABLE t;
     EXPECT_EQ(c.GetTable(2, 6, &t), 0);
-    EXPECT_EQ(c.SetTable(2, 6, Text("x"), 1, 2, 3, Text("f"), 0, Text("u"), Text("d")), 0);
+    EXPECT_EQ(c.SetTable(2, 6, "x", 1, 2, 3, "f", 0, "u", "d"), 0);
 
     // Counts adding up past 24: everything from index 24 on is refused.
     for (unsigned short w = 0; w < 3; ++w) ASSERT_EQ(c.SetWindowing(w, 10, &r), 1);
@@ -108,6 +106,8 @@ TEST(NucFile, TableLookupArithmetic) {
     EXPECT_EQ(+d.dwSize, 70u);
     EXPECT_EQ(+d.wNbTables, 10);
     EXPECT_EQ(+d.rcWindow.right, 320);
+    EXPECT_TRUE(d.rcWindow == r);
+    EXPECT_EQ(CRect(d.rcWindow), r);
     EXPECT_EQ(c.GetTableIndex(2, 0), -1);
     EXPECT_EQ(c.SetMaxWindowing(0), 1);
     EXPECT_EQ(c.GetTableIndex(0, 0), -1);
@@ -123,7 +123,7 @@ TEST(NucFile, SetTableKeepsUpdatedLensAndBytesAfterTheText) {
     EXPECT_STREQ(t.szScene, "scene2");
     EXPECT_EQ(+t.bUpdated, 1);
 
-    ASSERT_EQ(c.SetTable(0, 2, Text("ab"), 50, 60, 7, Text("Filter A"), 0, Text("UI"), Text("DB")), 1);
+    ASSERT_EQ(c.SetTable(0, 2, "ab", 50, 60, 7, "Filter A", 0, "UI", "DB"), 1);
     ASSERT_EQ(c.GetTable(0, 2, &t), 1);
     EXPECT_EQ(+t.bUpdated, 1);  // the updated argument is not stored
     EXPECT_STREQ(t.szLens, "lens text");
@@ -137,7 +137,7 @@ TEST(NucFile, SetTableKeepsUpdatedLensAndBytesAfterTheText) {
 
     // Texts longer than their field are cut to fit, ending with a NUL.
     const std::string longScene(40, 'S');
-    ASSERT_EQ(c.SetTable(0, 1, Text(longScene.c_str()), 1, 1, 1, nullptr, 1, Text(""), Text("")), 1);
+    ASSERT_EQ(c.SetTable(0, 1, longScene.c_str(), 1, 1, 1, nullptr, 1, "", ""), 1);
     ASSERT_EQ(c.GetTable(0, 1, &t), 1);
     EXPECT_EQ(std::string(t.szScene), std::string(24, 'S'));
     EXPECT_EQ(+t.wFrequency, 1);  // the next field is whole
@@ -153,7 +153,7 @@ TEST(NucFile, FileLayoutByteByByte) {
     CRect r1(-1, 2, 0x12345678, 4);
     ASSERT_EQ(c.SetWindowing(0, 2, &r0), 1);
     ASSERT_EQ(c.SetWindowing(1, 3, &r1), 1);
-    ASSERT_EQ(c.SetTable(1, 1, Text("Blackbody"), 100, 2000, 3, Text("ND1"), 1, Text("100 Hz"), Text("T3")), 1);
+    ASSERT_EQ(c.SetTable(1, 1, "Blackbody", 100, 2000, 3, "ND1", 1, "100 Hz", "T3"), 1);
     ASSERT_EQ(c.Save(path.c_str(), 0), 1);
 
     const std::vector<char> f = thermokit_test::ReadBytes(path);
@@ -266,7 +266,7 @@ TEST_F(StoreTest, NucCatalogueRegistryMirror) {
     CNucFile c;
     CRect r(-5, 6, 640, 512);
     c.SetWindowing(0, 24, &r);
-    c.SetTable(0, 2, Text("Scene three"), 50, 1000, 2, Text("F2"), 1, Text("ui"), Text("db"));
+    c.SetTable(0, 2, "Scene three", 50, 1000, 2, "F2", 1, "ui", "db");
     const std::string path = thermokit_test::UniqueTempPath("mirror.nuc");
     ASSERT_EQ(c.Save(path.c_str(), 1), 1);  // saves and mirrors
 

@@ -6,7 +6,7 @@
 #include "thermokit/environment/CRegistry.h"
 // The one rule for the highest level of a depth, shared with the frames (a
 // free function without dependencies of its own).
-#include "thermokit/image/PixelArray.h"
+#include "thermokit/platform/Levels.h"
 
 namespace thermokit {
 

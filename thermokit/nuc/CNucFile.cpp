@@ -145,9 +145,9 @@ int CNucFile::GetTable(unsigned short window, unsigned short table, NUC_TABLE* o
     return 1;
 }
 
-int CNucFile::SetTable(unsigned short window, unsigned short table, char* scene, unsigned short frequency,
-                       unsigned short integration, unsigned short filter, char* filterName, int /*updated*/,
-                       char* uiLabel, char* dbLabel) {
+int CNucFile::SetTable(unsigned short window, unsigned short table, const char* scene, unsigned short frequency,
+                       unsigned short integration, unsigned short filter, const char* filterName,
+                       int /*updated*/, const char* uiLabel, const char* dbLabel) {
     const int index = GetTableIndex(window, table);
     if (index < 0) return 0;
     NUC_TABLE& t = m_Table[index];
