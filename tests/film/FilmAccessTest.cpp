@@ -502,3 +502,49 @@ TEST(FilmAccess, FilmsWithoutImageHeaders) {
     EXPECT_EQ(ReadAll(name).size(), bytes.size());
     File::Remove(name);
 }
+
+TEST(FilmAccess, FilmsOfDoublesRoundTrip) {
+    const std::string name = TempName("doubles");
+    CPtrFloat film(3, 2, 12, 0, 1, 0);
+    film.SetFileName(name);
+    EXPECT_EQ(film.GetRecordWords(), 508u + 4u * 6u);
+    EXPECT_EQ(film.GetImageSize(), 1016u + 48u);
+    const double d[6] = {-1.5, 0.25, 4095.5, 5000.0, 1e300, 17.75};
+    const float f[6] = {1.0f, 2.5f, 3.0f, 4.0f, 5.0f, 6.0f};
+    ASSERT_EQ(film.AddFrame(const_cast<double*>(d), 6), 1);
+    ASSERT_EQ(film.AddFrame(const_cast<float*>(f), 6), 1);
+    EXPECT_EQ(film.AddFrame(const_cast<float*>(f), 5), 0);
+    CFrame levels(3, 2, 12, 0, 0);
+    for (int i = 0; i < 6; ++i) levels.GetBuffer()[i] = static_cast<unsigned short>(i * 1000);
+    levels.SetTime(99.5);
+    ASSERT_EQ(film.AddFrame(&levels), 1);
+    EXPECT_EQ(File::GetFileLength(name), 3476 + 3 * (1016 + 48));
+
+    CPtrFloat back(name, 0, 0, 1);
+    ASSERT_EQ(back.IsValid(), 1);
+    ASSERT_EQ(back.GetFrameNumber(), 3u);
+    std::vector<double> v(6);
+    ASSERT_EQ(back.ReadFrame(0, v.data(), 6), 1);
+    EXPECT_EQ(v, std::vector<double>(d, d + 6));
+    // As levels: clamped to [0, 4095] and truncated.
+    ASSERT_EQ(back.ReadFrame(0), 1);
+    const unsigned short expected[6] = {0, 0, 4095, 4095, 4095, 17};
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(back.GetFrame()->GetBuffer()[i], expected[i]) << i;
+    EXPECT_EQ(back.GetDoubleBuffer()[5], 17.75);
+    ASSERT_EQ(back.ReadNextFrame(), 1);
+    EXPECT_EQ(back.GetFrame()->GetBuffer()[1], 2);
+    ASSERT_EQ(back.ReadNextFrame(), 1);
+    EXPECT_EQ(back.GetDoubleBuffer()[5], 5000.0);
+    EXPECT_DOUBLE_EQ(back.GetFrame()->GetTime(), 99.5);
+    EXPECT_EQ(back.ReadFrame(3, v.data(), 6), 0);
+    File::Remove(name);
+
+    // A 16-bit film given doubles stores levels.
+    CPtr levelsFilm(3, 2, 12, 0, 1, 0);
+    levelsFilm.SetFileName(name);
+    ASSERT_EQ(levelsFilm.AddFrame(const_cast<double*>(d), 6), 1);
+    CPtr backLevels(name, 0, 0, 1);
+    ASSERT_EQ(backLevels.ReadFrame(0), 1);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(backLevels.GetFrame()->GetBuffer()[i], expected[i]) << i;
+    File::Remove(name);
+}
