@@ -129,7 +129,8 @@ TEST(Average, TruncationCachingAndCounters) {
 
 TEST(Average, VectorPathsMatchTheScalarRule) {
     // Odd sizes so that every vector variant has a remainder; the sums must be
-    // bit for bit those of one multiply and one add a pixel in double.
+    // bit for bit those of one multiply and one add a pixel in double, on
+    // whichever vector path this processor takes.
     for (int n : {1, 3, 17, 1001}) {
         CAverage avg(static_cast<unsigned short>(n), 1, 14, 0);
         std::vector<double> ref(static_cast<size_t>(n), 0.0);
