@@ -155,6 +155,20 @@ TEST(FilmAccess, ReadMasksToTheFilmDepth) {
     // A reader never changes the file.
     EXPECT_EQ(ReadAll(name), bytes);
     File::Remove(name);
+
+    // One stray bit anywhere (vector body or remainder) is found and cleared.
+    const std::string big = MakeFilm(333, 7, 14, 1, "maskbig");
+    const auto clean = ReadAll(big);
+    for (const size_t at : {size_t(0), size_t(1000), size_t(333 * 7 - 1)}) {
+        auto raw = clean;
+        Put<uint16_t>(raw, 3476 + 1016 + 2 * at, 0x8000 | 5);
+        WriteAll(big, raw);
+        CPtr film14(big, 0, 0, 1);
+        ASSERT_EQ(film14.ReadFrame(0), 1);
+        EXPECT_EQ(film14.GetFrame()->GetBuffer()[at], 5) << at;
+        EXPECT_EQ(film14.GetFrame()->GetBuffer()[at == 0 ? 1 : 0], at == 0 ? 1 : 0);
+    }
+    File::Remove(big);
 }
 
 TEST(FilmAccess, TimeStampsAndIrigB) {
@@ -536,7 +550,9 @@ TEST(FilmAccess, FilmsOfDoublesRoundTrip) {
     ASSERT_EQ(back.ReadNextFrame(), 1);
     EXPECT_EQ(back.GetDoubleBuffer()[5], 5000.0);
     EXPECT_DOUBLE_EQ(back.GetFrame()->GetTime(), 99.5);
+    MessageRecorder rec;
     EXPECT_EQ(back.ReadFrame(3, v.data(), 6), 0);
+    EXPECT_EQ(rec.Count(), 1u);
     File::Remove(name);
 
     // A 16-bit film given doubles stores levels.

@@ -13,6 +13,7 @@
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/platform/CRgn.h"
+#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
@@ -110,6 +111,24 @@ unsigned short OrAll(const unsigned short* p, long n) {
     unsigned short acc = 0;
     for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
     return acc;
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx512f,avx512bw,avx512vl,avx2,prefer-vector-width=512")))
+unsigned short OrAll512(const unsigned short* p, long n) {
+    unsigned short acc = 0;
+    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
+    return acc;
+}
+#endif
+
+// The widest form of OrAll this processor runs, chosen once.
+unsigned short OrLevels(const unsigned short* p, long n) {
+#if defined(__x86_64__)
+    static const bool wide = CpuFeatures::Get().avx512f && CpuFeatures::Get().avx512bw;
+    if (wide) return OrAll512(p, n);
+#endif
+    return OrAll(p, n);
 }
 
 }  // namespace
@@ -326,7 +345,7 @@ int CPtr::Read(unsigned long n, CFrame* f) {
     // Clear the bits above the depth (only when some pixel has one: a
     // well-formed film has none, and looking is cheaper than writing).
     const unsigned short maxLevel = GetMaxLevel();
-    if (maxLevel != 0xFFFF && (OrAll(f->GetBuffer(), GetSize()) & ~maxLevel))
+    if (maxLevel != 0xFFFF && (OrLevels(f->GetBuffer(), GetSize()) & ~maxLevel))
         thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
     return 1;
 }
