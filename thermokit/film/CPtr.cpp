@@ -13,6 +13,7 @@
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/platform/CRgn.h"
+#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
@@ -112,6 +113,24 @@ unsigned short OrAll(const unsigned short* p, long n) {
     return acc;
 }
 
+#if defined(__x86_64__)
+__attribute__((target("avx512f,avx512bw,avx512vl,avx2,prefer-vector-width=512")))
+unsigned short OrAll512(const unsigned short* p, long n) {
+    unsigned short acc = 0;
+    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
+    return acc;
+}
+#endif
+
+// The widest form of OrAll this processor runs, chosen once.
+unsigned short OrLevels(const unsigned short* p, long n) {
+#if defined(__x86_64__)
+    static const bool wide = CpuFeatures::Get().avx512f && CpuFeatures::Get().avx512bw;
+    if (wide) return OrAll512(p, n);
+#endif
+    return OrAll(p, n);
+}
+
 }  // namespace
 
 // A read-only descriptor kept between reads. Begin() does what opening the
@@ -178,11 +197,12 @@ struct CPtr::ReadCache {
 
 // ---------------------------------------------------------------- lifetime
 
-CPtr::CPtr(const std::string& fileName, int readFirst, int unused, int b24) : CPtr(fileName, readFirst, b24, 2u) {
-    (void)unused;
+CPtr::CPtr(const std::string& fileName, int unused1, int unused2, int b24) : CPtr(fileName, b24, 2u) {
+    (void)unused1;
+    (void)unused2;
 }
 
-CPtr::CPtr(const std::string& fileName, int readFirst, int b24, unsigned bytesPerPixel) : CPtrOver(fileName) {
+CPtr::CPtr(const std::string& fileName, int b24, unsigned bytesPerPixel) : CPtrOver(fileName) {
     if (m_bValid && PixelBytes(m_Header) != bytesPerPixel) m_bValid = 0;
     if (m_bValid) {
         InitImage();
@@ -190,8 +210,6 @@ CPtr::CPtr(const std::string& fileName, int readFirst, int b24, unsigned bytesPe
     } else {
         m_pFrame = new CFrame(static_cast<unsigned short>(0), static_cast<unsigned short>(0), 16, 0, b24);
     }
-    // A derived class reads its first image itself (Read is not yet its own here).
-    if (readFirst && m_bValid && bytesPerPixel == 2 && GetFrameNumber() > 0) ReadFrame(0, nullptr);
 }
 
 CPtr::CPtr(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
@@ -234,6 +252,17 @@ void CPtr::SetFileName(const std::string& fileName) {
 }
 
 void CPtr::ReleaseCache() { m_pCache.reset(); }
+
+int CPtr::ReadHeader() {
+    alignas(8) unsigned char old[PtrHeader::kSize];
+    std::memcpy(old, m_Header, sizeof(old));
+    if (!CPtrOver::ReadHeader()) return 0;
+    if (PixelBytes(m_Header) != GetPixelBytes()) {
+        std::memcpy(m_Header, old, sizeof(old));
+        return 0;
+    }
+    return 1;
+}
 
 unsigned long CPtr::GetImageSize() const {
     return static_cast<unsigned long>(GetImageHeaderSize()) +
@@ -316,7 +345,7 @@ int CPtr::Read(unsigned long n, CFrame* f) {
     // Clear the bits above the depth (only when some pixel has one: a
     // well-formed film has none, and looking is cheaper than writing).
     const unsigned short maxLevel = GetMaxLevel();
-    if (maxLevel != 0xFFFF && (OrAll(f->GetBuffer(), GetSize()) & ~maxLevel))
+    if (maxLevel != 0xFFFF && (OrLevels(f->GetBuffer(), GetSize()) & ~maxLevel))
         thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
     return 1;
 }
