@@ -10,6 +10,7 @@
 #include "FilmTestSupport.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/CPtrOver.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
@@ -72,9 +73,11 @@ TEST(FilmAccess, AddFrameWritesImagesAtTheirOffsetsAndCountsThem) {
     EXPECT_EQ(At<uint16_t>(bytes, 3476 + 1016 + 2 * 5), 5);
     EXPECT_EQ(At<uint16_t>(bytes, 3476 + 164856 + 1016 + 2 * 5), 12);
 
-    CPtr back(name, 1, 0, 1);
+    CPtr back(name, 1, 1, 1);
     ASSERT_EQ(back.IsValid(), 1);
-    EXPECT_EQ(back.GetFrame()->GetPixel(5, 0), 5);  // read at once
+    EXPECT_EQ(back.GetFrame()->GetPixel(5, 0), 0);  // opening reads no image
+    ASSERT_EQ(back.ReadFrame(0), 1);
+    EXPECT_EQ(back.GetFrame()->GetPixel(5, 0), 5);
     ASSERT_EQ(back.ReadFrame(1), 1);
     EXPECT_EQ(back.GetFrame()->GetPixel(5, 0), 12);
     EXPECT_DOUBLE_EQ(back.GetFrame()->GetTime(), 3726.5);
@@ -285,10 +288,11 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
         c.damage(bytes);
         WriteAll(name, bytes);
         rec.Clear();
-        CPtr film(name, 1, 0, 1);
+        CPtr film(name, 1, 1, 1);
         EXPECT_EQ(film.IsValid(), 0);
+        EXPECT_EQ(rec.Count(), 0u);  // opening is silent
         EXPECT_EQ(film.ReadFrame(0), 0);
-        ASSERT_GE(rec.Count(), 1u);
+        ASSERT_EQ(rec.Count(), 1u);
         EXPECT_EQ(rec.Messages().back().text, ReadMessage(0, name));
         EXPECT_EQ(rec.Messages().back().icon, static_cast<unsigned>(MB_ICONERROR));
         EXPECT_EQ(film.ReadNextFrame(), 0);
@@ -310,9 +314,14 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
     EXPECT_EQ(film.ReadFrame(2), 0);
     EXPECT_EQ(rec.Count(), 1u);
     EXPECT_EQ(ReadAll(name), bytes);
-    // A 16-bit film opened as a film of doubles, and the other way round.
+    // A 16-bit film opened as a film of doubles; a header of the other kind refused.
     CPtrFloat wrongKind(name, 0, 0, 1);
     EXPECT_EQ(wrongKind.IsValid(), 0);
+    CPtrFloat doubles(4, 4, 16, 0, 1, 0);
+    doubles.SetFileName(name);
+    EXPECT_EQ(doubles.ReadHeader(), 0);
+    EXPECT_EQ(doubles.GetPoint(), 4);
+    EXPECT_EQ(film.ReadHeader(), 1);
     // A missing file.
     CPtr missing(name + ".none", 0, 0, 1);
     EXPECT_EQ(missing.IsValid(), 0);
@@ -365,8 +374,9 @@ TEST(FilmAccess, SavingOneImageFilmsAndWriteFailures) {
     frame.SetTime(12.5);
     ASSERT_EQ(frame.Save(name.c_str(), nullptr, nullptr, "a comment"), 1);
     EXPECT_EQ(File::GetFileLength(name), 3476 + 1016 + 128);
-    CPtr back(name, 1, 0, 1);
+    CPtr back(name, 0, 0, 1);
     ASSERT_EQ(back.IsValid(), 1);
+    ASSERT_EQ(back.ReadFrame(0), 1);
     EXPECT_EQ(back.GetFrameNumber(), 1u);
     EXPECT_EQ(back.GetBit(), 12);
     EXPECT_EQ(back.GetComment(), "a comment");
@@ -465,5 +475,30 @@ TEST(FilmAccess, FloatAddSubWindowAndStatistics) {
     EXPECT_EQ(back.MinMaxHisto(100.0f, &outside), 0);
     ASSERT_EQ(back.MinMaxHisto(100.0f, nullptr), 1);
     EXPECT_LE(back.GetMinLUT(), back.GetMaxLUT());
+    File::Remove(name);
+}
+
+TEST(FilmAccess, FilmsWithoutImageHeaders) {
+    // Image-header size 0: images are pixels only, one after the other.
+    const std::string name = TempName("nohead");
+    CPtrOver p;
+    p.InitHeader(4, 2, 16);
+    std::vector<unsigned char> bytes(p.GetHeaderAddress(), p.GetHeaderAddress() + 3476);
+    Put<uint32_t>(bytes, 15, 0);
+    Put<uint32_t>(bytes, 19, 8);
+    Put<uint32_t>(bytes, 27, 2);
+    for (int k = 0; k < 2; ++k)
+        for (int i = 0; i < 8; ++i) Put<uint16_t>(bytes, 3476 + 16 * k + 2 * i, static_cast<uint16_t>(100 * k + i));
+    WriteAll(name, bytes);
+    CPtr film(name, 0, 0, 1);
+    ASSERT_EQ(film.IsValid(), 1);
+    EXPECT_EQ(film.OffsetImage(1), 3476u + 16u);
+    EXPECT_EQ(film.OffsetTrame(1), 3476u + 16u);
+    ASSERT_EQ(film.ReadFrame(1), 1);
+    EXPECT_EQ(film.GetFrame()->GetBuffer()[7], 107);
+    film.GetFrame()->GetBuffer()[0] = 555;
+    ASSERT_EQ(film.WriteFrame(0), 1);
+    EXPECT_EQ(At<uint16_t>(ReadAll(name), 3476), 555);
+    EXPECT_EQ(ReadAll(name).size(), bytes.size());
     File::Remove(name);
 }

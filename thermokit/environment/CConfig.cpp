@@ -4,6 +4,9 @@
 #include <cctype>
 
 #include "thermokit/environment/CRegistry.h"
+// The one rule for the highest level of a depth, shared with the frames (a
+// free function without dependencies of its own).
+#include "thermokit/platform/Levels.h"
 
 namespace thermokit {
 
@@ -36,6 +39,9 @@ int CConfig::GetRegistry() {
 
 int CConfig::SetRegistry() {
     CRegistry reg(CRegistry::Setup);
+    // The record is saved whole or not at all, in one transaction per store.
+    RegistryBatch userBatch(reg.m_hKeyUser);
+    RegistryBatch machineBatch(reg.m_bAdmin ? reg.m_hKeyMachine : HKEY());
     int ok = 1;
     ok &= reg.SetSTRINGValue("Camera", m_strCamera.c_str()) ? 1 : 0;
     ok &= reg.SetSTRINGValue("Lens", m_strLens.c_str()) ? 1 : 0;
@@ -47,16 +53,14 @@ int CConfig::SetRegistry() {
     ok &= reg.SetINTValue("Band", m_nBand) ? 1 : 0;
     ok &= reg.SetSTRINGValue("Serial", m_strSerial.c_str()) ? 1 : 0;
     ok &= reg.SetSTRINGValue("LensSerial", m_strLensSerial.c_str()) ? 1 : 0;
+    ok &= machineBatch.Commit() ? 1 : 0;
+    ok &= userBatch.Commit() ? 1 : 0;
     return ok;
 }
 
 uint32_t CConfig::GetSize() const { return static_cast<uint32_t>(m_nPoint) * static_cast<uint32_t>(m_nLine); }
 
-unsigned short CConfig::GetMaxLevel() const {
-    // Same rule as the pixel functions' GetMaxLevel(bit): (1 << bit) - 1 as 16 bits.
-    return m_nBit >= 32 ? static_cast<unsigned short>(0xFFFF)
-                        : static_cast<unsigned short>((uint32_t{1} << m_nBit) - 1u);
-}
+unsigned short CConfig::GetMaxLevel() const { return thermokit::GetMaxLevel(m_nBit); }
 
 int CConfig::GetInversion() const { return m_nRotation == 180 ? 1 : 0; }
 

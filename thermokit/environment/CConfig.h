@@ -43,7 +43,7 @@ public:
 
     // Pixels per line times lines.
     uint32_t GetSize() const;
-    // 2^bit - 1 for this configuration's depth, as an unsigned 16-bit level.
+    // 2^bit - 1 for this configuration's depth (GetMaxLevel(m_nBit) of the pixel functions).
     unsigned short GetMaxLevel() const;
     // True when the rotation is 180 degrees.
     int GetInversion() const;

@@ -143,6 +143,9 @@ private:
     long WriteDword(const HKEY& key, const char* name, uint32_t value);
 };
 
+// The well-known keys, also by their short name.
+using RegKey = CRegistry::RegKey;
+
 // Copies every value and sub-key below source into destination (values of
 // the same name are overwritten, other values of destination are kept), in
 // one transaction of the destination store. 1 on success.

@@ -130,7 +130,7 @@ int BeginWrite(sqlite3* db) {
     return rc;
 }
 
-int Commit(sqlite3* db) {
+int CommitWrite(sqlite3* db) {
     int rc = SQLITE_BUSY;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         rc = Exec(db, "COMMIT");
@@ -373,7 +373,7 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool
         Rollback(store->m_db);
         return nullptr;
     }
-    if (Commit(store->m_db) != SQLITE_OK) {
+    if (CommitWrite(store->m_db) != SQLITE_OK) {
         Rollback(store->m_db);
         return nullptr;
     }
@@ -384,8 +384,18 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool
 
 namespace {
 
-// Runs body inside one write transaction of the store.
-long InWriteTransaction(RegistryStore* /*unused*/, sqlite3* db, const std::function<long()>& body) {
+// Runs body inside one write transaction of the store; inside a batch, as a
+// savepoint of the batch's transaction, so that a failed change is undone
+// alone.
+long InWriteTransaction(RegistryStore* store, sqlite3* db, const std::function<long()>& body) {
+    if (store->InBatch()) {
+        const int rc = Exec(db, "SAVEPOINT change");
+        if (rc != SQLITE_OK) return FromSqlite(rc);
+        const long r = body();
+        if (r != RegOk) Exec(db, "ROLLBACK TO change");
+        Exec(db, "RELEASE change");
+        return r;
+    }
     const int rc = BeginWrite(db);
     if (rc != SQLITE_OK) return FromSqlite(rc);
     const long r = body();
@@ -393,7 +403,7 @@ long InWriteTransaction(RegistryStore* /*unused*/, sqlite3* db, const std::funct
         Rollback(db);
         return r;
     }
-    const int crc = Commit(db);
+    const int crc = CommitWrite(db);
     if (crc != SQLITE_OK) {
         Rollback(db);
         return FromSqlite(crc);
@@ -418,7 +428,7 @@ RegistryKey RegistryKey::OpenSubKey(const std::string& path, bool create) const 
     if (!m_store) return RegistryKey();
     if (create && !m_writable) create = false;
     const std::vector<std::string> parts = SplitRegistryPath(path);
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     sqlite3* db = m_store->m_db;
 
     // First a plain lookup: no transaction when everything is there.
@@ -456,7 +466,7 @@ RegistryKey RegistryKey::OpenSubKey(const std::string& path, bool create) const 
 
 long RegistryKey::QueryValue(const std::string& name, unsigned long* type, std::vector<unsigned char>* data) const {
     if (!m_store) return RegNotFound;
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     Stmt st(m_store->m_db, "SELECT type, data FROM vals WHERE key = ?1 AND name = ?2");
     if (!st.Ok()) return RegBadDb;
     st.Bind(1, m_id);
@@ -473,7 +483,7 @@ long RegistryKey::SetValue(const std::string& name, unsigned long type, const vo
     if (!m_store) return RegNotFound;
     if (!m_writable) return RegAccessDenied;
     if (!data && size) return RegInvalidName;
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     sqlite3* db = m_store->m_db;
     return InWriteTransaction(m_store.get(), db, [&]() -> long {
         if (!KeyExists(db, m_id)) return RegKeyDeleted;
@@ -484,7 +494,7 @@ long RegistryKey::SetValue(const std::string& name, unsigned long type, const vo
 long RegistryKey::DeleteValue(const std::string& name) const {
     if (!m_store) return RegNotFound;
     if (!m_writable) return RegAccessDenied;
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     sqlite3* db = m_store->m_db;
     return InWriteTransaction(m_store.get(), db, [&]() -> long {
         Stmt st(db, "DELETE FROM vals WHERE key = ?1 AND name = ?2");
@@ -501,7 +511,7 @@ long RegistryKey::DeleteSubKey(const std::string& name) const {
     if (!m_store) return RegNotFound;
     if (!m_writable) return RegAccessDenied;
     if (name.empty() || name.find('\\') != std::string::npos) return RegInvalidName;
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     sqlite3* db = m_store->m_db;
     return InWriteTransaction(m_store.get(), db, [&]() -> long {
         const int64_t child = FindChild(db, m_id, name);
@@ -527,7 +537,7 @@ long RegistryKey::DeleteSubKey(const std::string& name) const {
 long RegistryKey::EnumSubKeys(std::vector<std::string>* names) const {
     if (!m_store) return RegNotFound;
     if (names) names->clear();
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     Stmt st(m_store->m_db, "SELECT name FROM keys WHERE parent = ?1 ORDER BY name");
     if (!st.Ok()) return RegBadDb;
     st.Bind(1, m_id);
@@ -541,7 +551,7 @@ long RegistryKey::EnumSubKeys(std::vector<std::string>* names) const {
 long RegistryKey::EnumValues(std::vector<RegistryValue>* values) const {
     if (!m_store) return RegNotFound;
     if (values) values->clear();
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     Stmt st(m_store->m_db, "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY name");
     if (!st.Ok()) return RegBadDb;
     st.Bind(1, m_id);
@@ -555,18 +565,20 @@ long RegistryKey::EnumValues(std::vector<RegistryValue>* values) const {
 long RegistryKey::ReadTree(RegistryTree* tree) const {
     if (!m_store || !tree) return RegNotFound;
     *tree = RegistryTree();
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     sqlite3* db = m_store->m_db;
-    // One read transaction: the snapshot is consistent even while others write.
-    int rc = SQLITE_BUSY;
-    for (int attempt = 0; attempt < kAttempts && rc != SQLITE_OK; ++attempt) {
+    // One read transaction: the snapshot is consistent even while others
+    // write (inside a batch, the batch's transaction is that snapshot).
+    const bool own = !m_store->InBatch();
+    int rc = own ? SQLITE_BUSY : SQLITE_OK;
+    for (int attempt = 0; own && attempt < kAttempts && rc != SQLITE_OK; ++attempt) {
         rc = Exec(db, "BEGIN DEFERRED");
         if (rc != SQLITE_OK) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (rc != SQLITE_OK) return FromSqlite(rc);
     long r = KeyExists(db, m_id) ? RegOk : RegKeyDeleted;
     if (r == RegOk) r = ReadTreeAt(db, m_id, tree, 0);
-    Rollback(db);
+    if (own) Rollback(db);
     if (r != RegOk) *tree = RegistryTree();
     return r;
 }
@@ -574,12 +586,49 @@ long RegistryKey::ReadTree(RegistryTree* tree) const {
 long RegistryKey::WriteTree(const RegistryTree& tree) const {
     if (!m_store) return RegNotFound;
     if (!m_writable) return RegAccessDenied;
-    std::lock_guard<std::mutex> lock(m_store->m_mutex);
+    std::lock_guard<std::recursive_mutex> lock(m_store->m_mutex);
     sqlite3* db = m_store->m_db;
     return InWriteTransaction(m_store.get(), db, [&]() -> long {
         if (!KeyExists(db, m_id)) return RegKeyDeleted;
         return WriteTreeAt(db, m_id, tree, 0);
     });
+}
+
+// ----- batches ---------------------------------------------------------------
+
+RegistryBatch::RegistryBatch(const RegistryKey& key) {
+    if (!key || !key.m_writable) return;
+    m_store = key.m_store;
+    m_lock = std::unique_lock<std::recursive_mutex>(m_store->m_mutex);
+    if (m_store->m_batch > 0) {
+        ++m_store->m_batch;  // nested: the outer batch commits
+        m_active = true;
+        return;
+    }
+    if (BeginWrite(m_store->m_db) != SQLITE_OK) {
+        m_lock.unlock();
+        m_store.reset();
+        return;
+    }
+    m_store->m_batch = 1;
+    m_active = true;
+}
+
+RegistryBatch::~RegistryBatch() { Commit(); }
+
+bool RegistryBatch::Commit() {
+    if (!m_active) return m_store == nullptr || m_committed;
+    m_active = false;
+    if (--m_store->m_batch > 0) {
+        m_committed = true;
+        m_lock.unlock();
+        return true;
+    }
+    sqlite3* db = m_store->m_db;
+    m_committed = CommitWrite(db) == SQLITE_OK;
+    if (!m_committed) Rollback(db);
+    m_lock.unlock();
+    return m_committed;
 }
 
 }  // namespace thermokit

@@ -92,14 +92,19 @@ public:
     const std::string& GetPath() const { return m_path; }
     bool IsWritable() const { return m_writable; }
 
+    // True while a RegistryBatch holds this store's transaction.
+    bool InBatch() const { return m_batch > 0; }
+
 private:
     friend class RegistryKey;
+    friend class RegistryBatch;
     RegistryStore() = default;
 
     sqlite3* m_db = nullptr;
     std::string m_path;
     bool m_writable = false;
-    std::mutex m_mutex;
+    int m_batch = 0;
+    std::recursive_mutex m_mutex;
 };
 
 // An open key: the key handle of the settings store. A null key (default
@@ -111,7 +116,11 @@ public:
     RegistryKey(std::nullptr_t) {}
 
     explicit operator bool() const { return m_store != nullptr; }
-    bool operator==(const RegistryKey& other) const { return m_store == other.m_store && m_id == other.m_id; }
+    // The same key of the same database file (through any handle).
+    bool operator==(const RegistryKey& other) const {
+        if (!m_store || !other.m_store) return m_store == other.m_store;
+        return m_id == other.m_id && m_store->GetPath() == other.m_store->GetPath();
+    }
     bool operator==(std::nullptr_t) const { return m_store == nullptr; }
 
     // The root key of a store; write asks for read-and-write access (and
@@ -145,12 +154,37 @@ public:
     long WriteTree(const RegistryTree& tree) const;
 
 private:
+    friend class RegistryBatch;
     RegistryKey(std::shared_ptr<RegistryStore> store, int64_t id, bool writable)
         : m_store(std::move(store)), m_id(id), m_writable(writable) {}
 
     std::shared_ptr<RegistryStore> m_store;
     int64_t m_id = 0;
     bool m_writable = false;
+};
+
+// Groups every change made through the keys of one database, while it lives
+// on this thread, into a single transaction: many values are then written at
+// the cost of one, and a process killed half way leaves none of them. Each
+// change inside still succeeds or fails on its own (a savepoint). The store
+// stays locked for other writers until Commit or destruction, so keep
+// batches short. Does nothing for a null or read-only key.
+class RegistryBatch {
+public:
+    explicit RegistryBatch(const RegistryKey& key);
+    ~RegistryBatch();
+    RegistryBatch(const RegistryBatch&) = delete;
+    RegistryBatch& operator=(const RegistryBatch&) = delete;
+
+    // Ends the transaction; false when it could not be committed (then none
+    // of its changes remain). True for a batch that did nothing.
+    bool Commit();
+
+private:
+    std::shared_ptr<RegistryStore> m_store;
+    std::unique_lock<std::recursive_mutex> m_lock;
+    bool m_active = false;
+    bool m_committed = false;
 };
 
 // The key handle type of the settings classes.

@@ -29,11 +29,6 @@ std::vector<uint8_t> RegionMask(const CRgn* region, unsigned short point, unsign
 
 }  // namespace
 
-unsigned short GetMaxLevel(unsigned short bit) {
-    if (bit >= 16) return 0xFFFF;
-    return static_cast<unsigned short>((1u << bit) - 1u);
-}
-
 // ---------------------------------------------------------------- Mask
 
 void Mask(unsigned short* buffer, long n, unsigned short mask) {

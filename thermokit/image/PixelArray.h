@@ -10,14 +10,14 @@
 // arguments.
 #include <cstdint>
 
+#include "thermokit/platform/Levels.h"
+
 namespace thermokit {
 
 class CRgn;
 class CMapping;
 
-// (1 << bit) - 1 as an unsigned 16-bit value: 0 for 0 bits, 65535 for 16 bits
-// and more.
-unsigned short GetMaxLevel(unsigned short bit);
+// GetMaxLevel(bit), (1 << bit) - 1, comes from platform/Levels.h.
 
 // buffer[i] &= mask for every i.
 void Mask(unsigned short* buffer, long n, unsigned short mask);

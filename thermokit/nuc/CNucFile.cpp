@@ -145,9 +145,9 @@ int CNucFile::GetTable(unsigned short window, unsigned short table, NUC_TABLE* o
     return 1;
 }
 
-int CNucFile::SetTable(unsigned short window, unsigned short table, char* scene, unsigned short frequency,
-                       unsigned short integration, unsigned short filter, char* filterName, int /*updated*/,
-                       char* uiLabel, char* dbLabel) {
+int CNucFile::SetTable(unsigned short window, unsigned short table, const char* scene, unsigned short frequency,
+                       unsigned short integration, unsigned short filter, const char* filterName,
+                       int /*updated*/, const char* uiLabel, const char* dbLabel) {
     const int index = GetTableIndex(window, table);
     if (index < 0) return 0;
     NUC_TABLE& t = m_Table[index];
@@ -164,6 +164,10 @@ int CNucFile::SetTable(unsigned short window, unsigned short table, char* scene,
 
 int CNucFile::SetRegistry() {
     CRegistry reg(CRegistry::GlobalData, "NucFile", "");
+    // Some 240 values: one transaction per store, so the mirror is quick and
+    // never left half written.
+    RegistryBatch userBatch(reg.m_hKeyUser);
+    RegistryBatch machineBatch(reg.m_bAdmin ? reg.m_hKeyMachine : HKEY());
     int ok = 1;
     ok &= reg.SetWORDValue("Nb Tables", m_Header.wNbTables) ? 1 : 0;
     ok &= reg.SetWORDValue("Nb Window", m_Header.wNbWindow) ? 1 : 0;
@@ -190,6 +194,8 @@ int CNucFile::SetRegistry() {
                                  GetTextField(t.szDBLabel, sizeof t.szDBLabel).c_str()) ? 1 : 0;
         ok &= reg.SetSTRINGValue(Name("Table / Lens", n).c_str(), GetTextField(t.szLens, sizeof t.szLens).c_str()) ? 1 : 0;
     }
+    ok &= machineBatch.Commit() ? 1 : 0;
+    ok &= userBatch.Commit() ? 1 : 0;
     return ok;
 }
 

@@ -22,12 +22,18 @@ public:
     static constexpr int kMaxWindows = 4;
 
 #pragma pack(push, 1)
-    // A rectangle of four signed 32-bit edges, as stored in the file.
+    // A rectangle of four signed 32-bit edges, as stored in the file. Packed
+    // (alignment 1), so it can sit at any offset of a record; converts to and
+    // compares with CRect.
     struct NUC_RECT {
         int32_t left;
         int32_t top;
         int32_t right;
         int32_t bottom;
+        operator CRect() const { return CRect(left, top, right, bottom); }
+        bool operator==(const CRect& r) const {
+            return left == r.left && top == r.top && right == r.right && bottom == r.bottom;
+        }
     };
 
     struct NUC_FILE_HEADER {
@@ -88,9 +94,9 @@ public:
     int GetTable(unsigned short window, unsigned short table, NUC_TABLE* out) const;
     // Stores the texts and numbers of a table. The updated flag is accepted
     // and not stored: bUpdated and szLens come only from a file or the store.
-    int SetTable(unsigned short window, unsigned short table, char* scene, unsigned short frequency,
-                 unsigned short integration, unsigned short filter, char* filterName, int updated,
-                 char* uiLabel, char* dbLabel);
+    int SetTable(unsigned short window, unsigned short table, const char* scene, unsigned short frequency,
+                 unsigned short integration, unsigned short filter, const char* filterName, int updated,
+                 const char* uiLabel, const char* dbLabel);
 
     // Mirror under the well-known key "Global Data", section "NucFile".
     int SetRegistry();
@@ -117,6 +123,7 @@ static_assert(offsetof(CNucFile::NUC_FILE_HEADER, wNbWindow) == 17);
 static_assert(offsetof(CNucFile::NUC_FILE_HEADER, reserved) == 19);
 
 static_assert(sizeof(CNucFile::NUC_RECT) == 16);
+static_assert(alignof(CNucFile::NUC_RECT) == 1);
 static_assert(sizeof(CNucFile::NUC_TABLE_DESC) == 70);
 static_assert(offsetof(CNucFile::NUC_TABLE_DESC, wNbTables) == 4);
 static_assert(offsetof(CNucFile::NUC_TABLE_DESC, rcWindow) == 6);

@@ -1,0 +1,109 @@
+#include <gtest/gtest.h>
+
+#include "environment/StoreFixture.h"
+#include "thermokit/environment/CConfig.h"
+#include "thermokit/environment/CRegistry.h"
+
+using namespace thermokit;
+using thermokit_test::StoreTest;
+
+TEST_F(StoreTest, ConfigDefaultsAndDerivedValues) {
+    const CConfig c(0);
+    EXPECT_EQ(c.GetCamera(), "Kelm");
+    EXPECT_EQ(c.GetLens(), "50 mm");
+    EXPECT_EQ(c.GetPoint(), 320);
+    EXPECT_EQ(c.GetLine(), 240);
+    EXPECT_EQ(c.GetBit(), 14);
+    EXPECT_EQ(c.GetRotation(), 0);
+    EXPECT_EQ(c.GetDetector(), 46137346);
+    EXPECT_EQ(c.GetBand(), 1);
+    EXPECT_EQ(c.GetSerial(), "");
+    EXPECT_EQ(c.GetLensSerial(), "");
+    EXPECT_EQ(c.GetSize(), 76800u);
+    EXPECT_EQ(c.GetMaxLevel(), 16383);
+    EXPECT_EQ(c.GetBandName(), "MW");
+    EXPECT_FALSE(thermokit_test::Exists(m_user));  // no load: the store is not opened
+
+    CConfig d;
+    d.SetPoint(65535);
+    d.SetLine(65535);
+    EXPECT_EQ(d.GetSize(), 4294836225u);  // 32-bit product, no overflow
+    for (auto [bit, max] : {std::pair{0, 0}, {1, 1}, {8, 255}, {16, 65535}, {17, 65535}, {40, 65535}}) {
+        d.SetBit(static_cast<unsigned short>(bit));
+        EXPECT_EQ(d.GetMaxLevel(), max) << bit;
+    }
+}
+
+TEST_F(StoreTest, ConfigBandsAndRotations) {
+    CConfig c;
+    EXPECT_EQ(c.GetBandName(0), "SW");
+    EXPECT_EQ(c.GetBandName(1), "MW");
+    EXPECT_EQ(c.GetBandName(2), "LW");
+    EXPECT_EQ(c.GetBandName(3), "UC");
+    EXPECT_EQ(c.GetBandName(4), "Unknown");
+    EXPECT_EQ(c.GetBandName(-2), "Unknown");
+    c.SetBand(2);
+    EXPECT_EQ(c.GetBandName(-1), "LW");
+    c.SetBand(9);
+    EXPECT_EQ(c.GetBandName(), "Unknown");
+
+    c.SetCamera("Kelm MW/LW dual");
+    EXPECT_FALSE(c.IsSW());
+    EXPECT_TRUE(c.IsMW());
+    EXPECT_TRUE(c.IsLW());
+    c.SetCamera("SWIR-640");
+    EXPECT_TRUE(c.IsSW());
+    EXPECT_FALSE(c.IsMW());
+    c.SetCamera("Kelm");
+    EXPECT_FALSE(c.IsSW() || c.IsMW() || c.IsLW());
+
+    for (auto [rot, inv, map] : {std::tuple{0, 0, 0}, {90, 0, 0}, {180, 1, 0}, {270, 0, 0}, {360, 0, 1}, {540, 0, 0}}) {
+        c.SetRotation(static_cast<unsigned short>(rot));
+        EXPECT_EQ(c.GetInversion(), inv) << rot;
+        EXPECT_EQ(c.GetMap(), map) << rot;
+    }
+}
+
+TEST_F(StoreTest, ConfigRoundTripThroughTheStore) {
+    CConfig c;
+    c.SetCamera("Kelm LW");
+    c.SetLens("25 mm");
+    c.SetPoint(640);
+    c.SetLine(512);
+    c.SetBit(12);
+    c.SetRotation(180);
+    c.SetDetector(-5);
+    c.SetBand(2);
+    c.SetSerial("S-001");
+    c.SetLensSerial("L-77");
+    EXPECT_EQ(c.SetRegistry(), 1);
+
+    // Encodings in the store: words as double-words, detector and band as text.
+    CRegistry reg(CRegistry::Setup);
+    EXPECT_EQ(reg.GetDWORDValue("Point", 0), 640u);
+    EXPECT_EQ(reg.GetSTRINGValue("Detector", ""), "-5");
+    EXPECT_EQ(reg.GetSTRINGValue("Band", ""), "2");
+    // "Bit" is not written.
+    EXPECT_EQ(reg.GetDWORDValue("Bit", 99), 99u);
+
+    const CConfig loaded(1);
+    EXPECT_EQ(loaded.GetCamera(), "Kelm LW");
+    EXPECT_EQ(loaded.GetLens(), "25 mm");
+    EXPECT_EQ(loaded.GetPoint(), 640);
+    EXPECT_EQ(loaded.GetLine(), 512);
+    EXPECT_EQ(loaded.GetBit(), 14);
+    EXPECT_EQ(loaded.GetRotation(), 180);
+    EXPECT_EQ(loaded.GetDetector(), -5);
+    EXPECT_EQ(loaded.GetBand(), 2);
+    EXPECT_EQ(loaded.GetSerial(), "S-001");
+    EXPECT_EQ(loaded.GetLensSerial(), "L-77");
+
+    // "Bit" is read when present; a value that is missing keeps the current field.
+    EXPECT_EQ(reg.SetWORDValue("Bit", 16), 1);
+    EXPECT_EQ(reg.DeleteValue("Lens"), 1);
+    CConfig partial;
+    partial.SetLens("kept");
+    partial.GetRegistry();
+    EXPECT_EQ(partial.GetBit(), 16);
+    EXPECT_EQ(partial.GetLens(), "kept");
+}
