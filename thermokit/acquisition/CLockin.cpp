@@ -278,9 +278,8 @@ void CLockin::Median(double* image, int point, int line) {
     FillBorders(image, point, line);
 }
 
-// Saving goes through CFrame::Save, whose body comes with the film classes;
-// these two are built once that body is part of the library.
-#if defined(THERMOKIT_HAVE_FRAME_SAVE)
+// Both results are written through the frame's film saving: a one-image film
+// of doubles, read back with CPtrFloat.
 int CLockin::SaveModule(const char* fileName, const char* text1, const char* text2) {
     if (!m_bModuleDone) return 0;
     return Save(fileName, m_pModule, text1, text2);
@@ -290,6 +289,5 @@ int CLockin::SavePhase(const char* fileName, const char* text1, const char* text
     if (!m_bPhaseDone) return 0;
     return Save(fileName, m_pPhase, text1, text2);
 }
-#endif
 
 }  // namespace thermokit

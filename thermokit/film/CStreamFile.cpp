@@ -132,6 +132,13 @@ int CStreamFile::GetError() const {
     return error;
 }
 
+int64_t CStreamFile::GetErrorPosition() const {
+    m_pLock->Lock();
+    const int64_t position = m_nErrorPosition;
+    m_pLock->Unlock();
+    return position;
+}
+
 int CStreamFile::SetBankNumber(int n) {
     if (m_hFile >= 0 || n < 1 || n > kMaxBanks) return 0;
     m_pLock->Lock();
@@ -204,6 +211,7 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
     m_nWriterBank = m_nBankNumber - 1;  // the thread's first bank is bank 0
     m_nPending = 0;
     m_bError = 0;
+    m_nErrorPosition = -1;
     m_bDirty = false;
     m_bDirect = direct;
     m_strFileName = name;
@@ -238,11 +246,19 @@ unsigned CStreamFile::MyThreadProc(void* param) {
                 self->m_nWriterBank = (self->m_nWriterBank + 1) % self->m_nBankNumber;
                 const unsigned char* bank = self->m_pBanks[self->m_nWriterBank];
                 const uint32_t size = self->m_nWriteSize;
+                // Nobody else moves the file while banks are pending.
+                const off_t at = lseek(self->m_hFile, 0, SEEK_CUR);
                 self->m_pLock->Unlock();
                 const long n = self->DiskWrite(bank, size);
                 self->m_pLock->Lock();
                 made = true;
                 ok = n == static_cast<long>(size);
+                if (!ok && at >= 0) {
+                    if (self->m_nErrorPosition < 0) self->m_nErrorPosition = at;
+                    // Leave the failed bank's place behind it, so the next
+                    // banks land where they belong.
+                    lseek(self->m_hFile, at + static_cast<off_t>(size), SEEK_SET);
+                }
             }
             --self->m_nPending;
             self->m_hWorkEvent->Reset();
@@ -359,7 +375,10 @@ bool CStreamFile::WritePartialBank(bool exactEnd) {
     std::memcpy(m_pScratch, m_pBanks[m_nCurrentBank], m_nBankOffset);
     const long n = DiskWrite(m_pScratch, m_nBankSize);
     bool ok = n == static_cast<long>(m_nBankSize);
-    if (!ok) m_bError = 1;
+    if (!ok) {
+        m_bError = 1;
+        if (m_nErrorPosition < 0) m_nErrorPosition = start;
+    }
     const int64_t length = exactEnd ? end : std::max<int64_t>(st.st_size, end);
     if (ftruncate(m_hFile, static_cast<off_t>(length)) != 0) ok = false;
     if (lseek(m_hFile, start, SEEK_SET) != start) ok = false;

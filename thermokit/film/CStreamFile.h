@@ -88,6 +88,12 @@ public:
     int IsOpen() const { return m_hFile >= 0; }
     // The sticky error flag: a background write has failed since OpenFile.
     int GetError() const;
+    // Where the first failed write began: the file position of the bank (or
+    // of the partly filled bank) that did not reach the disk, -1 while every
+    // write has succeeded. Bytes before it are on disk as written. After a
+    // failed bank the file position still moves on by one bank, so the banks
+    // that follow keep their places.
+    int64_t GetErrorPosition() const;
     bool IsDirect() const { return m_bDirect; }
     int GetBankNumber() const { return m_nBankNumber; }
     unsigned long GetBankSize() const { return m_nBankSize; }
@@ -144,6 +150,7 @@ private:
     unsigned char* m_pScratch = nullptr;
     bool m_bDirect = false;
     bool m_bDirty = false;  // the caller has put bytes into the current bank
+    int64_t m_nErrorPosition = -1;  // see GetErrorPosition
 };
 
 }  // namespace thermokit
