@@ -43,3 +43,8 @@
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/nuc/CCorrection.h"
+#include "thermokit/simulation/CSimRandom.h"
+#include "thermokit/simulation/CSimScene.h"
+#include "thermokit/simulation/CRadiometricFit.h"
+#include "thermokit/simulation/CSimDetector.h"
+#include "thermokit/simulation/CSimFilm.h"
