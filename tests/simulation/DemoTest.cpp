@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/nuc/CNuc.h"
@@ -30,11 +31,15 @@ class Demo : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (std::string(THERMOKIT_TOOL_PATH).empty()) return;
-        s_dir = ::testing::TempDir() + "sim_demo_small";
+        // One folder per process: ctest runs each test in a process of its own, maybe in parallel.
+        s_dir = ::testing::TempDir() + "sim_demo_small_" + std::to_string(getpid());
         fs::remove_all(s_dir);
         s_status = RunTool("demo -o '" + s_dir + "' --size 160x128 --frames 6");
         std::ifstream f(s_dir + "/report.json");
         if (f) s_report = nlohmann::json::parse(f, nullptr, false);
+    }
+    static void TearDownTestSuite() {
+        if (!s_dir.empty()) fs::remove_all(s_dir);
     }
     void SetUp() override {
         if (std::string(THERMOKIT_TOOL_PATH).empty()) GTEST_SKIP() << "the tool is not built";
@@ -127,7 +132,7 @@ TEST_F(Demo, TablesItWroteMatchTheSimulatedDetector) {
 
 TEST_F(Demo, SameSeedSameFigures) {
     ASSERT_EQ(s_status, 0);
-    const std::string again = ::testing::TempDir() + "sim_demo_again";
+    const std::string again = ::testing::TempDir() + "sim_demo_again_" + std::to_string(getpid());
     fs::remove_all(again);
     ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --frames 6"), 0);
     std::ifstream f(again + "/report.json");
@@ -141,7 +146,7 @@ TEST_F(Demo, SameSeedSameFigures) {
 }
 
 TEST_F(Demo, RefusesBadUsage) {
-    const std::string dir = ::testing::TempDir() + "sim_demo_usage";
+    const std::string dir = ::testing::TempDir() + "sim_demo_usage_" + std::to_string(getpid());
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 10x10"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size wide"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 160x128x3"), 2);
