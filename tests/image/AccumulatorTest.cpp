@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -19,9 +21,14 @@ using namespace thermokit;
 namespace {
 // Saving reads the camera configuration: keep it in stores of the tests' own.
 const bool kPrivateStores = [] {
-    const std::string base = ::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
+    static const std::string* base =
+        new std::string(::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid()));
+    ::setenv("THERMOKIT_USER_STORE", (*base + "_user.db").c_str(), 0);
+    ::setenv("THERMOKIT_MACHINE_STORE", (*base + "_machine.db").c_str(), 0);
+    std::atexit([] {
+        std::remove((*base + "_user.db").c_str());
+        std::remove((*base + "_machine.db").c_str());
+    });
     return true;
 }();
 
@@ -157,8 +164,9 @@ TEST(Average, SaveAverageWritesLevelsOrDoubles) {
     double d[8] = {1.5, 2.5, 3.5, 4.5, 5.5, 6.5, 7.5, 8.5};
     avg.Accumulate(d, 8, 1.0);
     ASSERT_EQ(avg.SaveAverage(name.c_str(), "", "mean", 0), 1);
-    CPtr levels(name, 1, 0, 1);
+    CPtr levels(name, 0, 0, 1);
     ASSERT_EQ(levels.IsValid(), 1);
+    ASSERT_EQ(levels.ReadFrame(0), 1);
     EXPECT_EQ(levels.GetBit(), 14);
     EXPECT_EQ(levels.GetFrame()->GetBuffer()[7], 8);
     ASSERT_EQ(avg.SaveAverage(name.c_str(), "", "mean", 1), 1);

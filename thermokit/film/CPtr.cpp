@@ -178,11 +178,12 @@ struct CPtr::ReadCache {
 
 // ---------------------------------------------------------------- lifetime
 
-CPtr::CPtr(const std::string& fileName, int readFirst, int unused, int b24) : CPtr(fileName, readFirst, b24, 2u) {
-    (void)unused;
+CPtr::CPtr(const std::string& fileName, int unused1, int unused2, int b24) : CPtr(fileName, b24, 2u) {
+    (void)unused1;
+    (void)unused2;
 }
 
-CPtr::CPtr(const std::string& fileName, int readFirst, int b24, unsigned bytesPerPixel) : CPtrOver(fileName) {
+CPtr::CPtr(const std::string& fileName, int b24, unsigned bytesPerPixel) : CPtrOver(fileName) {
     if (m_bValid && PixelBytes(m_Header) != bytesPerPixel) m_bValid = 0;
     if (m_bValid) {
         InitImage();
@@ -190,8 +191,6 @@ CPtr::CPtr(const std::string& fileName, int readFirst, int b24, unsigned bytesPe
     } else {
         m_pFrame = new CFrame(static_cast<unsigned short>(0), static_cast<unsigned short>(0), 16, 0, b24);
     }
-    // A derived class reads its first image itself (Read is not yet its own here).
-    if (readFirst && m_bValid && bytesPerPixel == 2 && GetFrameNumber() > 0) ReadFrame(0, nullptr);
 }
 
 CPtr::CPtr(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
@@ -234,6 +233,17 @@ void CPtr::SetFileName(const std::string& fileName) {
 }
 
 void CPtr::ReleaseCache() { m_pCache.reset(); }
+
+int CPtr::ReadHeader() {
+    alignas(8) unsigned char old[PtrHeader::kSize];
+    std::memcpy(old, m_Header, sizeof(old));
+    if (!CPtrOver::ReadHeader()) return 0;
+    if (PixelBytes(m_Header) != GetPixelBytes()) {
+        std::memcpy(m_Header, old, sizeof(old));
+        return 0;
+    }
+    return 1;
+}
 
 unsigned long CPtr::GetImageSize() const {
     return static_cast<unsigned long>(GetImageHeaderSize()) +

@@ -26,9 +26,11 @@ class CRgn;
 
 class CPtr : public CPtrOver {
 public:
-    // Opens an existing film. readFirst non-zero reads image 0 into the own
-    // frame at once (when the film has one); the second integer has no effect.
-    CPtr(const std::string& fileName, int readFirst, int unused, int b24);
+    // Opens an existing film: reads and checks its file header (IsValid),
+    // clears the image header and makes the own frame of the film's size and
+    // depth, rotation 0, display mode b24. Nothing else is read. The two
+    // integers are kept for the interface and have no effect.
+    CPtr(const std::string& fileName, int unused1, int unused2, int b24);
     // A new film in memory: InitHeader(point, line, bit), cleared image header,
     // own frame CFrame(point, line, bit, rotation, b24). The last integer has
     // no effect. Name the file with SetFileName (or SaveFrame) before writing.
@@ -108,9 +110,12 @@ public:
     float GetImageDemodeFrequency() const;
 
     void SetFileName(const std::string& fileName) override;
+    // As CPtrOver's, and refused (0, header unchanged) when the file holds the
+    // other kind of pixels than this class reads.
+    int ReadHeader() override;
 
 protected:
-    CPtr(const std::string& fileName, int readFirst, int b24, unsigned bytesPerPixel);
+    CPtr(const std::string& fileName, int b24, unsigned bytesPerPixel);
     // Offset of image n for bpp bytes a pixel, by the rule of the class comment.
     uint64_t OffsetFor(unsigned long n, unsigned bytesPerPixel) const;
     // Reads image n: the image header into the block (when the film has image

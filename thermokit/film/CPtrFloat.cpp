@@ -20,11 +20,10 @@ void DoublesToLevels(const double* in, long count, unsigned short* out, unsigned
 
 }  // namespace
 
-CPtrFloat::CPtrFloat(const std::string& fileName, int readFirst, int unused, int b24)
-    : CPtr(fileName, readFirst, b24, 8u) {
-    (void)unused;
+CPtrFloat::CPtrFloat(const std::string& fileName, int unused1, int unused2, int b24) : CPtr(fileName, b24, 8u) {
+    (void)unused1;
+    (void)unused2;
     if (m_bValid) m_Data.Allocate(static_cast<size_t>(GetSize()));
-    if (readFirst && m_bValid && GetFrameNumber() > 0) ReadFrame(0, static_cast<CFrame*>(nullptr));
 }
 
 CPtrFloat::CPtrFloat(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,

@@ -15,7 +15,8 @@ namespace thermokit {
 
 class CPtrFloat : public CPtr {
 public:
-    CPtrFloat(const std::string& fileName, int readFirst, int unused, int b24);
+    // As CPtr's: the two integers have no effect.
+    CPtrFloat(const std::string& fileName, int unused1, int unused2, int b24);
     CPtrFloat(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
               int unused);
     ~CPtrFloat() override;
