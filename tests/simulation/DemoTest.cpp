@@ -106,9 +106,10 @@ TEST_F(Demo, TablesItWroteMatchTheSimulatedDetector) {
     ASSERT_EQ(s_status, 0);
     // The NUC gain undoes each pixel's gain: gain x truth is the same for every good pixel.
     CNuc nuc((s_dir + "/camera.nuc").c_str());
-    CPtrFloat gain(s_dir + "/truth/gain.film", 1, 0, 0);
+    CPtrFloat gain(s_dir + "/truth/gain.film", 0, 0, 0);
     ASSERT_TRUE(nuc.IsValid());
     ASSERT_TRUE(gain.IsValid());
+    ASSERT_TRUE(gain.ReadFrame(0));
     ASSERT_EQ(nuc.GetSize(), 160 * 128);
     const double* g = gain.GetDoubleBuffer();
     std::vector<double> products;

@@ -291,9 +291,11 @@ TEST(SimDetector, TruthFilesHoldTheMaps) {
     const std::string folder = ::testing::TempDir() + "sim_truth";
     std::filesystem::create_directories(folder);
     ASSERT_EQ(det.SaveTruth(folder), 1);
-    CPtrFloat gain(folder + "/gain.film", 1, 0, 0), offset(folder + "/offset.film", 1, 0, 0);
+    CPtrFloat gain(folder + "/gain.film", 0, 0, 0), offset(folder + "/offset.film", 0, 0, 0);
     ASSERT_TRUE(gain.IsValid());
     ASSERT_TRUE(offset.IsValid());
+    ASSERT_TRUE(gain.ReadFrame(0));
+    ASSERT_TRUE(offset.ReadFrame(0));
     for (long i = 0; i < det.GetSize(); ++i) {
         ASSERT_EQ(gain.GetDoubleBuffer()[i], det.GetGainMap()[i]);
         ASSERT_EQ(offset.GetDoubleBuffer()[i], det.GetOffsetMap()[i]);
