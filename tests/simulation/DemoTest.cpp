@@ -75,6 +75,11 @@ TEST_F(Demo, MeetsEveryTargetOnASmallDetector) {
     EXPECT_LT(t["median_abs_k"].get<double>(), 0.2);
     EXPECT_LT(t["p99_abs_k"].get<double>(), 0.5);
     EXPECT_GE(t["worst_abs_k"].get<double>(), t["p99_abs_k"].get<double>() - 0.001);
+    const auto& w = t["worst_at"];
+    EXPECT_NEAR(std::fabs(w["measured_celsius"].get<double>() - w["true_celsius"].get<double>()),
+                t["worst_abs_k"].get<double>(), 1e-6);
+    EXPECT_LT(w["x"].get<long>(), 160);
+    EXPECT_LT(w["frame"].get<long>(), t["frames"].get<long>());
 
     // The defect shows in phase far above the noise of sound material.
     EXPECT_GT(r["lockin"]["phase_cnr"].get<double>(), 3.0);
