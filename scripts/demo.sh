@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The main job: installs what is needed, builds everything, and runs the tool.
+# The main job: installs what is needed, builds everything, and runs the
+# end-to-end demo on the simulated camera (results in out/demo).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -7,4 +8,4 @@ cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc 2>/dev/null || echo 2)"
 tool=build/release/apps/thermokit/thermokit
 "$tool" --version
-"$tool" about
+"$tool" demo -o out/demo

@@ -61,3 +61,8 @@
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/acquisition/CSharedMemory.h"
+#include "thermokit/simulation/CRadiometricFit.h"
+#include "thermokit/simulation/CSimDetector.h"
+#include "thermokit/simulation/CSimFilm.h"
+#include "thermokit/simulation/CSimRandom.h"
+#include "thermokit/simulation/CSimScene.h"

@@ -1,0 +1,927 @@
+// thermokit demo: the whole chain on a simulated camera.
+//
+// A simulated detector (thermokit/simulation) films black bodies, a plate with
+// a hot spot and a periodically heated sample. From those films alone the demo
+// builds a two-point NUC, finds the bad pixels, measures a calibration curve,
+// corrects and converts the scene to temperatures, demodulates the lock-in
+// film and renders pictures. Only at the end are its results compared with the
+// simulator's truth (gain and offset maps, injected defects, temperatures),
+// and the figures go to report.md and report.json.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Command.h"
+#include "thermokit/acquisition/CLockin.h"
+#include "thermokit/calibration/CCalibration.h"
+#include "thermokit/calibration/CCalibrationRBF.h"
+#include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/display/CBit24.h"
+#include "thermokit/display/CLogPalette.h"
+#include "thermokit/display/CLut24.h"
+#include "thermokit/film/CPtr.h"
+#include "thermokit/film/CPtrFloat.h"
+#include "thermokit/image/CAverage.h"
+#include "thermokit/image/CFrame.h"
+#include "thermokit/image/CNoise.h"
+#include "thermokit/image/PixelArray.h"
+#include "thermokit/nuc/CCorrection.h"
+#include "thermokit/nuc/CNuc.h"
+#include "thermokit/nuc/CPixel.h"
+#include "thermokit/platform/CWnd.h"
+#include "thermokit/simulation/CRadiometricFit.h"
+#include "thermokit/simulation/CSimDetector.h"
+#include "thermokit/simulation/CSimFilm.h"
+#include "thermokit/simulation/CSimScene.h"
+
+namespace thermokit::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using json = nlohmann::json;
+using Clock = std::chrono::steady_clock;
+
+constexpr double kKelvin = 273.15;
+
+struct DemoOptions {
+    std::string out = "out/demo";
+    std::string size;
+    int frames = 0;
+    bool quick = false;
+    uint64_t seed = 1;
+};
+
+// Targets.
+constexpr double kFpnRatio = 0.1;          // residual FPN at most a tenth of before...
+constexpr double kHitRate = 0.99;          // bad pixels found
+constexpr double kFalseAlarmRate = 0.001;  // of all pixels
+constexpr double kMedianError = 0.2;       // K
+constexpr double kP99Error = 0.5;          // K
+constexpr double kErrorLow = 10.0, kErrorHigh = 100.0;  // degrees C where temperature errors count
+constexpr double kRuntime = 60.0;          // s, for the default size
+
+struct Stage {
+    std::string name;
+    double seconds = 0.0;
+    unsigned long frames = 0;
+    double megapixels = 0.0;
+};
+
+class Demo {
+public:
+    Demo(const DemoOptions& o, int point, int line) : m_o(o), m_point(point), m_line(line) {}
+    int Run();
+
+private:
+    // Progress and timing.
+    void Begin(const char* text);
+    void End(unsigned long frames);
+    // Film helpers.
+    std::string Film(const std::string& name) const { return (m_dir / "films" / name).string(); }
+    int ReadAverage(const std::string& path, bool corrected, std::vector<double>& mean, unsigned long& frames);
+    bool Record(const std::string& name, const CSimScene& scene, unsigned long frames, const std::string& truth = "",
+                const CSimFilm::FrameHook& hook = CSimFilm::FrameHook());
+    bool SavePicture(const std::string& name, const std::vector<unsigned short>& levels, unsigned short maxLevel,
+                     unsigned short min, unsigned short max, unsigned short palette, CLut24* lutIn = nullptr,
+                     bool bar = false);
+    bool SaveDoubles(const std::string& path, const std::vector<double>& v, const char* text);
+
+    int StageNuc();
+    int StageBadPixels();
+    int StageFpn();
+    int StageCalibration();
+    int StageScene();
+    int StageLockin();
+    int WriteTruth();
+    int WriteReports(double total);
+
+    DemoOptions m_o;
+    int m_point, m_line;
+    long m_size = 0;
+    fs::path m_dir;
+    std::unique_ptr<CSimDetector> m_det;
+    unsigned long m_nFrames = 16;
+    std::vector<Stage> m_stages;
+    Clock::time_point m_t0;
+    std::string m_stageName;
+
+    std::vector<float> m_alpha, m_beta, m_noise;
+    std::vector<unsigned char> m_found;   // 1 where the demo found a bad pixel
+    double m_temporalNoise = 0.0;
+    std::unique_ptr<CCalibration> m_cal;
+    json m_report;
+    bool m_failed = false;
+};
+
+void Demo::Begin(const char* text) {
+    m_stageName = text;
+    std::printf("[%zu] %s ...\n", m_stages.size() + 1, text);
+    std::fflush(stdout);
+    m_t0 = Clock::now();
+}
+
+void Demo::End(unsigned long frames) {
+    Stage s;
+    s.name = m_stageName;
+    s.seconds = std::chrono::duration<double>(Clock::now() - m_t0).count();
+    s.frames = frames;
+    s.megapixels = static_cast<double>(frames) * m_size / 1e6;
+    m_stages.push_back(s);
+    std::printf("    done in %.2f s (%lu frames, %.0f Mpixel/s)\n", s.seconds, frames,
+                s.seconds > 0 ? s.megapixels / s.seconds : 0.0);
+    std::fflush(stdout);
+}
+
+bool Demo::Record(const std::string& name, const CSimScene& scene, unsigned long frames, const std::string& truth,
+                  const CSimFilm::FrameHook& hook) {
+    m_det->Wait(2.0);  // the operator sets the next source up
+    if (!CSimFilm::Record(Film(name), *m_det, scene, frames, truth, hook)) {
+        Error("file " + Film(name) + ": cannot be written");
+        return false;
+    }
+    return true;
+}
+
+// Mean of every frame of a film (after the correction chain when corrected).
+int Demo::ReadAverage(const std::string& path, bool corrected, std::vector<double>& mean, unsigned long& frames) {
+    CPtr film(path, 0, 0, 0);
+    if (!film.IsValid()) {
+        Error("file " + path + ": not a readable film");
+        return 0;
+    }
+    std::unique_ptr<CCorrection> corr;
+    if (corrected) corr = std::make_unique<CCorrection>((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CAverage avg(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    frames = film.GetFrameNumber();
+    for (unsigned long k = 0; k < frames; ++k) {
+        if (!film.ReadFrame(k)) {
+            Error("file " + path + ": frame " + std::to_string(k) + " cannot be read");
+            return 0;
+        }
+        CFrame* f = film.GetFrame();
+        if (corr) corr->Apply(f->GetBuffer(), f->GetMaxLevel());
+        avg.Accumulate(f, 1.0);
+    }
+    const double* m = avg.GetDoubleBuffer(0);
+    if (!m) return 0;
+    mean.assign(m, m + avg.GetSize());
+    return 1;
+}
+
+bool Demo::SaveDoubles(const std::string& path, const std::vector<double>& v, const char* text) {
+    CFrame frame(static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line), m_det->GetConfig().bit, 0, 0);
+    std::vector<double> copy(v);
+    return frame.Save(path.c_str(), copy.data(), "", text) != 0;
+}
+
+bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short>& levels, unsigned short maxLevel,
+                       unsigned short min, unsigned short max, unsigned short paletteNumber, CLut24* lutIn, bool bar) {
+    CLogPalette palette(paletteNumber, 0, nullptr);
+    CLut24 own(maxLevel);
+    CLut24* lut = lutIn ? lutIn : &own;
+    if (!lutIn) lut->Update(nullptr, &palette, min, max);
+    CBit24 bitmap(m_size, 1, 0);
+    const std::string path = (m_dir / name).string();
+    bool ok = bitmap.Update(levels.data(), lut) != 0;
+    if (ok && !bar) {
+        ok = bitmap.SavePng(path.c_str(), m_point, m_line) != 0;
+    } else if (ok) {
+        // The image, then the palette bar on its right.
+        const int barWidth = std::max(16, m_point / 24), margin = std::max(8, m_point / 40);
+        CWnd wnd(m_point + 2 * margin + barWidth, m_line);
+        CDC* dc = wnd.GetDC();
+        CRect all(0, 0, m_point + 2 * margin + barWidth, m_line);
+        dc->FillSolidRect(&all, Rgb(255, 255, 255));
+        CRect dest(0, 0, m_point, m_line);
+        bitmap.Display(dc, &dest, nullptr, m_point, m_line);
+        // The bar goes through the same look-up table: lowest level at the bottom.
+        const int barHeight = m_line - 8;
+        std::vector<unsigned short> ramp(static_cast<size_t>(barWidth) * barHeight);
+        for (int y = 0; y < barHeight; ++y) {
+            const unsigned short v = static_cast<unsigned short>(
+                min + static_cast<double>(max - min) * (barHeight - 1 - y) / std::max(1, barHeight - 1));
+            std::fill(ramp.begin() + static_cast<long>(y) * barWidth, ramp.begin() + static_cast<long>(y + 1) * barWidth, v);
+        }
+        CBit24 barBitmap(static_cast<long>(ramp.size()), 1, 0);
+        barBitmap.Update(ramp.data(), lut);
+        CRect barRect(m_point + margin, 4, m_point + margin + barWidth, 4 + barHeight);
+        barBitmap.Display(dc, &barRect, nullptr, barWidth, barHeight);
+        wnd.ReleaseDC(dc);
+        ok = wnd.SavePng(path.c_str()) != 0;
+    }
+    if (!ok) Error("file " + path + ": cannot be written");
+    return ok;
+}
+
+// Robust centre and spread of a map: median and 1.4826 x median absolute deviation.
+void Robust(const std::vector<float>& v, const std::vector<unsigned char>* skip, double& median, double& sigma) {
+    std::vector<float> a;
+    a.reserve(v.size());
+    for (size_t i = 0; i < v.size(); ++i)
+        if ((!skip || !(*skip)[i]) && std::isfinite(v[i])) a.push_back(v[i]);
+    if (a.empty()) {
+        median = sigma = 0.0;
+        return;
+    }
+    auto mid = a.begin() + a.size() / 2;
+    std::nth_element(a.begin(), mid, a.end());
+    median = *mid;
+    for (auto& x : a) x = static_cast<float>(std::fabs(x - median));
+    std::nth_element(a.begin(), mid, a.end());
+    sigma = 1.4826 * *mid;
+}
+
+double SpatialStd(const std::vector<double>& v, const std::vector<unsigned char>* skip) {
+    double s = 0, s2 = 0;
+    long n = 0;
+    for (size_t i = 0; i < v.size(); ++i) {
+        if (skip && (*skip)[i]) continue;
+        s += v[i];
+        ++n;
+    }
+    if (n < 2) return 0.0;
+    const double m = s / n;
+    for (size_t i = 0; i < v.size(); ++i) {
+        if (skip && (*skip)[i]) continue;
+        s2 += (v[i] - m) * (v[i] - m);
+    }
+    return std::sqrt(s2 / (n - 1));
+}
+
+// ---- 1. Two-point NUC and temporal noise -----------------------------------
+int Demo::StageNuc() {
+    Begin("NUC: black bodies at 20 and 80 C, two-point table; noise film at 25 C");
+    const unsigned long noiseFrames = std::max<unsigned long>(8, 2 * m_nFrames);
+    if (!Record("bb_20C.film", CSimScene::Uniform(20.0), m_nFrames)) return 0;
+    if (!Record("bb_80C.film", CSimScene::Uniform(80.0), m_nFrames)) return 0;
+    if (!Record("noise_25C.film", CSimScene::Uniform(25.0), noiseFrames)) return 0;
+
+    std::vector<double> low, high, mean;
+    unsigned long f1 = 0, f2 = 0, f3 = 0;
+    if (!ReadAverage(Film("bb_20C.film"), false, low, f1) || !ReadAverage(Film("bb_80C.film"), false, high, f2))
+        return 0;
+    std::vector<float> l(low.begin(), low.end()), h(high.begin(), high.end());
+    CNuc nuc(static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line));
+    nuc.Update(l.data(), h.data(), 0, 0);
+    {
+        CPtrOver header(Film("bb_20C.film"));
+        nuc.SetCamera(header.GetCamera());
+        nuc.SetCameraSerial(header.GetSerial());
+        nuc.SetFilter(header.GetFilter(0));
+        nuc.SetIntegration(header.GetIntegration(0));
+    }
+    const std::string nucPath = (m_dir / "camera.nuc").string();
+    if (!nuc.Save(nucPath.c_str())) {
+        Error("file " + nucPath + ": cannot be written");
+        return 0;
+    }
+    m_alpha.assign(nuc.GetAlpha(), nuc.GetAlpha() + m_size);
+    m_beta.assign(nuc.GetBeta(), nuc.GetBeta() + m_size);
+
+    // Temporal noise: CNoise against the film's own mean.
+    CPtr film(Film("noise_25C.film"), 0, 0, 0);
+    CAverage avg(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    f3 = film.GetFrameNumber();
+    for (unsigned long k = 0; k < f3; ++k)
+        if (film.ReadFrame(k)) avg.Accumulate(film.GetFrame(), 1.0);
+    double* m = avg.GetDoubleBuffer(0);
+    CNoise noise(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    for (unsigned long k = 0; k < f3; ++k)
+        if (film.ReadFrame(k)) noise.Accumulate(film.GetFrame(), m);
+    const double* nmap = noise.GetBuffer();
+    if (!m || !nmap) {
+        Error("file " + Film("noise_25C.film") + ": no frame could be read");
+        return 0;
+    }
+    m_noise.assign(nmap, nmap + m_size);
+    noise.SaveNoise((m_dir / "noise_map.film").string().c_str(), "DL", "temporal noise at 25 C");
+    double med = 0, sig = 0;
+    Robust(m_noise, nullptr, med, sig);
+    m_temporalNoise = med;
+    End(f1 + f2 + 2 * f3);
+    m_report["nuc"] = {{"file", "camera.nuc"}, {"cold_celsius", 20.0}, {"hot_celsius", 80.0},
+                       {"frames_per_film", m_nFrames}, {"noise_frames", f3}, {"temporal_noise_dl", med}};
+    return 1;
+}
+
+// ---- 2. Bad pixels ------------------------------------------------------------
+int Demo::StageBadPixels() {
+    Begin("Bad pixels: gain, offset and noise criteria, replacements, report");
+    CPixel bp(static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line), 0);
+    double gMed = 0, gSig = 0, oMed = 0, oSig = 0, nMed = 0, nSig = 0;
+    Robust(m_alpha, nullptr, gMed, gSig);
+    Robust(m_beta, nullptr, oMed, oSig);
+    Robust(m_noise, nullptr, nMed, nSig);
+    const unsigned short maxLevel = m_det->GetMaxLevel();
+    // Gain: 8 robust deviations around the median gain, at least 5 %.
+    const float gainPercent = static_cast<float>(std::max(5.0, 100.0 * 8.0 * gSig / gMed));
+    // Offset: 8 robust deviations (plus the median's distance from 0), as percent of the full scale.
+    const double offsetLimit = std::fabs(oMed) + 8.0 * std::max(oSig, 1.0);
+    const float offsetPercent = static_cast<float>(100.0 * offsetLimit / maxLevel);
+    // Noise: three times the median flags noisy pixels, a quarter of it dead ones.
+    const float noisyThreshold = static_cast<float>(3.0 * nMed);
+    const float deadThreshold = static_cast<float>(0.25 * nMed);
+    std::vector<float> noise(m_noise.begin(), m_noise.end());
+    int ok = bp.UpdateGain(m_alpha.data(), m_size, gainPercent, static_cast<float>(gMed));
+    ok &= bp.UpdateOffset(m_beta.data(), m_size, offsetPercent, maxLevel);
+    ok &= bp.UpdateNoise(noise.data(), m_size, deadThreshold, 0);
+    ok &= bp.UpdateNoise(noise.data(), m_size, noisyThreshold, 1);
+    if (!ok) std::printf("    warning: %s\n", bp.GetLastErrorMessage().c_str());
+    bp.UpdateReplacement();
+    const std::string bprPath = (m_dir / "camera.bpr").string();
+    const std::string txtPath = (m_dir / "badpixels.txt").string();
+    bp.UpdateDistribution(nullptr, 0);
+    if (!bp.Save(bprPath.c_str()) || !bp.SaveAscii(txtPath.c_str(), 1, 1, 1)) {
+        Error("file " + bprPath + ": cannot be written");
+        return 0;
+    }
+    m_found.assign(m_size, 0);
+    for (long k = 0; k < bp.GetSize(); ++k) {
+        const long i = bp.GetPixel1()[k];
+        if (i >= 0 && i < m_size) m_found[i] = 1;
+    }
+
+    // Against the truth.
+    const auto& truth = m_det->GetDefectMap();
+    long injected = 0, hits = 0, falseAlarms = 0;
+    long kindInjected[4] = {0, 0, 0, 0}, kindHits[4] = {0, 0, 0, 0};
+    for (long i = 0; i < m_size; ++i) {
+        const int kind = truth[i];
+        if (kind != CSimDetector::kGood) {
+            ++injected;
+            ++kindInjected[kind];
+            if (m_found[i]) ++hits, ++kindHits[kind];
+        } else if (m_found[i]) {
+            ++falseAlarms;
+        }
+    }
+    const double hitRate = injected ? static_cast<double>(hits) / injected : 1.0;
+    const double faRate = static_cast<double>(falseAlarms) / m_size;
+    const bool met = hitRate >= kHitRate && faRate < kFalseAlarmRate;
+    m_failed |= !met;
+    End(0);
+    m_report["bad_pixels"] = {
+        {"file", "camera.bpr"}, {"report", "badpixels.txt"}, {"found", bp.GetSize()}, {"injected", injected},
+        {"hits", hits}, {"misses", injected - hits}, {"false_alarms", falseAlarms}, {"hit_rate", hitRate},
+        {"false_alarm_rate", faRate},
+        {"by_kind",
+         {{"dead", {{"injected", kindInjected[1]}, {"found", kindHits[1]}}},
+          {"hot", {{"injected", kindInjected[2]}, {"found", kindHits[2]}}},
+          {"noisy", {{"injected", kindInjected[3]}, {"found", kindHits[3]}}}}},
+        {"criteria",
+         {{"gain_percent", gainPercent}, {"gain_reference", gMed}, {"offset_percent", offsetPercent},
+          {"noise_dead_dl", deadThreshold}, {"noise_high_dl", noisyThreshold}}},
+        {"target", {{"hit_rate_min", kHitRate}, {"false_alarm_rate_max", kFalseAlarmRate}}},
+        {"target_met", met}};
+    return 1;
+}
+
+// ---- 3. Fixed-pattern noise before and after ---------------------------------
+int Demo::StageFpn() {
+    Begin("Fixed-pattern noise: black body at 50 C, raw and corrected");
+    if (!Record("bb_50C.film", CSimScene::Uniform(50.0), m_nFrames)) return 0;
+    std::vector<double> raw, corrected;
+    unsigned long f1 = 0, f2 = 0;
+    if (!ReadAverage(Film("bb_50C.film"), false, raw, f1) || !ReadAverage(Film("bb_50C.film"), true, corrected, f2))
+        return 0;
+    const double before = SpatialStd(raw, &m_found);
+    const double after = SpatialStd(corrected, &m_found);
+    const double afterAll = SpatialStd(corrected, nullptr);
+    // The averaged image still holds temporal noise / sqrt(frames).
+    const double level = m_temporalNoise;
+    const bool met = after <= kFpnRatio * before || after <= level;
+    m_failed |= !met;
+    End(f1 + f2);
+    m_report["fpn"] = {{"celsius", 50.0},
+                       {"frames_averaged", f1},
+                       {"before_dl", before},
+                       {"after_dl", after},
+                       {"after_all_pixels_dl", afterAll},
+                       {"temporal_noise_dl", level},
+                       {"ratio", before > 0 ? after / before : 0.0},
+                       {"target", "after <= before / 10, or after <= temporal noise"},
+                       {"target_met", met}};
+    return 1;
+}
+
+// ---- 4. Calibration curve and radiometric law --------------------------------
+int Demo::StageCalibration() {
+    const double step = m_o.quick ? 5.0 : 2.5;
+    const unsigned long frames = m_o.quick ? 1 : 2;
+    Begin("Calibration: black bodies from 0 to 110 C, corrected, curve and law");
+    m_cal = std::make_unique<CCalibration>(m_det->GetConfig().camera, 0);
+    std::vector<double> levels, kelvin;
+    unsigned long total = 0;
+    for (double c = 0.0; c <= 110.0 + 1e-9; c += step) {
+        char name[32];
+        std::snprintf(name, sizeof name, "cal_%05.1fC.film", c);
+        if (!Record(name, CSimScene::Uniform(c), frames)) return 0;
+        std::vector<double> mean;
+        unsigned long n = 0;
+        if (!ReadAverage(Film(name), true, mean, n)) return 0;
+        total += n;
+        double s = 0;
+        for (double v : mean) s += v;
+        const double level = s / static_cast<double>(mean.size());
+        levels.push_back(level);
+        kelvin.push_back(c + kKelvin);
+        m_cal->Add(static_cast<float>(level), static_cast<float>(c));
+    }
+    m_cal->SetUnitX("DL");
+    m_cal->SetUnitY("C");
+    m_cal->SetUnitLabelX("Level");
+    m_cal->SetUnitLabelY("Temperature");
+    m_cal->SetIntegration(static_cast<float>(m_det->GetConfig().integrationMicros));
+    m_cal->SetFrameRate(static_cast<unsigned short>(m_det->GetConfig().frameRate));
+    m_cal->SetHousingTemp(static_cast<float>(m_det->GetConfig().cameraCelsius));
+    const std::string calPath = (m_dir / "calibration.cal").string();
+    if (!m_cal->Save(calPath.c_str())) {
+        Error("file " + calPath + ": cannot be written");
+        return 0;
+    }
+    // Work with the curve as read back from its file.
+    int result = 1;
+    m_cal = std::make_unique<CCalibration>(calPath.c_str(), &result);
+    if (result != 0 || m_cal->GetSize() != levels.size()) {
+        Error("file " + calPath + ": cannot be read back");
+        return 0;
+    }
+
+    // The law fitted to the measured points, against the law the films carry.
+    const auto& c = m_det->GetConfig();
+    const CRadiometricFit::Result fit = CRadiometricFit::Fit(levels, kelvin, 0.5 * (c.lambda1 + c.lambda2));
+    _SCalibrationRBF filmLaw{};
+    CPtrOver header(Film("bb_20C.film"));
+    const int carried = header.GetRBFCalibParam(&filmLaw);
+    double lawDiff = 0.0, curveDiff = 0.0;
+    if (fit.ok && carried) {
+        CCalibrationRBF mine(CRadiometricFit::ToRecord(fit)), theirs(filmLaw);
+        for (double t = kErrorLow; t <= kErrorHigh + 1e-9; t += 1.0) {
+            float level = 0, a = 0, b = 0, d = 0;
+            m_cal->FindAbscisse(static_cast<float>(t), &level, 1);
+            mine.Interpolate(level, &a, 1);
+            theirs.Interpolate(level, &b, 1);
+            m_cal->Interpolate(level, &d, 1);
+            lawDiff = std::max(lawDiff, std::fabs(static_cast<double>(a) - b));
+            curveDiff = std::max(curveDiff, std::fabs(static_cast<double>(a) - d));
+        }
+    }
+    End(total);
+    auto law = [](double R, double B, double F, double offset) {
+        return json{{"R", R}, {"B", B}, {"F", F}, {"offset", offset}};
+    };
+    m_report["calibration"] = {
+        {"file", "calibration.cal"},
+        {"points", levels.size()},
+        {"step_celsius", step},
+        {"curve", [&] {
+             json a = json::array();
+             for (size_t k = 0; k < levels.size(); ++k) a.push_back({levels[k], kelvin[k] - kKelvin});
+             return a;
+         }()},
+        {"law_fitted", fit.ok ? law(fit.R, fit.B, fit.F, fit.offset) : json()},
+        {"law_fit_rms_dl", fit.rmsLevels},
+        {"law_in_films", carried ? law(filmLaw.m_fR, filmLaw.m_fB, filmLaw.m_fF, filmLaw.m_nOffset) : json()},
+        {"law_difference_max_k", lawDiff},
+        {"curve_vs_fitted_law_max_k", curveDiff}};
+    return 1;
+}
+
+// ---- 5. Scene: correction, temperatures, pictures -----------------------------
+int Demo::StageScene() {
+    const unsigned long frames = std::max<unsigned long>(4, 2 * m_nFrames);
+    Begin("Scene: plate with a moving hot spot, corrected, converted to temperatures");
+    CSimScene::PlateParams p;
+    p.moveX = 0.6 * m_point / 640.0;
+    p.moveY = 0.3 * m_line / 512.0;
+    const CSimScene scene = CSimScene::Plate(p);
+    const std::string truthPath = (m_dir / "truth" / "scene_temperature.film").string();
+    if (!Record("scene.film", scene, frames, truthPath)) return 0;
+
+    CPtr film(Film("scene.film"), 0, 0, 0);
+    CPtrFloat truth(truthPath, 0, 0, 0);
+    if (!film.IsValid() || !truth.IsValid()) {
+        Error("file " + Film("scene.film") + ": cannot be read back");
+        return 0;
+    }
+    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    const unsigned short maxLevel = film.GetMaxLevel();
+    CLevelTable table(*m_cal, maxLevel, 1);
+    std::vector<float> temp(m_size);
+    // |error| histogram in millikelvin up to 50 K (exact order statistics at that resolution).
+    constexpr int kBins = 50000;
+    std::vector<uint64_t> histo(kBins + 1, 0);
+    uint64_t counted = 0;
+    double worst = 0.0, sum = 0.0;
+    struct {
+        long frame = -1, index = -1;
+        double truth = 0.0, measured = 0.0;
+    } worstAt;
+    std::vector<unsigned short> firstRaw, firstCorrected;
+    std::vector<float> firstTemp;
+    const double tProcess0 = std::chrono::duration<double>(Clock::now() - m_t0).count();
+    for (unsigned long k = 0; k < frames; ++k) {
+        if (!film.ReadFrame(k) || !truth.ReadFrame(k)) {
+            Error("file " + Film("scene.film") + ": frame " + std::to_string(k) + " cannot be read");
+            return 0;
+        }
+        unsigned short* lv = film.GetFrame()->GetBuffer();
+        if (k == 0) firstRaw.assign(lv, lv + m_size);
+        corr.Apply(lv, maxLevel);
+        if (k == 0) firstCorrected.assign(lv, lv + m_size);
+        table.Apply(lv, m_size, temp.data());
+        if (k == 0) firstTemp = temp;
+        const double* t = truth.GetDoubleBuffer();
+        for (long i = 0; i < m_size; ++i) {
+            if (t[i] < kErrorLow || t[i] > kErrorHigh) continue;
+            const double e = static_cast<double>(temp[i]) - t[i];
+            const double a = std::isfinite(e) ? std::fabs(e) : 1e9;
+            sum += e;
+            if (a > worst) {
+                worst = a;
+                worstAt = {static_cast<long>(k), i, t[i], static_cast<double>(temp[i])};
+            }
+            const long bin = static_cast<long>(a * 1000.0);
+            ++histo[bin < kBins ? bin : kBins];
+            ++counted;
+        }
+    }
+    const double tProcess = std::chrono::duration<double>(Clock::now() - m_t0).count() - tProcess0;
+    auto quantile = [&](double q) {
+        const uint64_t want = static_cast<uint64_t>(std::ceil(q * counted));
+        uint64_t acc = 0;
+        for (int b = 0; b <= kBins; ++b) {
+            acc += histo[b];
+            if (acc >= want && acc > 0) return (b + 0.5) / 1000.0;
+        }
+        return 0.0;
+    };
+    const double median = counted ? quantile(0.5) : 0.0, p99 = counted ? quantile(0.99) : 0.0;
+    const bool met = counted > 0 && median < kMedianError && p99 < kP99Error;
+    m_failed |= !met;
+
+    // Pictures of the first frame.
+    bool ok = true;
+    unsigned short lo = 0, hi = maxLevel;
+    MinMaxHisto(firstRaw.data(), m_size, &lo, &hi, maxLevel, 99.0f, -1.0f, nullptr);
+    ok &= SavePicture("scene_raw.png", firstRaw, maxLevel, lo, std::max<unsigned short>(hi, lo + 1),
+                      CLogPalette::GREY);
+    MinMaxHisto(firstCorrected.data(), m_size, &lo, &hi, maxLevel, 99.0f, -1.0f, nullptr);
+    ok &= SavePicture("scene_corrected.png", firstCorrected, maxLevel, lo, std::max<unsigned short>(hi, lo + 1),
+                      CLogPalette::GREY);
+    // Temperatures over 10..100 C spread on the palette, with its bar.
+    std::vector<unsigned short> tl(m_size);
+    for (long i = 0; i < m_size; ++i) {
+        double x = (firstTemp[i] - kErrorLow) / (kErrorHigh - kErrorLow) * maxLevel;
+        tl[i] = !(x > 0) ? 0 : x >= maxLevel ? maxLevel : static_cast<unsigned short>(x);
+    }
+    ok &= SavePicture("scene_temperature.png", tl, maxLevel, 0, maxLevel, CLogPalette::RAINBOW, nullptr, true);
+    // Isotherms on the hot spot: levels of 45..55 C in yellow, 55 C and above in red.
+    float l60 = 0, l70 = 0;
+    m_cal->FindAbscisse(60.0f, &l60, 1);
+    m_cal->FindAbscisse(70.0f, &l70, 1);
+    CLogPalette grey(CLogPalette::GREY, 0, nullptr);
+    CLut24 iso(maxLevel);
+    MinMaxHisto(firstCorrected.data(), m_size, &lo, &hi, maxLevel, 99.0f, -1.0f, nullptr);
+    iso.SetIsotherm(0, 1, static_cast<unsigned short>(l60), static_cast<unsigned short>(l70), Rgb(255, 255, 0));
+    iso.SetIsotherm(1, 1, static_cast<unsigned short>(l70), maxLevel, Rgb(255, 0, 0));
+    iso.Update(nullptr, &grey, lo, std::max<unsigned short>(hi, lo + 1));
+    ok &= SavePicture("scene_isotherms.png", firstCorrected, maxLevel, lo, hi, CLogPalette::GREY, &iso);
+    if (!ok) return 0;
+    End(2 * frames);
+    m_report["temperature"] = {{"frames", frames},
+                               {"pixels_counted", counted},
+                               {"range_celsius", {kErrorLow, kErrorHigh}},
+                               {"median_abs_k", median},
+                               {"p99_abs_k", p99},
+                               {"worst_abs_k", worst},
+                               {"mean_k", counted ? sum / counted : 0.0},
+                               {"worst_at",
+                                {{"frame", worstAt.frame},
+                                 {"x", worstAt.index >= 0 ? worstAt.index % m_point : -1},
+                                 {"y", worstAt.index >= 0 ? worstAt.index / m_point : -1},
+                                 {"true_celsius", worstAt.truth},
+                                 {"measured_celsius", worstAt.measured},
+                                 {"replaced_bad_pixel", worstAt.index >= 0 && m_found[worstAt.index] != 0}}},
+                               {"target", {{"median_abs_k_max", kMedianError}, {"p99_abs_k_max", kP99Error}}},
+                               {"target_met", met}};
+    // Correction, conversion and error counting alone, frames per second.
+    m_report["scene_processing_fps"] = tProcess > 0 ? frames / tProcess : 0.0;
+    return 1;
+}
+
+// ---- 6. Lock-in -----------------------------------------------------------------
+int Demo::StageLockin() {
+    Begin("Lock-in: periodically heated sample with a buried defect");
+    CSimScene::LockinParams p;
+    const int perPeriod = p.framesPerPeriod;
+    const unsigned long periods = m_o.quick ? 2 : 4;
+    const unsigned long frames = periods * perPeriod;
+    const float frequency = static_cast<float>(m_det->GetConfig().frameRate / perPeriod);
+    const CSimScene scene = CSimScene::Lockin(p);
+    auto hook = [&](CPtrOver* f, unsigned long k) {
+        CPtrOver::PTR_LOCKIN_DATA d{};
+        d.wValid = 1;
+        d.dwPeriodIndex = static_cast<uint32_t>(k % perPeriod);
+        d.dwPeriodFrames = static_cast<uint32_t>(perPeriod);
+        d.bySignal = static_cast<uint8_t>(k % perPeriod < static_cast<unsigned long>(perPeriod / 2));
+        std::memcpy(&d.dwFrequency, &frequency, sizeof frequency);
+        d.dwPeriodCount = static_cast<uint32_t>(k / perPeriod);
+        f->SetImageLockinData(&d);
+        f->SetDemodeFrequency(frequency);
+    };
+    if (!Record("lockin.film", scene, frames, "", hook)) return 0;
+    {
+        std::vector<float> amp, ph;
+        scene.LockinTruth(m_point, m_line, amp, ph);
+        if (!SaveDoubles((m_dir / "truth" / "lockin_amplitude.film").string(), std::vector<double>(amp.begin(), amp.end()),
+                         "true oscillation amplitude, K") ||
+            !SaveDoubles((m_dir / "truth" / "lockin_phase.film").string(), std::vector<double>(ph.begin(), ph.end()),
+                         "true phase lag, degrees")) {
+            Error("folder " + (m_dir / "truth").string() + ": the lock-in truth cannot be written");
+            return 0;
+        }
+    }
+
+    CPtr film(Film("lockin.film"), 0, 0, 0);
+    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CLockin lockin(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    for (unsigned long k = 0; k < film.GetFrameNumber(); ++k) {
+        if (!film.ReadFrame(k)) return 0;
+        CFrame* f = film.GetFrame();
+        corr.Apply(f->GetBuffer(), f->GetMaxLevel());
+        CPtrOver::PTR_LOCKIN_DATA d{};
+        film.GetImageLockinData(&d);
+        const double angle = 6.283185307179586 * d.dwPeriodIndex / (d.dwPeriodFrames ? d.dwPeriodFrames : 1);
+        lockin.Accumulate(f, angle, nullptr);
+    }
+    const double* mod = lockin.GetModule(CLockin::FILTER_NONE, 1);
+    const double* ph = lockin.GetPhase(CLockin::FILTER_NONE, 1);
+    if (!mod || !ph) return 0;
+    std::vector<double> module(mod, mod + m_size), phase(ph, ph + m_size);
+    lockin.SaveModule((m_dir / "lockin_module.film").string().c_str(), "DL", "lock-in module");
+    lockin.SavePhase((m_dir / "lockin_phase.film").string().c_str(), "deg", "lock-in phase");
+
+    // Contrast of the defect against a ring of sound material around it
+    // (the places come from the scene's geometry; the values from the film).
+    const double radius = p.defectRadius * m_point, blur = std::max(0.5, p.defectBlur * m_point);
+    const double cx = p.defectX * m_point, cy = p.defectY * m_line;
+    double sm[2] = {0, 0}, sp[2] = {0, 0}, sm2 = 0, sp2 = 0;
+    long n[2] = {0, 0};
+    for (int y = 0; y < m_line; ++y)
+        for (int x = 0; x < m_point; ++x) {
+            const double r = std::hypot(x - cx, y - cy);
+            const long i = static_cast<long>(y) * m_point + x;
+            int cls = -1;
+            if (r < 0.5 * radius) cls = 0;
+            else if (r > radius + 4 * blur && r < 2 * radius + 4 * blur) cls = 1;
+            if (cls < 0 || m_found[i]) continue;
+            sm[cls] += module[i];
+            sp[cls] += phase[i];
+            if (cls == 1) sm2 += module[i] * module[i], sp2 += phase[i] * phase[i];
+            ++n[cls];
+        }
+    double modContrast = 0, phaseContrast = 0, modCnr = 0, phaseCnr = 0;
+    if (n[0] > 0 && n[1] > 1) {
+        const double m0 = sm[0] / n[0], m1 = sm[1] / n[1], p0 = sp[0] / n[0], p1 = sp[1] / n[1];
+        const double sdm = std::sqrt(std::max(0.0, sm2 / n[1] - m1 * m1));
+        const double sdp = std::sqrt(std::max(0.0, sp2 / n[1] - p1 * p1));
+        modContrast = m1 != 0 ? (m0 - m1) / m1 : 0.0;
+        phaseContrast = p0 - p1;
+        modCnr = sdm > 0 ? std::fabs(m0 - m1) / sdm : 0.0;
+        phaseCnr = sdp > 0 ? std::fabs(p0 - p1) / sdp : 0.0;
+    }
+    // Pictures: each result spread between its 1st and 99th percentiles.
+    auto picture = [&](const std::vector<double>& v, const char* name, unsigned short palette) {
+        std::vector<double> s(v);
+        std::sort(s.begin(), s.end());
+        const double a = s[s.size() / 100], b = s[s.size() - 1 - s.size() / 100];
+        std::vector<unsigned short> l(m_size);
+        const unsigned short top = 16383;
+        for (long i = 0; i < m_size; ++i) {
+            const double x = b > a ? (v[i] - a) / (b - a) * top : 0.0;
+            l[i] = !(x > 0) ? 0 : x >= top ? top : static_cast<unsigned short>(x);
+        }
+        return SavePicture(name, l, top, 0, top, palette, nullptr, true);
+    };
+    if (!picture(module, "lockin_module.png", CLogPalette::HOTMETAL) ||
+        !picture(phase, "lockin_phase.png", CLogPalette::LOCKIN))
+        return 0;
+    End(frames);
+    m_report["lockin"] = {{"frames", frames},
+                          {"frames_per_period", perPeriod},
+                          {"frequency_hz", frequency},
+                          {"module_contrast", modContrast},
+                          {"module_cnr", modCnr},
+                          {"phase_contrast_deg", phaseContrast},
+                          {"phase_cnr", phaseCnr},
+                          {"defect_pixels", n[0]},
+                          {"reference_pixels", n[1]}};
+    return 1;
+}
+
+// ---- Truth beside the films ------------------------------------------------------
+int Demo::WriteTruth() {
+    const fs::path t = m_dir / "truth";
+    if (!m_det->SaveTruth(t.string())) {
+        Error("folder " + t.string() + ": the truth files cannot be written");
+        return 0;
+    }
+    return 1;
+}
+
+int Demo::WriteReports(double total) {
+    json stages = json::array();
+    for (const auto& s : m_stages)
+        stages.push_back({{"name", s.name},
+                          {"seconds", s.seconds},
+                          {"frames", s.frames},
+                          {"megapixels_per_second", s.seconds > 0 ? s.megapixels / s.seconds : 0.0}});
+    const bool defaultSize = m_point == 640 && m_line == 512 && !m_o.quick;
+    const bool runtimeMet = total < kRuntime;
+    if (defaultSize) m_failed |= !runtimeMet;
+    m_report["size"] = {m_point, m_line};
+    m_report["bit"] = m_det->GetConfig().bit;
+    m_report["seed"] = m_o.seed;
+    m_report["quick"] = m_o.quick;
+    m_report["stages"] = stages;
+    m_report["total_seconds"] = total;
+    m_report["runtime"] = {{"seconds", total}, {"checked", defaultSize}, {"limit_s", kRuntime}, {"target_met", runtimeMet}};
+    m_report["all_targets_met"] = !m_failed;
+    {
+        std::ofstream j(m_dir / "report.json");
+        j << m_report.dump(2) << '\n';
+        if (!j.good()) {
+            Error("file " + (m_dir / "report.json").string() + ": cannot be written");
+            return 0;
+        }
+    }
+    const json& r = m_report;
+    auto yes = [](bool b) { return b ? "met" : "MISSED"; };
+    std::ofstream md(m_dir / "report.md");
+    char buf[512];
+    md << "# thermokit demo report\n\n";
+    std::snprintf(buf, sizeof buf, "Simulated camera: %d x %d, %d-bit, seed %llu. Total run time %.1f s.\n\n", m_point,
+                  m_line, static_cast<int>(m_det->GetConfig().bit), static_cast<unsigned long long>(m_o.seed), total);
+    md << buf;
+    md << "## Targets\n\n| Figure | Value | Target | |\n|---|---|---|---|\n";
+    std::snprintf(buf, sizeof buf, "| Residual FPN after correction | %.3f DL (before %.1f DL, temporal noise %.2f DL) | <= before/10 or <= temporal noise | %s |\n",
+                  r["fpn"]["after_dl"].get<double>(), r["fpn"]["before_dl"].get<double>(),
+                  r["fpn"]["temporal_noise_dl"].get<double>(), yes(r["fpn"]["target_met"].get<bool>()));
+    md << buf;
+    const auto& b = r["bad_pixels"];
+    std::snprintf(buf, sizeof buf, "| Bad pixels found | %ld of %ld injected (%ld missed), %ld false alarms (%.4f %% of pixels) | >= 99 %% found, < 0.1 %% false alarms | %s |\n",
+                  b["hits"].get<long>(), b["injected"].get<long>(), b["misses"].get<long>(),
+                  b["false_alarms"].get<long>(), 100.0 * b["false_alarm_rate"].get<double>(),
+                  yes(b["target_met"].get<bool>()));
+    md << buf;
+    const auto& t = r["temperature"];
+    std::snprintf(buf, sizeof buf, "| Scene temperature error, 10..100 C | median %.3f K, 99th percentile %.3f K, worst %.2f K | median < 0.2 K, p99 < 0.5 K | %s |\n",
+                  t["median_abs_k"].get<double>(), t["p99_abs_k"].get<double>(), t["worst_abs_k"].get<double>(),
+                  yes(t["target_met"].get<bool>()));
+    md << buf;
+    std::snprintf(buf, sizeof buf, "| Run time | %.1f s | < 60 s at 640 x 512 | %s |\n\n", total,
+                  defaultSize ? yes(runtimeMet) : "not checked at this size");
+    md << buf;
+    const auto& w = t["worst_at"];
+    if (w["frame"].get<long>() >= 0) {
+        std::snprintf(buf, sizeof buf, "Largest temperature error: frame %ld, pixel (%ld, %ld), true %.2f C, measured "
+                      "%.2f C%s.\n\n",
+                      w["frame"].get<long>(), w["x"].get<long>(), w["y"].get<long>(), w["true_celsius"].get<double>(),
+                      w["measured_celsius"].get<double>(),
+                      w["replaced_bad_pixel"].get<bool>() ? ", a bad pixel replaced by its neighbour" : "");
+        md << buf;
+    }
+    const auto& c = r["calibration"];
+    md << "## Calibration\n\n";
+    std::snprintf(buf, sizeof buf, "%zu black-body points, curve in calibration.cal. Radiometric law fitted to them "
+                  "(rms %.2f DL) against the law the films carry: largest difference %.3f K over 10..100 C; the "
+                  "curve against the fitted law: %.3f K.\n\n",
+                  c["points"].get<size_t>(), c["law_fit_rms_dl"].get<double>(), c["law_difference_max_k"].get<double>(),
+                  c["curve_vs_fitted_law_max_k"].get<double>());
+    md << buf;
+    md << "| Constant | fitted | in the films |\n|---|---|---|\n";
+    for (const char* k : {"R", "B", "F", "offset"}) {
+        std::snprintf(buf, sizeof buf, "| %s | %.6g | %.6g |\n", k,
+                      c["law_fitted"].is_null() ? 0.0 : c["law_fitted"][k].get<double>(),
+                      c["law_in_films"].is_null() ? 0.0 : c["law_in_films"][k].get<double>());
+        md << buf;
+    }
+    const auto& l = r["lockin"];
+    md << "\n## Lock-in\n\n";
+    std::snprintf(buf, sizeof buf, "%d frames at %.3f Hz. Defect against sound material: module %+.1f %% "
+                  "(contrast-to-noise %.1f), phase %+.2f degrees (contrast-to-noise %.1f).\n\n",
+                  l["frames"].get<int>(), l["frequency_hz"].get<double>(), 100.0 * l["module_contrast"].get<double>(),
+                  l["module_cnr"].get<double>(), l["phase_contrast_deg"].get<double>(), l["phase_cnr"].get<double>());
+    md << buf;
+    md << "## Stages\n\n| Stage | Time (s) | Frames | Mpixel/s |\n|---|---|---|---|\n";
+    for (const auto& s : m_stages) {
+        std::snprintf(buf, sizeof buf, "| %s | %.2f | %lu | %.0f |\n", s.name.c_str(), s.seconds, s.frames,
+                      s.seconds > 0 ? s.megapixels / s.seconds : 0.0);
+        md << buf;
+    }
+    md << "\n## Files\n\n"
+          "- films/: every simulated film (black bodies, noise, calibration points, scene, lock-in)\n"
+          "- camera.nuc, camera.bpr, badpixels.txt, calibration.cal, noise_map.film\n"
+          "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 C on the bar), scene_isotherms.png (60..70 C yellow, above 70 C red)\n"
+          "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
+          "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
+    if (!md.good()) {
+        Error("file " + (m_dir / "report.md").string() + ": cannot be written");
+        return 0;
+    }
+    return 1;
+}
+
+int Demo::Run() {
+    const auto start = Clock::now();
+    m_dir = m_o.out;
+    std::error_code ec;
+    fs::create_directories(m_dir / "films", ec);
+    fs::create_directories(m_dir / "truth", ec);
+    if (!fs::is_directory(m_dir / "truth")) {
+        Error("folder " + m_dir.string() + ": cannot be created");
+        return kFailed;
+    }
+    m_size = static_cast<long>(m_point) * m_line;
+    if (m_o.frames > 0) m_nFrames = static_cast<unsigned long>(m_o.frames);
+    else m_nFrames = m_o.quick ? 8 : 16;
+
+    CSimDetector::Config cfg;
+    cfg.point = static_cast<unsigned short>(m_point);
+    cfg.line = static_cast<unsigned short>(m_line);
+    cfg.seed = m_o.seed;
+    // About one defect of each kind in 5,000 pixels, at least three.
+    const int each = static_cast<int>(std::max<long>(3, m_size / 5000));
+    cfg.deadCount = cfg.hotCount = cfg.noisyCount = each;
+    m_det = std::make_unique<CSimDetector>(cfg);
+    std::printf("Simulated camera %d x %d, %d-bit, %.0f Hz, %.0f us, %g-%g um, f/%g; %d dead, %d hot, %d noisy pixels\n",
+                m_point, m_line, static_cast<int>(cfg.bit), cfg.frameRate, cfg.integrationMicros, cfg.lambda1,
+                cfg.lambda2, cfg.fNumber, each, each, each);
+
+    if (!WriteTruth() || !StageNuc() || !StageBadPixels() || !StageFpn() || !StageCalibration() || !StageScene() ||
+        !StageLockin())
+        return kFailed;
+    const double total = std::chrono::duration<double>(Clock::now() - start).count();
+    if (!WriteReports(total)) return kFailed;
+
+    const json& r = m_report;
+    std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", m_dir.string().c_str());
+    std::printf("  FPN %.2f DL -> %.3f DL (temporal noise %.2f DL)\n", r["fpn"]["before_dl"].get<double>(),
+                r["fpn"]["after_dl"].get<double>(), r["fpn"]["temporal_noise_dl"].get<double>());
+    std::printf("  bad pixels: %ld of %ld found, %ld false alarms\n", r["bad_pixels"]["hits"].get<long>(),
+                r["bad_pixels"]["injected"].get<long>(), r["bad_pixels"]["false_alarms"].get<long>());
+    std::printf("  temperature error: median %.3f K, p99 %.3f K, worst %.2f K\n",
+                r["temperature"]["median_abs_k"].get<double>(), r["temperature"]["p99_abs_k"].get<double>(),
+                r["temperature"]["worst_abs_k"].get<double>());
+    std::printf("  lock-in defect: phase %+.2f deg (CNR %.1f), module %+.1f %%\n",
+                r["lockin"]["phase_contrast_deg"].get<double>(), r["lockin"]["phase_cnr"].get<double>(),
+                100.0 * r["lockin"]["module_contrast"].get<double>());
+    std::printf("  total %.1f s: %s\n", total, m_failed ? "a target was MISSED" : "all targets met");
+    return m_failed ? kFailed : kDone;
+}
+
+int RunDemo(const DemoOptions& o) {
+    int point = 640, line = 512;
+    if (o.quick) point = 320, line = 256;
+    if (!o.size.empty()) {
+        char x = 0;
+        char tail = 0;
+        if (std::sscanf(o.size.c_str(), "%d%c%d%c", &point, &x, &line, &tail) != 3 || (x != 'x' && x != 'X')) {
+            Error("--size " + o.size + ": expected WxH, for example 640x512");
+            return kUsage;
+        }
+    }
+    if (point < 32 || line < 32 || point > 4096 || line > 4096) {
+        Error("--size " + o.size + ": width and height must lie between 32 and 4096");
+        return kUsage;
+    }
+    Demo demo(o, point, line);
+    return demo.Run();
+}
+
+RegisterCommand reg(800, [](CLI::App& app) {
+    auto options = std::make_shared<DemoOptions>();
+    auto* demo = app.add_subcommand("demo", "Run the whole chain on a simulated camera and report the figures");
+    demo->add_option("-o,--output", options->out, "Folder for films, tables, pictures and reports (default out/demo)");
+    demo->add_option("--size", options->size, "Detector size WxH (default 640x512)");
+    demo->add_option("--frames", options->frames, "Frames of each averaged film (default 16; the scene film has twice as many)")
+        ->check(CLI::Range(1, 100000));
+    demo->add_flag("--quick", options->quick, "Smaller and shorter: 320x256, 8 frames, fewer calibration points");
+    demo->add_option("--seed", options->seed, "Seed of the simulated camera (default 1)");
+    demo->footer("Example: thermokit demo -o out/demo --size 640x512 --frames 16");
+    demo->callback([options] { SetAction([options] { return RunDemo(*options); }); });
+});
+
+}  // namespace
+}  // namespace thermokit::cli

@@ -1,0 +1,86 @@
+#include "thermokit/simulation/CSimFilm.h"
+
+#include <filesystem>
+#include <vector>
+
+#include "thermokit/film/CPtr.h"
+#include "thermokit/film/CPtr2.h"
+#include "thermokit/film/CPtrFloat.h"
+#include "thermokit/image/CFrame.h"
+#include "thermokit/simulation/CSimDetector.h"
+#include "thermokit/simulation/CSimScene.h"
+
+namespace thermokit {
+
+namespace {
+constexpr double kKelvin = 273.15;
+
+// A new file: whatever was there is removed first, so that a longer old film
+// leaves no images behind the new ones.
+bool Fresh(const std::string& path) {
+    std::error_code ec;
+    std::filesystem::remove(path, ec);
+    return !std::filesystem::exists(path, ec);
+}
+}  // namespace
+
+int AppendFilmFrame(CPtr& film, CFrame* frame) { return film.AddFrame(frame); }
+
+CSimFilm::CSimFilm(const std::string& path, const CSimDetector& detector) {
+    const auto& c = detector.GetConfig();
+    // Recorded through the bank ring, as a camera's films are.
+    auto film = std::make_unique<CPtr2>(c.point, c.line, c.bit, 0, 0, 0);
+    detector.FillHeader(film.get());
+    m_bOpen = Fresh(path) && film->Create(path.c_str()) ? 1 : 0;
+    m_pFilm = std::move(film);
+}
+
+CSimFilm::~CSimFilm() { Close(); }
+
+int CSimFilm::Close() {
+    if (!m_bOpen) return 0;
+    m_bOpen = 0;
+    return static_cast<CPtr2*>(m_pFilm.get())->Close();
+}
+
+unsigned long CSimFilm::GetFrameCount() const { return m_pFilm->GetFrameNumber(); }
+
+int CSimFilm::Add(CSimDetector& detector, const CSimScene& scene, unsigned long frameInFilm, float* kelvin) {
+    if (!m_bOpen) return 0;
+    CFrame* frame = m_pFilm->GetFrame();
+    detector.FillImageHeader(m_pFilm.get());
+    frame->SetTime(CSimDetector::TimeOfDay(detector.GetTime()));
+    detector.Capture(scene, frameInFilm, frame->GetBuffer(), kelvin);
+    return AppendFilmFrame(*m_pFilm, frame);
+}
+
+int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSimScene& scene, unsigned long frames,
+                     const std::string& truthPath, const FrameHook& hook) {
+    CSimFilm film(path, detector);
+    if (!film.IsOpen()) return 0;
+    const auto& c = detector.GetConfig();
+    std::unique_ptr<CPtrFloat> truth;
+    std::vector<float> kelvin;
+    std::vector<double> celsius;
+    if (!truthPath.empty()) {
+        truth = std::make_unique<CPtrFloat>(c.point, c.line, c.bit, 0, 0, 0);
+        detector.FillHeader(truth.get());
+        truth->SetComment("true scene temperature, degrees Celsius");
+        truth->SetFileName(truthPath);
+        if (!Fresh(truthPath) || !truth->WriteHeader()) return 0;
+        kelvin.resize(static_cast<size_t>(detector.GetSize()));
+        celsius.resize(kelvin.size());
+    }
+    film.GetFilm()->SetComment(scene.Describe().c_str());
+    for (unsigned long k = 0; k < frames; ++k) {
+        if (hook) hook(film.GetFilm(), k);
+        if (!film.Add(detector, scene, k, truth ? kelvin.data() : nullptr)) return 0;
+        if (truth) {
+            for (size_t i = 0; i < kelvin.size(); ++i) celsius[i] = kelvin[i] - kKelvin;
+            if (!truth->AddFrame(celsius.data(), static_cast<int>(celsius.size()))) return 0;
+        }
+    }
+    return film.Close();
+}
+
+}  // namespace thermokit
