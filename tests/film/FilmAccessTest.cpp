@@ -155,6 +155,20 @@ TEST(FilmAccess, ReadMasksToTheFilmDepth) {
     // A reader never changes the file.
     EXPECT_EQ(ReadAll(name), bytes);
     File::Remove(name);
+
+    // One stray bit anywhere (vector body or remainder) is found and cleared.
+    const std::string big = MakeFilm(333, 7, 14, 1, "maskbig");
+    const auto clean = ReadAll(big);
+    for (const size_t at : {size_t(0), size_t(1000), size_t(333 * 7 - 1)}) {
+        auto raw = clean;
+        Put<uint16_t>(raw, 3476 + 1016 + 2 * at, 0x8000 | 5);
+        WriteAll(big, raw);
+        CPtr film14(big, 0, 0, 1);
+        ASSERT_EQ(film14.ReadFrame(0), 1);
+        EXPECT_EQ(film14.GetFrame()->GetBuffer()[at], 5) << at;
+        EXPECT_EQ(film14.GetFrame()->GetBuffer()[at == 0 ? 1 : 0], at == 0 ? 1 : 0);
+    }
+    File::Remove(big);
 }
 
 TEST(FilmAccess, TimeStampsAndIrigB) {
@@ -500,5 +514,53 @@ TEST(FilmAccess, FilmsWithoutImageHeaders) {
     ASSERT_EQ(film.WriteFrame(0), 1);
     EXPECT_EQ(At<uint16_t>(ReadAll(name), 3476), 555);
     EXPECT_EQ(ReadAll(name).size(), bytes.size());
+    File::Remove(name);
+}
+
+TEST(FilmAccess, FilmsOfDoublesRoundTrip) {
+    const std::string name = TempName("doubles");
+    CPtrFloat film(3, 2, 12, 0, 1, 0);
+    film.SetFileName(name);
+    EXPECT_EQ(film.GetRecordWords(), 508u + 4u * 6u);
+    EXPECT_EQ(film.GetImageSize(), 1016u + 48u);
+    const double d[6] = {-1.5, 0.25, 4095.5, 5000.0, 1e300, 17.75};
+    const float f[6] = {1.0f, 2.5f, 3.0f, 4.0f, 5.0f, 6.0f};
+    ASSERT_EQ(film.AddFrame(const_cast<double*>(d), 6), 1);
+    ASSERT_EQ(film.AddFrame(const_cast<float*>(f), 6), 1);
+    EXPECT_EQ(film.AddFrame(const_cast<float*>(f), 5), 0);
+    CFrame levels(3, 2, 12, 0, 0);
+    for (int i = 0; i < 6; ++i) levels.GetBuffer()[i] = static_cast<unsigned short>(i * 1000);
+    levels.SetTime(99.5);
+    ASSERT_EQ(film.AddFrame(&levels), 1);
+    EXPECT_EQ(File::GetFileLength(name), 3476 + 3 * (1016 + 48));
+
+    CPtrFloat back(name, 0, 0, 1);
+    ASSERT_EQ(back.IsValid(), 1);
+    ASSERT_EQ(back.GetFrameNumber(), 3u);
+    std::vector<double> v(6);
+    ASSERT_EQ(back.ReadFrame(0, v.data(), 6), 1);
+    EXPECT_EQ(v, std::vector<double>(d, d + 6));
+    // As levels: clamped to [0, 4095] and truncated.
+    ASSERT_EQ(back.ReadFrame(0), 1);
+    const unsigned short expected[6] = {0, 0, 4095, 4095, 4095, 17};
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(back.GetFrame()->GetBuffer()[i], expected[i]) << i;
+    EXPECT_EQ(back.GetDoubleBuffer()[5], 17.75);
+    ASSERT_EQ(back.ReadNextFrame(), 1);
+    EXPECT_EQ(back.GetFrame()->GetBuffer()[1], 2);
+    ASSERT_EQ(back.ReadNextFrame(), 1);
+    EXPECT_EQ(back.GetDoubleBuffer()[5], 5000.0);
+    EXPECT_DOUBLE_EQ(back.GetFrame()->GetTime(), 99.5);
+    MessageRecorder rec;
+    EXPECT_EQ(back.ReadFrame(3, v.data(), 6), 0);
+    EXPECT_EQ(rec.Count(), 1u);
+    File::Remove(name);
+
+    // A 16-bit film given doubles stores levels.
+    CPtr levelsFilm(3, 2, 12, 0, 1, 0);
+    levelsFilm.SetFileName(name);
+    ASSERT_EQ(levelsFilm.AddFrame(const_cast<double*>(d), 6), 1);
+    CPtr backLevels(name, 0, 0, 1);
+    ASSERT_EQ(backLevels.ReadFrame(0), 1);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(backLevels.GetFrame()->GetBuffer()[i], expected[i]) << i;
     File::Remove(name);
 }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -15,9 +16,14 @@ namespace filmtest {
 // Saving a frame reads the camera configuration: the tests keep it in
 // stores of their own, never in the user's.
 inline const bool kPrivateStores = [] {
-    const std::string base = ::testing::TempDir() + "tk_film_store_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
+    static const std::string* base =
+        new std::string(::testing::TempDir() + "tk_film_store_" + std::to_string(::getpid()));
+    ::setenv("THERMOKIT_USER_STORE", (*base + "_user.db").c_str(), 0);
+    ::setenv("THERMOKIT_MACHINE_STORE", (*base + "_machine.db").c_str(), 0);
+    std::atexit([] {
+        std::remove((*base + "_user.db").c_str());
+        std::remove((*base + "_machine.db").c_str());
+    });
     return true;
 }();
 

@@ -252,9 +252,9 @@ TEST(Ptr2, FailingDiskLeavesFilmUpToLastCompleteImage) {
     const std::string name = TempName("failing");
     MessageRecorder messages;
     FailingFilm film(point, line, 14, 0, 1, 0);
-    // Write 0 puts the header on disk at the start; write j >= 1 is bank j - 1.
-    // Write 6 fails: bank 5, at 20,480 bytes, in image 5 (which starts at 18,796).
-    film.failFrom = 6;
+    // Write j is bank j. Write 5 fails: bank 5, at 20,480 bytes, in image 5
+    // (which starts at 18,796).
+    film.failFrom = 5;
     ASSERT_EQ(film.Create(name.c_str(), 4096, 2), 1);
     CFrame frame(point, line, 14, 0, 1);
     unsigned accepted = 0;
@@ -286,11 +286,17 @@ TEST(Ptr2, FailingDiskLeavesFilmUpToLastCompleteImage) {
     }
     std::remove(name.c_str());
 
-    // A disk that refuses even the header: no film can be started.
+    // A disk that refuses every bank: the film keeps its header, written
+    // directly at the start and again at the close, and no image.
     FailingFilm dead(point, line, 14, 0, 1, 0);
     dead.failFrom = 0;
-    EXPECT_EQ(dead.Create(name.c_str(), 4096, 2), 0);
-    EXPECT_EQ(dead.IsRecording(), 0);
+    ASSERT_EQ(dead.Create(name.c_str(), 4096, 2), 1);
+    for (unsigned k = 0; k < 10 && dead.AddFrame(&frame); ++k) {
+    }
+    EXPECT_EQ(dead.Close(), 0);
+    EXPECT_EQ(dead.GetFrameNumber(), 0u);
+    EXPECT_EQ(File::GetFileLength(name), static_cast<int64_t>(kHeader));
+    EXPECT_TRUE(CPtr(name, 0, 0, 1).IsValid());
     std::remove(name.c_str());
 }
 

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -19,9 +21,14 @@ using namespace thermokit;
 namespace {
 // Saving reads the camera configuration: keep it in stores of the tests' own.
 const bool kPrivateStores = [] {
-    const std::string base = ::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
+    static const std::string* base =
+        new std::string(::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid()));
+    ::setenv("THERMOKIT_USER_STORE", (*base + "_user.db").c_str(), 0);
+    ::setenv("THERMOKIT_MACHINE_STORE", (*base + "_machine.db").c_str(), 0);
+    std::atexit([] {
+        std::remove((*base + "_user.db").c_str());
+        std::remove((*base + "_machine.db").c_str());
+    });
     return true;
 }();
 
@@ -122,7 +129,8 @@ TEST(Average, TruncationCachingAndCounters) {
 
 TEST(Average, VectorPathsMatchTheScalarRule) {
     // Odd sizes so that every vector variant has a remainder; the sums must be
-    // bit for bit those of one multiply and one add a pixel in double.
+    // bit for bit those of one multiply and one add a pixel in double, on
+    // whichever vector path this processor takes.
     for (int n : {1, 3, 17, 1001}) {
         CAverage avg(static_cast<unsigned short>(n), 1, 14, 0);
         std::vector<double> ref(static_cast<size_t>(n), 0.0);

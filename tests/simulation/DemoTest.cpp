@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/nuc/CNuc.h"
@@ -30,11 +31,15 @@ class Demo : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         if (std::string(THERMOKIT_TOOL_PATH).empty()) return;
-        s_dir = ::testing::TempDir() + "sim_demo_small";
+        // One folder per process: ctest runs each test in a process of its own, maybe in parallel.
+        s_dir = ::testing::TempDir() + "sim_demo_small_" + std::to_string(getpid());
         fs::remove_all(s_dir);
         s_status = RunTool("demo -o '" + s_dir + "' --size 160x128 --frames 6");
         std::ifstream f(s_dir + "/report.json");
         if (f) s_report = nlohmann::json::parse(f, nullptr, false);
+    }
+    static void TearDownTestSuite() {
+        if (!s_dir.empty()) fs::remove_all(s_dir);
     }
     void SetUp() override {
         if (std::string(THERMOKIT_TOOL_PATH).empty()) GTEST_SKIP() << "the tool is not built";
@@ -70,6 +75,11 @@ TEST_F(Demo, MeetsEveryTargetOnASmallDetector) {
     EXPECT_LT(t["median_abs_k"].get<double>(), 0.2);
     EXPECT_LT(t["p99_abs_k"].get<double>(), 0.5);
     EXPECT_GE(t["worst_abs_k"].get<double>(), t["p99_abs_k"].get<double>() - 0.001);
+    const auto& w = t["worst_at"];
+    EXPECT_NEAR(std::fabs(w["measured_celsius"].get<double>() - w["true_celsius"].get<double>()),
+                t["worst_abs_k"].get<double>(), 1e-6);
+    EXPECT_LT(w["x"].get<long>(), 160);
+    EXPECT_LT(w["frame"].get<long>(), t["frames"].get<long>());
 
     // The defect shows in phase far above the noise of sound material.
     EXPECT_GT(r["lockin"]["phase_cnr"].get<double>(), 3.0);
@@ -101,9 +111,10 @@ TEST_F(Demo, TablesItWroteMatchTheSimulatedDetector) {
     ASSERT_EQ(s_status, 0);
     // The NUC gain undoes each pixel's gain: gain x truth is the same for every good pixel.
     CNuc nuc((s_dir + "/camera.nuc").c_str());
-    CPtrFloat gain(s_dir + "/truth/gain.film", 1, 0, 0);
+    CPtrFloat gain(s_dir + "/truth/gain.film", 0, 0, 0);
     ASSERT_TRUE(nuc.IsValid());
     ASSERT_TRUE(gain.IsValid());
+    ASSERT_TRUE(gain.ReadFrame(0));
     ASSERT_EQ(nuc.GetSize(), 160 * 128);
     const double* g = gain.GetDoubleBuffer();
     std::vector<double> products;
@@ -127,7 +138,7 @@ TEST_F(Demo, TablesItWroteMatchTheSimulatedDetector) {
 
 TEST_F(Demo, SameSeedSameFigures) {
     ASSERT_EQ(s_status, 0);
-    const std::string again = ::testing::TempDir() + "sim_demo_again";
+    const std::string again = ::testing::TempDir() + "sim_demo_again_" + std::to_string(getpid());
     fs::remove_all(again);
     ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --frames 6"), 0);
     std::ifstream f(again + "/report.json");
@@ -141,7 +152,7 @@ TEST_F(Demo, SameSeedSameFigures) {
 }
 
 TEST_F(Demo, RefusesBadUsage) {
-    const std::string dir = ::testing::TempDir() + "sim_demo_usage";
+    const std::string dir = ::testing::TempDir() + "sim_demo_usage_" + std::to_string(getpid());
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 10x10"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size wide"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 160x128x3"), 2);

@@ -13,6 +13,7 @@
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/platform/CRgn.h"
+#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
@@ -20,35 +21,6 @@
 namespace thermokit {
 
 namespace {
-
-// The sharing bytes of File (platform/File.cpp): a reader announces "read"
-// and "deny write" with shared locks and must not meet "deny read" or "write"
-// held by another open.
-constexpr off_t kLockBase = static_cast<off_t>(0x7FFFFFFFFFFF0000LL);
-constexpr off_t kAccessRead = kLockBase + 0;
-constexpr off_t kAccessWrite = kLockBase + 1;
-constexpr off_t kDenyRead = kLockBase + 2;
-constexpr off_t kDenyWrite = kLockBase + 3;
-
-bool LockByte(int fd, off_t where, short type) {
-    struct flock fl {};
-    fl.l_type = type;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = where;
-    fl.l_len = 1;
-    return fcntl(fd, F_OFD_SETLK, &fl) == 0;
-}
-
-// True when another open file description holds a lock on [where, where + len).
-bool OtherHolds(int fd, off_t where, off_t len) {
-    struct flock fl {};
-    fl.l_type = F_WRLCK;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = where;
-    fl.l_len = len;
-    if (fcntl(fd, F_OFD_GETLK, &fl) != 0) return false;
-    return fl.l_type != F_UNLCK;
-}
 
 // Reads exactly the bytes of the vector, retrying after short transfers.
 bool ReadFully(int fd, struct iovec* iov, int count, uint64_t offset) {
@@ -112,68 +84,46 @@ unsigned short OrAll(const unsigned short* p, long n) {
     return acc;
 }
 
+#if defined(__x86_64__)
+__attribute__((target("avx512f,avx512bw,avx512vl,avx2,prefer-vector-width=512")))
+unsigned short OrAll512(const unsigned short* p, long n) {
+    unsigned short acc = 0;
+    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
+    return acc;
+}
+#endif
+
+// The widest form of OrAll this processor runs, chosen once.
+unsigned short OrLevels(const unsigned short* p, long n) {
+#if defined(__x86_64__)
+    static const bool wide = CpuFeatures::Get().avx512f && CpuFeatures::Get().avx512bw;
+    if (wide) return OrAll512(p, n);
+#endif
+    return OrAll(p, n);
+}
+
 }  // namespace
 
 // A read-only descriptor kept between reads. Begin() does what opening the
 // file with "read, deny write" does (find the file by name, announce the
 // locks, refuse on a conflict); End() does what closing does (drop the locks).
 struct CPtr::ReadCache {
+    // The film stays open between reads; its sharing locks ("read", "deny
+    // write") are held only during each read, as an open-read-close would.
+    File file;
     int fd = -1;
-    dev_t dev = 0;
-    ino_t ino = 0;
-    std::string path;
-    bool locked = false;
-
-    ~ReadCache() { Close(); }
-    void Close() {
-        End();
-        if (fd >= 0) ::close(fd);
-        fd = -1;
-    }
 
     bool Begin(const std::string& name) {
-        struct stat st {};
-        if (fd >= 0) {
-            if (name != path || ::stat(name.c_str(), &st) != 0 || st.st_dev != dev || st.st_ino != ino) Close();
+        if (file.IsOpen() && !file.IsSameFileAs(name)) file.Close();
+        if (!file.IsOpen()) {
+            fd = -1;
+            // Opened without sharing locks; they are taken below for each read.
+            if (!file.Open(name, File::modeRead | File::shareDenyNone)) return false;
+            fd = file.GetHandle();
         }
-        if (fd < 0) {
-            if (name.empty()) return false;
-            fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
-            if (fd < 0) return false;
-            if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
-                Close();
-                return false;
-            }
-            dev = st.st_dev;
-            ino = st.st_ino;
-            path = name;
-        }
-        // Announce first, then look for conflicts, as File does.
-        if (!LockByte(fd, kAccessRead, F_RDLCK) || !LockByte(fd, kDenyWrite, F_RDLCK)) {
-            if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) return true;  // no lock support
-            End();
-            return false;
-        }
-        locked = true;
-        // "write" and "deny read" are neighbours: one probe sees either.
-        static_assert(kDenyRead == kAccessWrite + 1);
-        if (OtherHolds(fd, kAccessWrite, 2)) {
-            End();
-            return false;
-        }
-        return true;
+        return file.AcquireSharing(File::modeRead | File::shareDenyWrite);
     }
-
-    void End() {
-        if (!locked || fd < 0) return;
-        struct flock fl {};
-        fl.l_type = F_UNLCK;
-        fl.l_whence = SEEK_SET;
-        fl.l_start = kLockBase;
-        fl.l_len = 4;
-        fcntl(fd, F_OFD_SETLK, &fl);
-        locked = false;
-    }
+    void End() { file.ReleaseSharing(); }
 };
 
 // ---------------------------------------------------------------- lifetime
@@ -326,7 +276,7 @@ int CPtr::Read(unsigned long n, CFrame* f) {
     // Clear the bits above the depth (only when some pixel has one: a
     // well-formed film has none, and looking is cheaper than writing).
     const unsigned short maxLevel = GetMaxLevel();
-    if (maxLevel != 0xFFFF && (OrAll(f->GetBuffer(), GetSize()) & ~maxLevel))
+    if (maxLevel != 0xFFFF && (OrLevels(f->GetBuffer(), GetSize()) & ~maxLevel))
         thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
     return 1;
 }

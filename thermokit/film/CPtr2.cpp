@@ -24,25 +24,35 @@ int CPtr2::Create(const char* fileName, unsigned long bankSize, int bankNumber) 
     if (!m_pStream) m_pStream = NewStream();
     if (!m_pStream || !m_pStream->SetBankNumber(bankNumber)) return 0;
     SetFileName(fileName);
-    if (!m_pStream->OpenFile(fileName, bankSize, CStreamFile::modeCreate)) {
+    SetFrameNumber(0);
+    SetCurrentFrame(0);
+    ReleaseCache();
+    // The header goes to the file at once, with a plain write: a recording
+    // that is interrupted later still leaves a film that Recover can mend.
+    // The stream then opens the file as it is and starts with the header's
+    // bytes in its first bank, so that every bank it writes stays whole.
+    std::vector<unsigned char> header(GetHeaderSize(), 0);
+    std::memcpy(header.data(), m_Header, std::min<size_t>(header.size(), sizeof(m_Header)));
+    {
+        File file;
+        if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate) ||
+            !file.WriteAt(0, header.data(), header.size())) {
+            SaveFailed(0);
+            return 0;
+        }
+    }
+    if (!m_pStream->OpenFile(fileName, bankSize, CStreamFile::modeOpenExisting)) {
         SaveFailed(0);
         return 0;
     }
-    SetFrameNumber(0);
-    SetCurrentFrame(0);
     m_nPosition = 0;
-    m_nEnd = GetHeaderSize();
-    // The header goes to the disk at once: a recording that is interrupted
-    // later still leaves a film that Recover can mend.
-    std::vector<unsigned char> header(GetHeaderSize(), 0);
-    std::memcpy(header.data(), m_Header, std::min<size_t>(header.size(), sizeof(m_Header)));
-    if (!m_pStream->WriteSynchro(header.data(), static_cast<unsigned long>(header.size()), nullptr)) {
+    m_nEnd = header.size();
+    if (!StreamWrite(0, header.data(), header.size())) {
         m_pStream->CloseFile();
         m_nPosition = -1;
         SaveFailed(0);
         return 0;
     }
-    m_nPosition = static_cast<int64_t>(header.size());
     return 1;
 }
 

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "thermokit/platform/AlignedBuffer.h"
+#include "thermokit/platform/CpuFeatures.h"
 
 namespace thermokit {
 
@@ -22,6 +23,27 @@ THERMOKIT_CLONES
 void AccumulateLevels(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
                       double weight) {
     for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
+}
+
+#if defined(__x86_64__)
+// The same loop with 512-bit vectors (the compiler keeps to 256 bits for
+// the avx512f clone above): twice the pixels an instruction.
+__attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx2,prefer-vector-width=512")))
+void AccumulateLevels512(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
+                         double weight) {
+    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
+}
+#endif
+
+using LevelsKernel = void (*)(double*, const unsigned short*, long, unsigned short, double);
+
+// Chosen once from the processor's features.
+LevelsKernel PickLevelsKernel() {
+#if defined(__x86_64__)
+    const CpuFeatures& cpu = CpuFeatures::Get();
+    if (cpu.avx512f && cpu.avx512bw) return AccumulateLevels512;
+#endif
+    return AccumulateLevels;
 }
 
 THERMOKIT_CLONES
@@ -86,7 +108,8 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
     const unsigned short mask =
         (bit >= 1 && bit <= 15) ? static_cast<unsigned short>(0xFFFFu >> (16 - bit)) : static_cast<unsigned short>(0xFFFF);
-    AccumulateLevels(m_pdSum, data, n, mask, weight);
+    static const LevelsKernel kernel = PickLevelsKernel();
+    kernel(m_pdSum, data, n, mask, weight);
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;

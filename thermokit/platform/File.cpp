@@ -60,6 +60,7 @@ File& File::operator=(File&& other) noexcept {
 }
 
 bool File::AcquireSharing(unsigned flags) {
+    if (m_fd < 0) return false;
     const unsigned access = flags & 0x3;
     const bool wantRead = access == modeRead || access == modeReadWrite;
     const bool wantWrite = access == modeWrite || access == modeReadWrite;
@@ -69,7 +70,7 @@ bool File::AcquireSharing(unsigned flags) {
 
     // Shared locks need a description open for reading, whatever the access
     // asked for: the locks live on a read-only description of their own.
-    m_lockFd = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (m_lockFd < 0) m_lockFd = ::open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
     if (m_lockFd < 0) return true;  // unreadable file: no sharing control possible
     const int fd = m_lockFd;
     // Announce first, then look for conflicts: of two racing opens at least
@@ -79,14 +80,33 @@ bool File::AcquireSharing(unsigned flags) {
     for (const auto& m : mine) {
         if (m.on && !LockShared(fd, m.byte)) {
             if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) return true;  // no lock support
+            ReleaseSharing();
             return false;
         }
     }
-    if (wantRead && OtherHolds(fd, kDenyRead)) return false;
-    if (wantWrite && OtherHolds(fd, kDenyWrite)) return false;
-    if (denyRead && OtherHolds(fd, kAccessRead)) return false;
-    if (denyWrite && OtherHolds(fd, kAccessWrite)) return false;
+    if ((wantRead && OtherHolds(fd, kDenyRead)) || (wantWrite && OtherHolds(fd, kDenyWrite)) ||
+        (denyRead && OtherHolds(fd, kAccessRead)) || (denyWrite && OtherHolds(fd, kAccessWrite))) {
+        ReleaseSharing();
+        return false;
+    }
     return true;
+}
+
+void File::ReleaseSharing() {
+    if (m_lockFd < 0) return;
+    struct flock fl {};
+    fl.l_type = F_UNLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = kLockBase;
+    fl.l_len = 4;
+    fcntl(m_lockFd, F_OFD_SETLK, &fl);
+}
+
+bool File::IsSameFileAs(const std::string& path) const {
+    if (m_fd < 0 || path != m_path) return false;
+    struct stat mine {}, named {};
+    if (::fstat(m_fd, &mine) != 0 || ::stat(path.c_str(), &named) != 0) return false;
+    return mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
 }
 
 bool File::Open(const std::string& path, unsigned flags) {

@@ -72,6 +72,16 @@ public:
     bool SetLength(uint64_t length);
     bool Flush();
 
+    // Sharing locks of an open file: a reader that keeps its file open between
+    // reads can drop them while idle and take them again (for the sharing part
+    // of flags) before the next read. AcquireSharing fails, holding nothing,
+    // when another open conflicts.
+    bool AcquireSharing(unsigned flags);
+    void ReleaseSharing();
+    // True when the open file is still the file the path names (not replaced
+    // or removed since it was opened).
+    bool IsSameFileAs(const std::string& path) const;
+
     int GetLastError() const { return m_errno; }
     std::string GetLastErrorText() const;
 
@@ -81,7 +91,6 @@ public:
     static bool Remove(const std::string& path);
 
 private:
-    bool AcquireSharing(unsigned flags);
     void Fail(int err) { m_errno = err; }
 
     int m_fd = -1;
