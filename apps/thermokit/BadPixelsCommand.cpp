@@ -151,6 +151,7 @@ int RunDetect(const DetectOptions& o) {
 RegisterCommand reg(310, [](CLI::App& app) {
     auto* bad = app.add_subcommand("badpixels", "Bad-pixel maps");
     bad->require_subcommand(1);
+    bad->footer("Example: thermokit badpixels detect --nuc cam.nuc --gain 20 --offset 5 -o cam.bpr");
     auto o = std::make_shared<DetectOptions>();
     auto* detect = bad->add_subcommand(
         "detect",

@@ -125,6 +125,7 @@ int RunNucCompute(const NucComputeOptions& o) {
 RegisterCommand reg(300, [](CLI::App& app) {
     auto* nuc = app.add_subcommand("nuc", "Non-uniformity correction tables");
     nuc->require_subcommand(1);
+    nuc->footer("Example: thermokit nuc compute --cold bb20.film --hot bb40.film -o cam.nuc");
     auto opts = std::make_shared<NucComputeOptions>();
     auto* compute = nuc->add_subcommand(
         "compute",

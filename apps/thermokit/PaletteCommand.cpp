@@ -106,6 +106,7 @@ RegisterCommand reg(500, [](CLI::App& app) {
     auto options = std::make_shared<PaletteOptions>();
     auto* group = app.add_subcommand("palette", "Built-in and custom colour palettes");
     group->require_subcommand(1);
+    group->footer("Example: thermokit palette list --file palettes.ini");
 
     auto* list = group->add_subcommand("list", "List the number and name of every built-in and custom palette");
     list->add_option("--file", options->file, "Palette file with custom palettes");

@@ -530,7 +530,8 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
     for (const char* command :
          {"info", "render", "export", "stats", "temperature", "edit", "simulate", "nuc compute", "badpixels detect",
           "correct", "record", "lockin", "demo", "calib info", "calib convert", "planck", "palette list",
-          "palette render", "about"}) {
+          "palette render", "about", "nuc", "badpixels", "palette", "calib", "registry", "registry get",
+          "registry export"}) {
         const Result r = Tool(std::string(command) + " --help");
         EXPECT_EQ(r.code, 0) << command;
         EXPECT_NE(r.out.find("Example: thermokit " + std::string(command)), std::string::npos) << command << r.out;
