@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -174,6 +175,12 @@ inline bool ReadRegionFile(const std::string& path, CRgn& region) {
     const std::string why = MissingOrEmpty(path);
     if (!why.empty()) {
         Error("file " + path + ": " + why);
+        return false;
+    }
+    std::error_code ec;
+    const auto bytes = std::filesystem::file_size(path, ec);
+    if (ec || bytes > (16u << 20)) {
+        Error("file " + path + ": not a region file (a text file of at most 16 MiB expected)");
         return false;
     }
     std::ifstream in(path, std::ios::binary);

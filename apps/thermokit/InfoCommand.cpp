@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <vector>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -473,14 +474,20 @@ int PaletteInfo(const InfoOptions& o, Json& out) {
 // A text file's first word, or its first section header, tells a response
 // file ("RSP") and a palette file ("[name]") apart from anything else.
 std::string TextKind(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    // Only the beginning is looked at: a large file without line ends is not read whole.
+    std::ifstream file(path, std::ios::binary);
+    std::string head(65536, '\0');
+    file.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<size_t>(file.gcount()));
+    std::istringstream in(head);
     std::string line;
     for (int n = 0; n < 200 && std::getline(in, line); ++n) {
         if (line.size() > 4096) return std::string();
         if (!line.empty() && line.back() == '\r') line.pop_back();
         size_t i = line.find_first_not_of(" \t");
         if (i == std::string::npos) continue;
-        if (n == 0 && line.compare(i, 3, "RSP") == 0 && (line.size() == i + 3 || std::isspace(static_cast<unsigned char>(line[i + 3]))))
+        if (n == 0 && line.compare(i, 3, "RSP") == 0 &&
+            (line.size() == i + 3 || std::isspace(static_cast<unsigned char>(line[i + 3]))))
             return "rsp";
         if (line[i] == ';' || line[i] == '#') continue;
         if (line[i] == '[' && line.find(']', i) != std::string::npos) return "palette";

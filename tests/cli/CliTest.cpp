@@ -26,6 +26,7 @@
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CNucFile.h"
 #include "thermokit/nuc/CPixel.h"
+#include "thermokit/platform/CRgn.h"
 
 using namespace thermokit;
 using namespace clitest;
@@ -340,6 +341,23 @@ TEST(Cli, StatsOverImageRectangleAndRegion) {
     EXPECT_EQ(std::stod(cells[4]), 163);
     EXPECT_NEAR(std::stod(cells[5]), mean, 1e-9);
     // Region and rectangle faults.
+    WriteText(dir + "/shapes.txt", "ellipse 0 0 4 3\r\npolygon 0 0 1 0 1 1\n");
+    r = Tool("stats " + film + " --csv --frames 0 --region-file " + dir + "/shapes.txt");
+    ASSERT_EQ(r.code, 0) << r.err;
+    {
+        // The same shapes through the region class: the same pixels are counted.
+        CRgn ellipse, triangle, both;
+        ellipse.CreateEllipticRgn(0, 0, 4, 3);
+        const CPoint corners[3] = {CPoint(0, 0), CPoint(1, 0), CPoint(1, 1)};
+        triangle.CreatePolygonRgn(corners, 3, ALTERNATE);
+        both.CombineRgn(&ellipse, &triangle, RGN_OR);
+        int inside = 0;
+        for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < 4; ++x) inside += both.PtInRegion(x, y) ? 1 : 0;
+        ASSERT_GT(inside, 0);
+        EXPECT_EQ(Split(Split(r.out, '\n')[1], ',')[2], std::to_string(inside));
+    }
+    EXPECT_EQ(Tool("stats " + film + " --region-file " + dir).code, 1);  // a folder
     WriteText(dir + "/bad.txt", "rect 0 0 1\n");
     r = Tool("stats " + film + " --region-file " + dir + "/bad.txt");
     EXPECT_EQ(r.code, 1);
@@ -451,6 +469,13 @@ TEST(Cli, EditCropsTurnsMirrorsAndKeepsTheHeader) {
     ASSERT_EQ(src.ReadFrame(0), 1);
     EXPECT_EQ(turned.GetFrame()->GetPixel(0, 0), src.GetFrame()->GetPixel(9, 0));
     EXPECT_EQ(turned.GetFrame()->GetPixel(9, 7), src.GetFrame()->GetPixel(0, 7));
+    // The output may be the source itself: it is replaced once the new film is complete.
+    ASSERT_EQ(Tool("edit " + out + " -o " + out + " --crop 0,0,4,2").code, 0);
+    CPtr self(out, 0, 0, 1);
+    ASSERT_EQ(self.ReadFrame(0), 1);
+    EXPECT_EQ(self.GetPoint(), 4);
+    EXPECT_EQ(self.GetFrame()->GetPixel(3, 1), turned.GetFrame()->GetPixel(3, 1));
+    EXPECT_EQ(List(dir), (std::vector<std::string>{"e.film", "f.film"}));
     EXPECT_EQ(Tool("edit " + film + " -o " + out + " --rotate 45").code, 2);
     EXPECT_EQ(Tool("edit " + film + " -o " + out + " --flip x").code, 2);
     EXPECT_EQ(Tool("edit " + film + " -o " + out + " --crop 6,0,5,2").code, 1);
