@@ -408,26 +408,26 @@ int CatalogueInfo(const InfoOptions& o, Json& out) {
     Json j;
     j["signature"] = Text(h.szSignature, sizeof(h.szSignature));
     j["version"] = Text(h.szVersion, sizeof(h.szVersion));
-    j["header_size"] = h.dwHeaderSize;
-    j["tables"] = h.wNbTables;
-    j["windows"] = h.wNbWindow;
+    j["header_size"] = +h.dwHeaderSize;
+    j["tables"] = +h.wNbTables;
+    j["windows"] = +h.wNbWindow;
     out["header"] = j;
     Json windows = Json::array();
-    for (unsigned short w = 0; w < h.wNbWindow; ++w) {
+    for (unsigned short w = 0; w < +h.wNbWindow; ++w) {
         CNucFile::NUC_TABLE_DESC d{};
         if (!cat.GetWindowing(w, &d)) continue;
-        Json wj = {{"tables", d.wNbTables},
-                   {"rect", {d.rcWindow.left, d.rcWindow.top, d.rcWindow.right, d.rcWindow.bottom}}};
+        Json wj = {{"tables", +d.wNbTables},
+                   {"rect", {+d.rcWindow.left, +d.rcWindow.top, +d.rcWindow.right, +d.rcWindow.bottom}}};
         Json tables = Json::array();
-        for (unsigned short t = 0; t < d.wNbTables; ++t) {
+        for (unsigned short t = 0; t < +d.wNbTables; ++t) {
             CNucFile::NUC_TABLE tb{};
             if (!cat.GetTable(w, t, &tb)) break;
             tables.push_back({{"scene", Text(tb.szScene, sizeof(tb.szScene))},
-                              {"frequency", tb.wFrequency},
-                              {"integration", tb.wIntegration},
-                              {"filter", tb.wFilter},
+                              {"frequency", +tb.wFrequency},
+                              {"integration", +tb.wIntegration},
+                              {"filter", +tb.wFilter},
                               {"filter_name", Text(tb.szFilterName, sizeof(tb.szFilterName))},
-                              {"updated", tb.bUpdated},
+                              {"updated", +tb.bUpdated},
                               {"ui_label", Text(tb.szUILabel, sizeof(tb.szUILabel))},
                               {"db_label", Text(tb.szDBLabel, sizeof(tb.szDBLabel))},
                               {"lens", Text(tb.szLens, sizeof(tb.szLens))}});
