@@ -244,6 +244,27 @@ TEST(Cli, ExportNpyRawCsvByteExact) {
     EXPECT_EQ(static_cast<unsigned char>(raw[2 * 16]), Ramp(1, 1) & 0xff);
     EXPECT_EQ(static_cast<unsigned char>(raw[2 * 59 + 1]), Ramp(14, 3) >> 8);
 
+    // A film of doubles exports its values as <f8.
+    {
+        CFrame frame(5, 3, 12, 0, 0);
+        std::vector<double> values(15);
+        for (size_t i = 0; i < values.size(); ++i) values[i] = -2.5 + 0.125 * static_cast<double>(i);
+        ASSERT_EQ(frame.Save((dir + "/d.film").c_str(), values.data(), "K", "doubles"), 1);
+        ASSERT_EQ(Tool("export " + dir + "/d.film --format npy -o " + dir + "/d.npy").code, 0);
+        npy = ReadText(dir + "/d.npy");
+        const size_t h3 = static_cast<unsigned char>(npy[8]) | (static_cast<unsigned char>(npy[9]) << 8);
+        EXPECT_NE(npy.find("{'descr': '<f8', 'fortran_order': False, 'shape': (1, 3, 5), }"), std::string::npos);
+        ASSERT_EQ(npy.size(), 10 + h3 + 8 * 15);
+        double v;
+        std::memcpy(&v, npy.data() + 10 + h3 + 8 * 14, 8);
+        EXPECT_EQ(v, values[14]);
+        const auto cells = Split(Split(Tool("stats --csv " + dir + "/d.film").out, '\n')[1], ',');
+        ASSERT_GE(cells.size(), 7u);
+        EXPECT_EQ(std::stod(cells[3]), -2.5);
+        EXPECT_EQ(std::stod(cells[4]), -0.75);
+        EXPECT_EQ(Tool("export " + dir + "/d.film --format npy --embedded -o " + dir + "/e.npy").code, 1);
+    }
+
     // CSV: a header line, then frame, line and the pixels of that line.
     ASSERT_EQ(Tool("export " + film + " --frames 2:2 --format csv -o " + dir + "/f.csv").code, 0);
     const auto lines = Split(ReadText(dir + "/f.csv"), '\n');
