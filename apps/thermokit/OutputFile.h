@@ -2,7 +2,9 @@
 // An output written under a temporary name in the folder of the final one
 // and renamed into place only once complete: a failure never leaves a
 // partial file behind, and an existing file is replaced only by a whole new
-// one. The temporary file is removed unless Commit succeeded.
+// one. The temporary file is removed unless Commit succeeded, also when the
+// tool is interrupted (SIGINT, SIGTERM, SIGHUP).
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,8 +25,10 @@ public:
         m_temp = folder + "." + name + ".part-" + std::to_string(static_cast<long>(getpid())) + "-" +
                  std::to_string(++Counter());
         std::remove(m_temp.c_str());
+        m_slot = Track(m_temp);
     }
     ~OutputFile() {
+        Untrack(m_slot);
         if (!m_committed) std::remove(m_temp.c_str());
     }
     OutputFile(const OutputFile&) = delete;
@@ -41,16 +45,51 @@ public:
             Error("file " + m_path + ": cannot be written (" + std::strerror(errno) + ")");
             return false;
         }
+        Untrack(m_slot);
+        m_slot = -1;
         m_committed = true;
         return true;
     }
 
 private:
+    // Temporary names alive now, for the signal handler (which may only
+    // unlink): fixed buffers, a slot is free when its first byte is 0.
+    static constexpr int kSlots = 256;
+    static constexpr size_t kNameMax = 1024;
+    static char (&Slots())[kSlots][kNameMax] {
+        static char slots[kSlots][kNameMax];
+        return slots;
+    }
+    static void OnSignal(int signal) {
+        for (auto& name : Slots())
+            if (name[0]) unlink(name);
+        ::signal(signal, SIG_DFL);
+        ::raise(signal);
+    }
+    static int Track(const std::string& name) {
+        static const bool installed = [] {
+            for (int s : {SIGINT, SIGTERM, SIGHUP}) ::signal(s, OnSignal);
+            return true;
+        }();
+        (void)installed;
+        if (name.size() >= kNameMax) return -1;
+        for (int i = 0; i < kSlots; ++i)
+            if (!Slots()[i][0]) {
+                std::memcpy(Slots()[i], name.c_str(), name.size() + 1);
+                return i;
+            }
+        return -1;  // beyond the slots: still removed on failure, not on a signal
+    }
+    static void Untrack(int slot) {
+        if (slot >= 0) Slots()[slot][0] = 0;
+    }
+
     static unsigned& Counter() {
         static unsigned n = 0;
         return n;
     }
     std::string m_path, m_temp;
+    int m_slot = -1;
     bool m_committed = false;
 };
 

@@ -3,6 +3,8 @@
 // messages on bad files and no output left behind after a failure.
 #include <gtest/gtest.h>
 #include <png.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -601,5 +603,31 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
     EXPECT_FALSE(Tool("--quiet stats " + dir + "/s.film").out.empty());
     EXPECT_EQ(Tool("simulate --scene sky -o " + dir + "/x.film").code, 2);
     EXPECT_EQ(Tool("simulate --size 1x9 -o " + dir + "/x.film").code, 2);
+    std::filesystem::remove_all(dir);
+}
+
+TEST(Cli, InterruptedCommandLeavesNothing) {
+    if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
+    const std::string dir = Folder("interrupt");
+    const std::string out = dir + "/s.film";
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        ::execl(THERMOKIT_TOOL_PATH, "thermokit", "simulate", "--size", "64x48", "--frames", "1000000", "-o",
+                out.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    // Interrupted once its temporary film exists (polled; no timing is measured).
+    bool started = false;
+    for (int i = 0; i < 2000 && !started; ++i) {
+        started = !List(dir).empty();
+        if (!started) ::usleep(5000);
+    }
+    ::kill(pid, SIGINT);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(started);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_TRUE(List(dir).empty());
     std::filesystem::remove_all(dir);
 }
