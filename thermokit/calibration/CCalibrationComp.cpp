@@ -1,5 +1,7 @@
 #include "thermokit/calibration/CCalibrationComp.h"
 
+#include "thermokit/environment/CRegistry.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -23,11 +25,27 @@ double Polynomial(const void* coefficients, unsigned degree, double x) {
 }  // namespace
 
 CCalibrationComp::CCalibrationComp(int extensionTypes, std::string cameraName)
-    : CCalibrationRBF(std::move(cameraName), extensionTypes) {}
+    : CCalibrationRBF(std::move(cameraName), extensionTypes) {
+    LoadStoredCameraTemperature();
+}
 
-CCalibrationComp::CCalibrationComp(const _SCalibrationRBF& param) : CCalibrationRBF(param) {}
+CCalibrationComp::CCalibrationComp(const _SCalibrationRBF& param) : CCalibrationRBF(param) {
+    LoadStoredCameraTemperature();
+}
 
-CCalibrationComp::CCalibrationComp(const char* fileName, int* result) : CCalibrationRBF(fileName, result) {}
+CCalibrationComp::CCalibrationComp(const char* fileName, int* result) : CCalibrationRBF(fileName, result) {
+    LoadStoredCameraTemperature();
+}
+
+void CCalibrationComp::LoadStoredCameraTemperature() {
+    // The acquisition software keeps the camera's last measured temperature
+    // (kelvin) under "TempCamera" in the setup key; without it the
+    // compensation waits for SetCameraTemperature.
+    CRegistry setup(CRegistry::Setup);
+    const double kelvin = setup.GetDOUBLEValue(kCameraTemperatureValue, kNoTemperature);
+    if (kelvin > 0.0 && static_cast<float>(kelvin) != kNoTemperature)
+        SetCameraTemperature(static_cast<float>(kelvin), 0);
+}
 
 int CCalibrationComp::SetCalibrationFactor(const CCnucFile::_CNUC_CALIBRATION* cal) {
     if (!cal) {

@@ -6,9 +6,9 @@
 // (see CCnucFile.h).
 //
 // The camera temperature is the one given to SetCameraTemperature (kelvin).
-// In a configured installation it is the settings value named "TempCamera"
-// (kCameraTemperatureValue), which the application reads from the settings
-// store and passes on; -999 (never set) means "no compensation".
+// The constructors start from the settings value named "TempCamera"
+// (kCameraTemperatureValue, kelvin, in the setup key "Common Setup\Setup")
+// when the store holds one; -999 (never set) means "no compensation".
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/calibration/CCnucFile.h"
 
@@ -56,6 +56,7 @@ public:
     int GetDrift(double* drift, double* gain, int* usable) const;
 
 private:
+    void LoadStoredCameraTemperature();
     int m_bCnucCal = 0;
     CCnucFile::_CNUC_CALIBRATION m_CnucCal{};
 };
