@@ -6,28 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "support/ToolRun.h"
 #include "thermokit/image/CMapping.h"
 #include "thermokit/platform/Endian.h"
 
 using namespace thermokit;
 
-namespace {
-
-std::string TempPath(const std::string& name) {
-    return ::testing::TempDir() + "mapping_" + std::to_string(::getpid()) + "_" + name;
-}
-
-std::vector<unsigned char> ReadAll(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<unsigned char>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
-void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes) {
-    std::ofstream f(path, std::ios::binary | std::ios::trunc);
-    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-}  // namespace
+using thermokit::test::ReadAll;
+using thermokit::test::TempPath;
+using thermokit::test::WriteAll;
 
 TEST(Mapping, NewMappingIsTheIdentity) {
     CMapping map(4, 2);
@@ -150,8 +137,9 @@ TEST(Mapping, HostileFilesGiveAnInvalidMapping) {
     EXPECT_EQ(missing.Apply(img), 0);
     EXPECT_EQ(missing.UnApply(img), 0);
     EXPECT_EQ(missing.Check(nullptr), 0);
-    EXPECT_EQ(missing.Save(TempPath("never.map").c_str()), 0);
-    EXPECT_FALSE(std::ifstream(TempPath("never.map")).good());
+    const std::string never = TempPath("never.map");
+    EXPECT_EQ(missing.Save(never.c_str()), 0);
+    EXPECT_FALSE(std::ifstream(never).good());
     CMapping none(static_cast<const char*>(nullptr));
     EXPECT_FALSE(none.IsValid());
 
