@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/ToolRun.h"
@@ -199,4 +201,41 @@ TEST(Mapping, CopiesShareTheTable) {
     EXPECT_EQ(assigned.GetEntry(0), 3);
     assigned = assigned;
     EXPECT_EQ(assigned.GetEntry(3), 3);
+}
+
+TEST(Mapping, WorkBufferIsNeitherSharedNorRaced) {
+    // A mirror of each 64-pixel line; applying it twice gives the image back.
+    CMapping map(64, 32);
+    for (long i = 0; i < map.GetSize(); ++i) map.SetEntry(i, static_cast<int32_t>((i / 64) * 64 + 63 - i % 64));
+    CMapping copy(map);
+    std::vector<unsigned short> original(static_cast<size_t>(map.GetSize()));
+    for (size_t i = 0; i < original.size(); ++i) original[i] = static_cast<unsigned short>(i * 7);
+
+    // The same mapping object and its copy used on several threads at once: every result stays exact.
+    std::atomic<int> wrong{0};
+    auto work = [&](CMapping* m) {
+        for (int round = 0; round < 300; ++round) {
+            std::vector<unsigned short> image = original;
+            m->Apply(image.data());
+            if (image[0] != original[63] || image[64] != original[127]) ++wrong;
+            m->UnApply(image.data());
+            if (image != original) ++wrong;
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(work, &map);
+    threads.emplace_back(work, &map);
+    threads.emplace_back(work, &copy);
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(wrong.load(), 0);
+
+    // After a larger pixel type the buffer is reused for a smaller one, and the reverse.
+    std::vector<float> f(original.begin(), original.end());
+    map.Apply(f.data());
+    EXPECT_EQ(f[0], static_cast<float>(original[63]));
+    std::vector<unsigned char> small(static_cast<size_t>(map.GetSize()), 9);
+    small[63] = 1;
+    map.Apply(small.data());
+    EXPECT_EQ(small[0], 1);
+    EXPECT_EQ(small[63], 9);
 }
