@@ -6,6 +6,7 @@
 
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CpuFeatures.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
@@ -15,9 +16,7 @@ namespace {
 // (AVX2) or eight (AVX-512) doubles at a time, chosen once at start-up.
 // Each sum is the same sequence of IEEE operations as the scalar path, and
 // no multiply-add is fused, so the results agree to the bit.
-#if defined(__x86_64__)
-__attribute__((target_clones("default", "avx2", "avx512f")))
-#endif
+THERMOKIT_CLONES
 void AccumulateVector(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
                       double* __restrict real, double* __restrict imag) {
     if (reference) {

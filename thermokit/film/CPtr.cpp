@@ -17,6 +17,7 @@
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
@@ -57,12 +58,6 @@ bool WriteFully(int fd, struct iovec* iov, int count, uint64_t offset) {
     return TransferFully([fd](const struct iovec* v, int c, off_t at) { return ::pwritev(fd, v, c, at); }, iov,
                          count, offset);
 }
-
-#if defined(__x86_64__)
-#define THERMOKIT_CLONES __attribute__((target_clones("default", "avx2", "avx512f")))
-#else
-#define THERMOKIT_CLONES
-#endif
 
 // The OR of all values: a read-only pass, cheaper than masking, that tells
 // whether a film's pixels need masking at all.

@@ -163,47 +163,34 @@ void CMapping::Scratch::Release(const unsigned char* taken) {
 }
 
 template <class T>
-int CMapping::ApplyT(T* image) {
+int CMapping::ReorderT(T* image, bool inverse) {
     if (!image || !m_pnMap) return 0;
     const long size = GetSize();
     if (size < 1) return 1;
     const size_t bytes = static_cast<size_t>(size) * sizeof(T);
     std::unique_ptr<unsigned char[]> spare;
     unsigned char* space = m_Scratch.Take(bytes, spare);
-    // Every destination is written, so the buffer needs no clearing. It is
-    // cleared all the same: measured, the gather below then runs about a
-    // quarter faster, far more than the clearing costs.
+    // Cleared first: UnApply leaves destinations no entry names at 0 (all-zero
+    // bytes are 0 for every pixel type). Apply writes every destination, but
+    // measured, its gather runs about a quarter faster into a freshly cleared
+    // buffer, far more than the clearing costs.
     std::memset(space, 0, bytes);
-    T* t = reinterpret_cast<T*>(space);
-    Gather(image, t, m_pnMap, size);
-    std::memcpy(image, t, bytes);
+    T* out = reinterpret_cast<T*>(space);
+    if (inverse)
+        Scatter(image, out, m_pnMap, size);
+    else
+        Gather(image, out, m_pnMap, size);
+    std::memcpy(image, out, bytes);
     m_Scratch.Release(space);
     return 1;
 }
 
-template <class T>
-int CMapping::UnApplyT(T* image) {
-    if (!image || !m_pnMap) return 0;
-    const long size = GetSize();
-    if (size < 1) return 1;
-    const size_t bytes = static_cast<size_t>(size) * sizeof(T);
-    std::unique_ptr<unsigned char[]> spare;
-    unsigned char* space = m_Scratch.Take(bytes, spare);
-    // Destinations no entry names stay 0 (all-zero bytes are 0 for every pixel type).
-    std::memset(space, 0, bytes);
-    T* temp = reinterpret_cast<T*>(space);
-    Scatter(image, temp, m_pnMap, size);
-    std::memcpy(image, temp, bytes);
-    m_Scratch.Release(space);
-    return 1;
-}
-
-int CMapping::Apply(unsigned char* image) { return ApplyT(image); }
-int CMapping::Apply(unsigned short* image) { return ApplyT(image); }
-int CMapping::Apply(float* image) { return ApplyT(image); }
-int CMapping::UnApply(unsigned char* image) { return UnApplyT(image); }
-int CMapping::UnApply(unsigned short* image) { return UnApplyT(image); }
-int CMapping::UnApply(float* image) { return UnApplyT(image); }
+int CMapping::Apply(unsigned char* image) { return ReorderT(image, false); }
+int CMapping::Apply(unsigned short* image) { return ReorderT(image, false); }
+int CMapping::Apply(float* image) { return ReorderT(image, false); }
+int CMapping::UnApply(unsigned char* image) { return ReorderT(image, true); }
+int CMapping::UnApply(unsigned short* image) { return ReorderT(image, true); }
+int CMapping::UnApply(float* image) { return ReorderT(image, true); }
 
 int CMapping::SetEntry(long index, int32_t source) {
     if (!m_pnMap || index < 0 || index >= GetSize()) return 0;

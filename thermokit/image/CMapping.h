@@ -83,10 +83,9 @@ protected:
     int32_t* m_pnMap = nullptr;
 
 private:
+    // Apply (inverse false) or UnApply (inverse true) for any pixel type.
     template <class T>
-    int ApplyT(T* image);
-    template <class T>
-    int UnApplyT(T* image);
+    int ReorderT(T* image, bool inverse);
     void MakeHeader(unsigned short point, unsigned short line);
 
     // The work buffer of Apply and UnApply, grown on demand and kept. It is
