@@ -58,27 +58,9 @@ CRect ClientRect(CWnd* wnd) {
 // The part of a point x line frame a display shows: rect, or the whole frame.
 CRect PartOrWhole(const CRect* rect, int point, int line) { return rect ? *rect : CRect(0, 0, point, line); }
 
-// The palette and true-colour displays differ only in the bitmap that draws; draw(to, from) is that
-// bitmap's Display into the window.
-
-// The whole frame stretched into dest (the client area when null).
-template <class Draw>
-void DisplayStretched(CWnd* wnd, const CRect* dest, int point, int line, Draw draw) {
-    const CRect src(0, 0, point, line);
-    const CRect to = dest ? *dest : ClientRect(wnd);
-    draw(&to, &src);
-}
-
-// rect of the frame (all of it when null) 1:1 at x, y.
-template <class Draw>
-void DisplayAt(unsigned short x, unsigned short y, const CRect* rect, int point, int line, Draw draw) {
-    const CRect src = PartOrWhole(rect, point, line);
-    const CRect to(x, y, x + src.Width(), y + src.Height());
-    draw(&to, &src);
-}
-
 // src of the frame (all of it when null) fitted into dest (the client area when null; a given dest is
-// changed in place to the fitted rectangle), its margins painted.
+// changed in place to the fitted rectangle), its margins painted. draw(to, from) is the palette or
+// true-colour bitmap's Display into the window.
 template <class Draw>
 void DisplayFitted(CWnd* wnd, CRect* dest, const CRect* src, int point, int line, int keepAspect,
                    int fillBackground, unsigned long colour, Draw draw) {
@@ -139,9 +121,9 @@ void CFrame::Display(CWnd* wnd, CRect* dest, CPalette* palette, CLut* lut, CRgn*
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit || !wnd) return;
-    DisplayStretched(wnd, dest, m_nPoint, m_nLine, [&](const CRect* to, const CRect* from) {
-        m_pBit->Display(wnd, palette, to, from, m_nPoint, m_nLine, region, brush);
-    });
+    const CRect src(0, 0, m_nPoint, m_nLine);
+    const CRect to = dest ? *dest : ClientRect(wnd);
+    m_pBit->Display(wnd, palette, &to, &src, m_nPoint, m_nLine, region, brush);
 }
 
 void CFrame::Display(CWnd* wnd, unsigned short x, unsigned short y, CRect* rect, CPalette* palette, CLut* lut,
@@ -149,9 +131,9 @@ void CFrame::Display(CWnd* wnd, unsigned short x, unsigned short y, CRect* rect,
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit || !wnd) return;
-    DisplayAt(x, y, rect, m_nPoint, m_nLine, [&](const CRect* to, const CRect* from) {
-        m_pBit->Display(wnd, palette, to, from, m_nPoint, m_nLine, region, brush);
-    });
+    const CRect src = PartOrWhole(rect, m_nPoint, m_nLine);
+    const CRect to(x, y, x + src.Width(), y + src.Height());
+    m_pBit->Display(wnd, palette, &to, &src, m_nPoint, m_nLine, region, brush);
 }
 
 void CFrame::Display(CWnd* wnd, CRect* dest, CRect* src, CPalette* palette, CLut* lut, int keepAspect,
@@ -174,9 +156,9 @@ void CFrame::Display24(CWnd* wnd, CRect* dest, CLut24* lut, CRgn* region, CBrush
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit24 || !wnd) return;
-    DisplayStretched(wnd, dest, m_nPoint, m_nLine, [&](const CRect* to, const CRect* from) {
-        m_pBit24->Display(wnd, to, from, m_nPoint, m_nLine, region, brush);
-    });
+    const CRect src(0, 0, m_nPoint, m_nLine);
+    const CRect to = dest ? *dest : ClientRect(wnd);
+    m_pBit24->Display(wnd, &to, &src, m_nPoint, m_nLine, region, brush);
 }
 
 void CFrame::Display24(CWnd* wnd, unsigned short x, unsigned short y, CRect* rect, CLut24* lut, CRgn* region,
@@ -184,9 +166,9 @@ void CFrame::Display24(CWnd* wnd, unsigned short x, unsigned short y, CRect* rec
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit24 || !wnd) return;
-    DisplayAt(x, y, rect, m_nPoint, m_nLine, [&](const CRect* to, const CRect* from) {
-        m_pBit24->Display(wnd, to, from, m_nPoint, m_nLine, region, brush);
-    });
+    const CRect src = PartOrWhole(rect, m_nPoint, m_nLine);
+    const CRect to(x, y, x + src.Width(), y + src.Height());
+    m_pBit24->Display(wnd, &to, &src, m_nPoint, m_nLine, region, brush);
 }
 
 void CFrame::Display24(CWnd* wnd, CRect* dest, CRect* src, CLut24* lut, int keepAspect, int fillBackground,
