@@ -2,7 +2,6 @@
 // processes: a recorded film read back, and a film of known sinusoids
 // demodulated into the amplitude and phase they were made with.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -14,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/ToolRun.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
@@ -21,35 +21,14 @@
 #include "thermokit/platform/File.h"
 
 using namespace thermokit;
+using thermokit::test::RunTool;
 
 namespace {
 
-// Saving a film reads the camera configuration: keep it in private stores,
-// for this process and the tools it starts.
-const bool kPrivateStores = [] {
-    const std::string base = ::testing::TempDir() + "tk_recording_store_" + std::to_string(::getpid());
-    ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
-    ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
-    return true;
-}();
+// Saving a film reads the camera configuration: keep it in private stores.
+const bool kPrivateStores = thermokit::test::UsePrivateStores();
 
-std::string TempName(const std::string& tag) {
-    static int counter = 0;
-    return ::testing::TempDir() + "tk_recording_" + tag + "_" + std::to_string(::getpid()) + "_" +
-           std::to_string(++counter);
-}
-
-int RunTool(const std::string& args, std::string& out) {
-    out.clear();
-    const std::string command = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>&1";
-    FILE* p = ::popen(command.c_str(), "r");
-    if (!p) return -1;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof(buf), p)) > 0) out.append(buf, n);
-    const int status = ::pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+std::string TempName(const std::string& tag) { return thermokit::test::TempPath("recording_" + tag); }
 
 // Width and height of a PNG file from its header chunk; 0, 0 when it is not one.
 void PngSize(const std::string& path, uint32_t& w, uint32_t& h) {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,22 +11,9 @@ using namespace thermokit;
 
 namespace {
 
-struct ToolRun {
-    int status;
-    std::string out;
-};
+using thermokit::test::ToolRun;
 
-ToolRun Tool(const std::string& args) {
-    const std::string cmd = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>&1";
-    ToolRun r{-1, ""};
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[512];
-    while (fgets(buf, sizeof buf, p)) r.out += buf;
-    const int s = pclose(p);
-    r.status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
-    return r;
-}
+ToolRun Tool(const std::string& args) { return thermokit::test::RunTool(args); }
 
 }  // namespace
 

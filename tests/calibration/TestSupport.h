@@ -9,22 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "support/ToolRun.h"  // TempPath, ReadAll, WriteAll
+
 namespace thermokit::test {
-
-inline std::string TempPath(const std::string& name) {
-    static int counter = 0;
-    return ::testing::TempDir() + "tk_cal_" + std::to_string(::getpid()) + "_" + std::to_string(++counter) + "_" + name;
-}
-
-inline std::vector<uint8_t> ReadAll(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-}
-
-inline void WriteAll(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream f(path, std::ios::binary | std::ios::trunc);
-    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
 
 inline void WriteText(const std::string& path, const std::string& text) {
     std::ofstream f(path, std::ios::trunc);

@@ -1,7 +1,6 @@
 // The palette command of the command-line tool, run as a process.
 #include <gtest/gtest.h>
 #include <png.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,29 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "support/ToolRun.h"
+
 namespace {
 
-struct ToolRun {
-    int status = -1;
-    std::string out;
-};
+using thermokit::test::ToolRun;
 
-ToolRun Tool(const std::string& args) {
-    ToolRun r;
-    const std::string command = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>&1";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return r;
-    char buffer[512];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) r.out.append(buffer, n);
-    const int raw = ::pclose(pipe);
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return r;
-}
+ToolRun Tool(const std::string& args) { return thermokit::test::RunTool(args); }
 
-std::string Temp(const std::string& name) {
-    return ::testing::TempDir() + "palcmd_" + std::to_string(::getpid()) + "_" + name;
-}
+std::string Temp(const std::string& name) { return thermokit::test::TempPath("palcmd_" + name); }
 
 }  // namespace
 

@@ -1,12 +1,12 @@
 // The registry command of the tool, run as a separate process.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "environment/StoreFixture.h"
+#include "support/ToolRun.h"
 #include "thermokit/environment/CRegistry.h"
 
 using namespace thermokit;
@@ -14,24 +14,10 @@ using thermokit_test::StoreTest;
 
 namespace {
 
-struct ToolRun {
-    int status = -1;
-    std::string out;
-};
+using thermokit::test::ToolRun;
 
-// Runs the tool with the given arguments (already quoted for the shell).
-ToolRun Tool(const std::string& args) {
-    ToolRun r;
-    const std::string cmd = std::string("'") + THERMOKIT_TOOL_PATH + "' " + args + " 2>/dev/null";
-    FILE* p = ::popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    const int st = ::pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return r;
-}
+// Runs the tool with the given arguments (already quoted for the shell); only its standard output is kept.
+ToolRun Tool(const std::string& args) { return thermokit::test::RunTool(args, thermokit::test::ToolErrors::kDiscarded); }
 
 }  // namespace
 

@@ -1,11 +1,11 @@
 // thermokit info and render, run as a process on a film made here.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <string>
 
 #include "FilmTestSupport.h"
+#include "support/ToolRun.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/File.h"
@@ -13,22 +13,7 @@
 using namespace thermokit;
 using namespace filmtest;
 
-namespace {
-
-// Runs the tool; returns its exit status and its standard output in out.
-int RunTool(const std::string& args, std::string& out) {
-    out.clear();
-    const std::string command = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>&1";
-    FILE* p = ::popen(command.c_str(), "r");
-    if (!p) return -1;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof(buf), p)) > 0) out.append(buf, n);
-    const int status = ::pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-}  // namespace
+using thermokit::test::RunTool;
 
 TEST(FilmCommand, InfoAndRender) {
     if (std::string(THERMOKIT_TOOL_PATH).empty()) GTEST_SKIP() << "the tool is not built";

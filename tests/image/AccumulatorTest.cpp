@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/ToolRun.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CAverage.h"
@@ -20,21 +21,9 @@ using namespace thermokit;
 
 namespace {
 // Saving reads the camera configuration: keep it in stores of the tests' own.
-const bool kPrivateStores = [] {
-    static const std::string* base =
-        new std::string(::testing::TempDir() + "tk_acc_store_" + std::to_string(::getpid()));
-    ::setenv("THERMOKIT_USER_STORE", (*base + "_user.db").c_str(), 0);
-    ::setenv("THERMOKIT_MACHINE_STORE", (*base + "_machine.db").c_str(), 0);
-    std::atexit([] {
-        std::remove((*base + "_user.db").c_str());
-        std::remove((*base + "_machine.db").c_str());
-    });
-    return true;
-}();
+const bool kPrivateStores = thermokit::test::UsePrivateStores();
 
-std::string Temp(const std::string& tag) {
-    return ::testing::TempDir() + "tk_acc_" + tag + "_" + std::to_string(::getpid()) + ".ptw";
-}
+std::string Temp(const std::string& tag) { return thermokit::test::TempPath("acc_" + tag + ".ptw"); }
 }  // namespace
 
 TEST(Average, WeightsMaskingAndRefusals) {

@@ -1,33 +1,22 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "support/ToolRun.h"
 #include "thermokit/image/CMapping.h"
 #include "thermokit/platform/Endian.h"
 
 using namespace thermokit;
 
-namespace {
-
-std::string TempPath(const std::string& name) {
-    return ::testing::TempDir() + "mapping_" + std::to_string(::getpid()) + "_" + name;
-}
-
-std::vector<unsigned char> ReadAll(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<unsigned char>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
-void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes) {
-    std::ofstream f(path, std::ios::binary | std::ios::trunc);
-    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-}  // namespace
+using thermokit::test::ReadAll;
+using thermokit::test::TempPath;
+using thermokit::test::WriteAll;
 
 TEST(Mapping, NewMappingIsTheIdentity) {
     CMapping map(4, 2);
@@ -150,8 +139,9 @@ TEST(Mapping, HostileFilesGiveAnInvalidMapping) {
     EXPECT_EQ(missing.Apply(img), 0);
     EXPECT_EQ(missing.UnApply(img), 0);
     EXPECT_EQ(missing.Check(nullptr), 0);
-    EXPECT_EQ(missing.Save(TempPath("never.map").c_str()), 0);
-    EXPECT_FALSE(std::ifstream(TempPath("never.map")).good());
+    const std::string never = TempPath("never.map");
+    EXPECT_EQ(missing.Save(never.c_str()), 0);
+    EXPECT_FALSE(std::ifstream(never).good());
     CMapping none(static_cast<const char*>(nullptr));
     EXPECT_FALSE(none.IsValid());
 
@@ -211,4 +201,41 @@ TEST(Mapping, CopiesShareTheTable) {
     EXPECT_EQ(assigned.GetEntry(0), 3);
     assigned = assigned;
     EXPECT_EQ(assigned.GetEntry(3), 3);
+}
+
+TEST(Mapping, WorkBufferIsNeitherSharedNorRaced) {
+    // A mirror of each 64-pixel line; applying it twice gives the image back.
+    CMapping map(64, 32);
+    for (long i = 0; i < map.GetSize(); ++i) map.SetEntry(i, static_cast<int32_t>((i / 64) * 64 + 63 - i % 64));
+    CMapping copy(map);
+    std::vector<unsigned short> original(static_cast<size_t>(map.GetSize()));
+    for (size_t i = 0; i < original.size(); ++i) original[i] = static_cast<unsigned short>(i * 7);
+
+    // The same mapping object and its copy used on several threads at once: every result stays exact.
+    std::atomic<int> wrong{0};
+    auto work = [&](CMapping* m) {
+        for (int round = 0; round < 300; ++round) {
+            std::vector<unsigned short> image = original;
+            m->Apply(image.data());
+            if (image[0] != original[63] || image[64] != original[127]) ++wrong;
+            m->UnApply(image.data());
+            if (image != original) ++wrong;
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(work, &map);
+    threads.emplace_back(work, &map);
+    threads.emplace_back(work, &copy);
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(wrong.load(), 0);
+
+    // After a larger pixel type the buffer is reused for a smaller one, and the reverse.
+    std::vector<float> f(original.begin(), original.end());
+    map.Apply(f.data());
+    EXPECT_EQ(f[0], static_cast<float>(original[63]));
+    std::vector<unsigned char> small(static_cast<size_t>(map.GetSize()), 9);
+    small[63] = 1;
+    map.Apply(small.data());
+    EXPECT_EQ(small[0], 1);
+    EXPECT_EQ(small[63], 9);
 }

@@ -6,6 +6,7 @@
 
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CpuFeatures.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
@@ -15,9 +16,7 @@ namespace {
 // (AVX2) or eight (AVX-512) doubles at a time, chosen once at start-up.
 // Each sum is the same sequence of IEEE operations as the scalar path, and
 // no multiply-add is fused, so the results agree to the bit.
-#if defined(__x86_64__)
-__attribute__((target_clones("default", "avx2", "avx512f")))
-#endif
+THERMOKIT_CLONES
 void AccumulateVector(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
                       double* __restrict real, double* __restrict imag) {
     if (reference) {
@@ -37,51 +36,59 @@ void AccumulateVector(const unsigned short* levels, const double* reference, int
 
 // The scalar path: four pixels a pass, then the rest one by one; kept out of
 // the vectoriser so that it stays the reference the vector path is held to.
-__attribute__((optimize("no-tree-vectorize"))) void AccumulateScalar(const unsigned short* levels,
-                                                                      const double* reference, int32_t n, double c,
-                                                                      double s, double* real, double* imag) {
+// kSubtract: each level less its reference value.
+template <bool kSubtract>
+__attribute__((optimize("no-tree-vectorize"))) void AccumulateScalarWith(const unsigned short* levels,
+                                                                          const double* reference, int32_t n,
+                                                                          double c, double s, double* real,
+                                                                          double* imag) {
+    const auto level = [&](int32_t i) {
+        if constexpr (kSubtract)
+            return static_cast<double>(levels[i]) - reference[i];
+        else
+            return static_cast<double>(levels[i]);
+    };
     int32_t i = 0;
-    if (reference) {
-        for (; i + 4 <= n; i += 4) {
-            const double d0 = static_cast<double>(levels[i]) - reference[i];
-            const double d1 = static_cast<double>(levels[i + 1]) - reference[i + 1];
-            const double d2 = static_cast<double>(levels[i + 2]) - reference[i + 2];
-            const double d3 = static_cast<double>(levels[i + 3]) - reference[i + 3];
-            real[i] += d0 * c;
-            imag[i] += d0 * s;
-            real[i + 1] += d1 * c;
-            imag[i + 1] += d1 * s;
-            real[i + 2] += d2 * c;
-            imag[i + 2] += d2 * s;
-            real[i + 3] += d3 * c;
-            imag[i + 3] += d3 * s;
-        }
-        for (; i < n; ++i) {
-            const double d = static_cast<double>(levels[i]) - reference[i];
-            real[i] += d * c;
-            imag[i] += d * s;
-        }
-    } else {
-        for (; i + 4 <= n; i += 4) {
-            const double d0 = static_cast<double>(levels[i]);
-            const double d1 = static_cast<double>(levels[i + 1]);
-            const double d2 = static_cast<double>(levels[i + 2]);
-            const double d3 = static_cast<double>(levels[i + 3]);
-            real[i] += d0 * c;
-            imag[i] += d0 * s;
-            real[i + 1] += d1 * c;
-            imag[i + 1] += d1 * s;
-            real[i + 2] += d2 * c;
-            imag[i + 2] += d2 * s;
-            real[i + 3] += d3 * c;
-            imag[i + 3] += d3 * s;
-        }
-        for (; i < n; ++i) {
-            const double d = static_cast<double>(levels[i]);
-            real[i] += d * c;
-            imag[i] += d * s;
-        }
+    for (; i + 4 <= n; i += 4) {
+        const double d0 = level(i);
+        const double d1 = level(i + 1);
+        const double d2 = level(i + 2);
+        const double d3 = level(i + 3);
+        real[i] += d0 * c;
+        imag[i] += d0 * s;
+        real[i + 1] += d1 * c;
+        imag[i + 1] += d1 * s;
+        real[i + 2] += d2 * c;
+        imag[i + 2] += d2 * s;
+        real[i + 3] += d3 * c;
+        imag[i + 3] += d3 * s;
     }
+    for (; i < n; ++i) {
+        const double d = level(i);
+        real[i] += d * c;
+        imag[i] += d * s;
+    }
+}
+
+void AccumulateScalar(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
+                      double* real, double* imag) {
+    if (reference)
+        AccumulateScalarWith<true>(levels, reference, n, c, s, real, imag);
+    else
+        AccumulateScalarWith<false>(levels, reference, n, c, s, real, imag);
+}
+
+// Recomputes a result image (value(i) at each of the n pixels, then filter) unless it already holds
+// the result for this filter; done and lastFilter record what it holds.
+template <class Value, class Filter>
+void Refresh(double* image, int32_t n, unsigned short filter, int force, unsigned short& lastFilter, int& done,
+             Value value, Filter applyFilter) {
+    if (filter != lastFilter || force) done = 0;
+    if (done) return;
+    for (int32_t i = 0; i < n; ++i) image[i] = value(i);
+    applyFilter(image, filter);
+    lastFilter = filter;
+    done = 1;
 }
 
 bool VectorAvailable() {
@@ -184,33 +191,25 @@ double CLockin::Phase(int32_t i) const {
 
 double* CLockin::GetModule(unsigned short filter, int force) {
     if (m_nFrame == 0 || !m_pModule) return nullptr;
-    if (filter != m_nModuleFilter || force) m_bModuleDone = 0;
-    if (!m_bModuleDone) {
-        const int32_t n = static_cast<int32_t>(GetSize());
-        const double scale = m_Parameters.dScaleA - m_Parameters.dScaleB;
-        for (int32_t i = 0; i < n; ++i) {
+    const double scale = m_Parameters.dScaleA - m_Parameters.dScaleB;
+    Refresh(
+        m_pModule, static_cast<int32_t>(GetSize()), filter, force, m_nModuleFilter, m_bModuleDone,
+        [&](int32_t i) {
             double m = Module(i);
             if (m_Parameters.bScaleModule) m *= scale;
             if (m_Parameters.bSignedModule && std::fabs(Phase(i)) > 90) m = -m;
-            m_pModule[i] = m;
-        }
-        ApplyFilter(m_pModule, filter);
-        m_nModuleFilter = filter;
-        m_bModuleDone = 1;
-    }
+            return m;
+        },
+        [this](double* image, unsigned short f) { ApplyFilter(image, f); });
     return m_pModule;
 }
 
 double* CLockin::GetPhase(unsigned short filter, int force) {
     if (m_nFrame == 0 || !m_pPhase) return nullptr;
-    if (filter != m_nPhaseFilter || force) m_bPhaseDone = 0;
-    if (!m_bPhaseDone) {
-        const int32_t n = static_cast<int32_t>(GetSize());
-        for (int32_t i = 0; i < n; ++i) m_pPhase[i] = Module(i) > m_Parameters.dThreshold ? Phase(i) : 0.0;
-        ApplyFilter(m_pPhase, filter);
-        m_nPhaseFilter = filter;
-        m_bPhaseDone = 1;
-    }
+    Refresh(
+        m_pPhase, static_cast<int32_t>(GetSize()), filter, force, m_nPhaseFilter, m_bPhaseDone,
+        [&](int32_t i) { return Module(i) > m_Parameters.dThreshold ? Phase(i) : 0.0; },
+        [this](double* image, unsigned short f) { ApplyFilter(image, f); });
     return m_pPhase;
 }
 
@@ -238,24 +237,10 @@ void FillBorders(double* image, int point, int line) {
                 p * sizeof(double));
 }
 
-}  // namespace
-
-void CLockin::LowPass(double* image, int point, int line) {
-    if (!image || point < 3 || line < 3) return;
-    const size_t p = static_cast<size_t>(point);
-    const std::vector<double> src(image, image + p * static_cast<size_t>(line));
-    for (int y = 1; y < line - 1; ++y)
-        for (int x = 1; x < point - 1; ++x) {
-            double sum = 0.0;
-            for (int dy = -1; dy <= 1; ++dy)
-                for (int dx = -1; dx <= 1; ++dx) sum += src[static_cast<size_t>(y + dy) * p + static_cast<size_t>(x + dx)];
-            image[static_cast<size_t>(y) * p + static_cast<size_t>(x)] = sum * 0.1111111111111111;
-        }
-    FillBorders(image, point, line);
-}
-
-void CLockin::Median(double* image, int point, int line) {
-    if (!image || point < 3 || line < 3) return;
+// Each interior pixel of image becomes reduce(v), v its 3 x 3 neighbourhood (row by row) in the
+// image as it was before; then the borders are filled.
+template <class Reduce>
+void Filter3x3(double* image, int point, int line, Reduce reduce) {
     const size_t p = static_cast<size_t>(point);
     const std::vector<double> src(image, image + p * static_cast<size_t>(line));
     for (int y = 1; y < line - 1; ++y)
@@ -264,18 +249,36 @@ void CLockin::Median(double* image, int point, int line) {
             int k = 0;
             for (int dy = -1; dy <= 1; ++dy)
                 for (int dx = -1; dx <= 1; ++dx) v[k++] = src[static_cast<size_t>(y + dy) * p + static_cast<size_t>(x + dx)];
-            for (int i = 1; i < 9; ++i) {  // ascending insertion sort
-                const double t = v[i];
-                int j = i - 1;
-                while (j >= 0 && v[j] > t) {
-                    v[j + 1] = v[j];
-                    --j;
-                }
-                v[j + 1] = t;
-            }
-            image[static_cast<size_t>(y) * p + static_cast<size_t>(x)] = v[4];
+            image[static_cast<size_t>(y) * p + static_cast<size_t>(x)] = reduce(v);
         }
     FillBorders(image, point, line);
+}
+
+}  // namespace
+
+void CLockin::LowPass(double* image, int point, int line) {
+    if (!image || point < 3 || line < 3) return;
+    Filter3x3(image, point, line, [](double* v) {
+        double sum = 0.0;
+        for (int k = 0; k < 9; ++k) sum += v[k];
+        return sum * 0.1111111111111111;
+    });
+}
+
+void CLockin::Median(double* image, int point, int line) {
+    if (!image || point < 3 || line < 3) return;
+    Filter3x3(image, point, line, [](double* v) {
+        for (int i = 1; i < 9; ++i) {  // ascending insertion sort
+            const double t = v[i];
+            int j = i - 1;
+            while (j >= 0 && v[j] > t) {
+                v[j + 1] = v[j];
+                --j;
+            }
+            v[j + 1] = t;
+        }
+        return v[4];
+    });
 }
 
 // Both results are written through the frame's film saving: a one-image film

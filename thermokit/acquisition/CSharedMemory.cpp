@@ -13,6 +13,27 @@
 
 namespace thermokit {
 
+namespace {
+
+// The wait a transfer starts with. objects holds the closed event, the other side's mutex and the
+// event that lets the transfer go, at closedAt, goneAt and the remaining index (the order is the
+// priority when several are ready). A mutex obtained means the other side has gone: it is let go again.
+template <class Transfer>
+int WaitToTransfer(const WaitObject (&objects)[3], int closedAt, int goneAt, NamedMutex& otherSide,
+                   unsigned long timeout, Transfer transfer) {
+    const int r = WaitForObjects(objects, 3, timeout);
+    if (r == kWaitTimeout) return CSharedMemory::SM_TIMEOUT;
+    if (r < 0 || r > 2) return CSharedMemory::SM_FAILED;
+    if (r == closedAt) return CSharedMemory::SM_CLOSED;
+    if (r == goneAt) {
+        otherSide.Unlock();
+        return CSharedMemory::SM_GONE;
+    }
+    return transfer();
+}
+
+}  // namespace
+
 CSharedMemory::CSharedMemory() {
     m_hClosed = new NamedEvent;
     m_hClosed->Create(nullptr, true, true);
@@ -135,13 +156,7 @@ int CSharedMemory::Write(const void* data, int length, unsigned long timeout) {
     if (m_nSide < 0) return SM_CLOSED;
     if (length < 0 || (length > 0 && !data)) return SM_FAILED;
     const WaitObject objects[3] = {{m_hClosed, nullptr}, {nullptr, &m_hSideMutex[m_nOther]}, {&m_hRead[m_nOther], nullptr}};
-    switch (WaitForObjects(objects, 3, timeout)) {
-    case 0:
-        return SM_CLOSED;
-    case 1:
-        m_hSideMutex[m_nOther].Unlock();
-        return SM_GONE;
-    case 2:
+    return WaitToTransfer(objects, 0, 1, m_hSideMutex[m_nOther], timeout, [&] {
         if (length > m_nSize) {
             m_hRead[m_nOther].Set();  // the buffer is still free
             return SM_TOO_LONG;
@@ -149,19 +164,14 @@ int CSharedMemory::Write(const void* data, int length, unsigned long timeout) {
         std::memcpy(m_pData[m_nOther], data, static_cast<size_t>(length));
         m_hWritten[m_nOther].Set();
         return SM_DONE;
-    case kWaitTimeout:
-        return SM_TIMEOUT;
-    default:
-        return SM_FAILED;
-    }
+    });
 }
 
 int CSharedMemory::Read(void* buffer, int length, unsigned long timeout) {
     if (m_nSide < 0) return SM_CLOSED;
     if (length < 0 || (length > 0 && !buffer)) return SM_FAILED;
     const WaitObject objects[3] = {{&m_hWritten[m_nSide], nullptr}, {m_hClosed, nullptr}, {nullptr, &m_hSideMutex[m_nOther]}};
-    switch (WaitForObjects(objects, 3, timeout)) {
-    case 0:
+    return WaitToTransfer(objects, 1, 2, m_hSideMutex[m_nOther], timeout, [&] {
         if (length > m_nSize) {
             m_hWritten[m_nSide].Set();  // the block stays for a read that fits
             return SM_TOO_LONG;
@@ -169,16 +179,7 @@ int CSharedMemory::Read(void* buffer, int length, unsigned long timeout) {
         std::memcpy(buffer, m_pData[m_nSide], static_cast<size_t>(length));
         m_hRead[m_nSide].Set();
         return SM_DONE;
-    case 1:
-        return SM_CLOSED;
-    case 2:
-        m_hSideMutex[m_nOther].Unlock();
-        return SM_GONE;
-    case kWaitTimeout:
-        return SM_TIMEOUT;
-    default:
-        return SM_FAILED;
-    }
+    });
 }
 
 int CSharedMemory::WriteToQueue(const void* data, int length) {

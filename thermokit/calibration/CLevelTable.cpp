@@ -2,14 +2,13 @@
 
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
 namespace {
 
-#if defined(__x86_64__)
-__attribute__((target_clones("default", "avx2", "avx512f")))
-#endif
+THERMOKIT_CLONES
 void Lookup(const float* table, unsigned short mask, const unsigned short* levels, long n, float* out) {
     for (long i = 0; i < n; ++i) out[i] = table[levels[i] & mask];
 }

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstring>
 
+#include "thermokit/display/BitmapShared.h"
 #include "thermokit/display/CLut24.h"
 #include "thermokit/platform/Display.h"
 #include "thermokit/platform/Messages.h"
@@ -48,8 +49,7 @@ CBit24::CBit24(long size, int quiet, int bottomUp) : m_bBottomUp(bottomUp) {
         m_pBuffer = new uint32_t[static_cast<size_t>(size)]();
         m_nSize = size;
     }
-    m_nPoint = static_cast<int>(size > 0 && size <= 0x7FFFFFFF ? size : 0);
-    m_nLine = m_nPoint ? 1 : 0;
+    bitmap_detail::InitialGeometry(size, m_nPoint, m_nLine);
 }
 
 CBit24::~CBit24() { delete[] m_pBuffer; }
@@ -57,8 +57,7 @@ CBit24::~CBit24() { delete[] m_pBuffer; }
 int CBit24::Update(const unsigned short* levels, CLut24* lut, const unsigned char* mask, long first, long count,
                    long step, COLORREF maskColour) {
     if (!m_pBuffer || !levels || !lut || !lut->GetBuffer() || step < 1 || first < 0 || first >= m_nSize) return 0;
-    const long available = (m_nSize - first + step - 1) / step;
-    if (count < 0 || count > available) count = available;
+    count = bitmap_detail::ClampCount(m_nSize, first, count, step);
     const uint32_t* table = lut->GetBuffer();
     const uint16_t levelMask = lut->GetMaxLevel();
     if (!mask && step == 1) {
@@ -72,41 +71,25 @@ int CBit24::Update(const unsigned short* levels, CLut24* lut, const unsigned cha
 }
 
 bool CBit24::Fits(int point, int line) const {
-    return m_pBuffer && point > 0 && line > 0 && static_cast<long>(point) * line <= m_nSize;
+    return bitmap_detail::Fits(m_pBuffer, m_nSize, point, line);
 }
 
 int CBit24::Display(CDC* dc, const CRect* dest, const CRect* src, int point, int line, const CRgn* region,
                     const CBrush* brush) {
     if (!dc || !Fits(point, line)) return 0;
     SetGeometry(point, line);
-    const CRect whole(0, 0, point, line);
-    const CRect from = src ? *src : whole;
-    const CRect to = dest ? *dest : whole;
-    if (from.IsRectEmpty() || to.IsRectEmpty()) return 0;
+    CRect to, from;
+    if (!bitmap_detail::StretchRects(dest, src, point, line, to, from)) return 0;
     const uint32_t* first = m_bBottomUp ? m_pBuffer + static_cast<long>(line - 1) * point : m_pBuffer;
     const ptrdiff_t stride = m_bBottomUp ? -static_cast<ptrdiff_t>(point) : point;
-    const bool clip = region && region->IsCreated();
-    if (clip) dc->SelectClipRgn(region);
-    const int ok = dc->StretchBlt(to, first, point, line, stride, from);
-    if (clip) {
-        dc->SelectClipRgn(nullptr);
-        if (brush) {
-            CRgn outside, box;
-            box.CreateRectRgnIndirect(&to);
-            outside.CombineRgn(&box, region, RGN_DIFF);
-            dc->FillRgn(&outside, brush);
-        }
-    }
-    return ok;
+    return bitmap_detail::BlitClipped(dc, to, region, brush,
+                                      [&] { return dc->StretchBlt(to, first, point, line, stride, from); });
 }
 
 int CBit24::Display(CWnd* wnd, const CRect* dest, const CRect* src, int point, int line, const CRgn* region,
                     const CBrush* brush) {
-    if (!wnd) return 0;
-    CDC* dc = wnd->GetDC();
-    const int ok = Display(dc, dest, src, point, line, region, brush);
-    wnd->ReleaseDC(dc);
-    return ok;
+    return bitmap_detail::DrawOnWindow(wnd,
+                                       [&](CDC* dc) { return Display(dc, dest, src, point, line, region, brush); });
 }
 
 int CBit24::Display(CWnd* wnd, int point, int line, const CRgn* region, const CBrush* brush) {
@@ -118,11 +101,8 @@ int CBit24::Display(CWnd* wnd, int point, int line, const CRgn* region, const CB
 
 int CBit24::DisplayNoStretch(CDC* dc, const CRect* rect) {
     if (!dc || !rect || !Fits(m_nPoint, m_nLine)) return 0;
-    const int w = rect->Width() < m_nPoint ? rect->Width() : m_nPoint;
-    const int h = rect->Height() < m_nLine ? rect->Height() : m_nLine;
-    if (w < 1 || h < 1) return 0;
-    const CRect src(0, 0, w, h);
-    const CRect dest(rect->left, rect->top, rect->left + w, rect->top + h);
+    CRect src, dest;
+    if (!bitmap_detail::NoStretchRects(*rect, m_nPoint, m_nLine, src, dest)) return 0;
     return Display(dc, &dest, &src, m_nPoint, m_nLine);
 }
 

@@ -55,6 +55,25 @@ CRect ClientRect(CWnd* wnd) {
     return r;
 }
 
+// The part of a point x line frame a display shows: rect, or the whole frame.
+CRect PartOrWhole(const CRect* rect, int point, int line) { return rect ? *rect : CRect(0, 0, point, line); }
+
+// src of the frame (all of it when null) fitted into dest (the client area when null; a given dest is
+// changed in place to the fitted rectangle), its margins painted. draw(to, from) is the palette or
+// true-colour bitmap's Display into the window.
+template <class Draw>
+void DisplayFitted(CWnd* wnd, CRect* dest, const CRect* src, int point, int line, int keepAspect,
+                   int fillBackground, unsigned long colour, Draw draw) {
+    const CRect from = PartOrWhole(src, point, line);
+    if (from.Width() == 0 || from.Height() == 0) return;
+    CRect client = ClientRect(wnd);
+    if (!dest) dest = &client;
+    CDC* dc = wnd->GetDC();
+    FitAndFill(dc, dest, from, keepAspect, fillBackground, colour);
+    wnd->ReleaseDC(dc);
+    draw(dest, &from);
+}
+
 }  // namespace
 
 void CFrame::InitBit() {
@@ -112,7 +131,7 @@ void CFrame::Display(CWnd* wnd, unsigned short x, unsigned short y, CRect* rect,
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit || !wnd) return;
-    const CRect src = rect ? *rect : CRect(0, 0, m_nPoint, m_nLine);
+    const CRect src = PartOrWhole(rect, m_nPoint, m_nLine);
     const CRect to(x, y, x + src.Width(), y + src.Height());
     m_pBit->Display(wnd, palette, &to, &src, m_nPoint, m_nLine, region, brush);
 }
@@ -122,14 +141,10 @@ void CFrame::Display(CWnd* wnd, CRect* dest, CRect* src, CPalette* palette, CLut
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit || !wnd) return;
-    const CRect from = src ? *src : CRect(0, 0, m_nPoint, m_nLine);
-    if (from.Width() == 0 || from.Height() == 0) return;
-    CRect client = ClientRect(wnd);
-    if (!dest) dest = &client;
-    CDC* dc = wnd->GetDC();
-    FitAndFill(dc, dest, from, keepAspect, fillBackground, colour);
-    wnd->ReleaseDC(dc);
-    m_pBit->Display(wnd, palette, dest, &from, m_nPoint, m_nLine, region, brush);
+    DisplayFitted(wnd, dest, src, m_nPoint, m_nLine, keepAspect, fillBackground, colour,
+                  [&](const CRect* to, const CRect* from) {
+                      m_pBit->Display(wnd, palette, to, from, m_nPoint, m_nLine, region, brush);
+                  });
 }
 
 void CFrame::Display24(CWnd* wnd, CLut24* lut, CRgn* region, CBrush* brush) {
@@ -151,7 +166,7 @@ void CFrame::Display24(CWnd* wnd, unsigned short x, unsigned short y, CRect* rec
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit24 || !wnd) return;
-    const CRect src = rect ? *rect : CRect(0, 0, m_nPoint, m_nLine);
+    const CRect src = PartOrWhole(rect, m_nPoint, m_nLine);
     const CRect to(x, y, x + src.Width(), y + src.Height());
     m_pBit24->Display(wnd, &to, &src, m_nPoint, m_nLine, region, brush);
 }
@@ -161,14 +176,10 @@ void CFrame::Display24(CWnd* wnd, CRect* dest, CRect* src, CLut24* lut, int keep
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit24 || !wnd) return;
-    const CRect from = src ? *src : CRect(0, 0, m_nPoint, m_nLine);
-    if (from.Width() == 0 || from.Height() == 0) return;
-    CRect client = ClientRect(wnd);
-    if (!dest) dest = &client;
-    CDC* dc = wnd->GetDC();
-    FitAndFill(dc, dest, from, keepAspect, fillBackground, colour);
-    wnd->ReleaseDC(dc);
-    m_pBit24->Display(wnd, dest, &from, m_nPoint, m_nLine, region, brush);
+    DisplayFitted(wnd, dest, src, m_nPoint, m_nLine, keepAspect, fillBackground, colour,
+                  [&](const CRect* to, const CRect* from) {
+                      m_pBit24->Display(wnd, to, from, m_nPoint, m_nLine, region, brush);
+                  });
 }
 
 void CFrame::Display24(CDC* dc, CRect* dest, CRect* src, CLut24* lut, int keepAspect, int fillBackground,
@@ -176,7 +187,7 @@ void CFrame::Display24(CDC* dc, CRect* dest, CRect* src, CLut24* lut, int keepAs
     if (!m_pBuffer) return;
     Update(lut);
     if (!m_pBit24 || !dc) return;
-    const CRect from = src ? *src : CRect(0, 0, m_nPoint, m_nLine);
+    const CRect from = PartOrWhole(src, m_nPoint, m_nLine);
     if (from.Width() == 0 || from.Height() == 0) return;
     CRect surface(0, 0, dc->GetSurface() ? dc->GetSurface()->GetWidth() : 0,
                   dc->GetSurface() ? dc->GetSurface()->GetHeight() : 0);

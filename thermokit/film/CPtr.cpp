@@ -17,15 +17,18 @@
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
 namespace {
 
-// Reads exactly the bytes of the vector, retrying after short transfers.
-bool ReadFully(int fd, struct iovec* iov, int count, uint64_t offset) {
+// Moves exactly the bytes of the vector at offset with io (preadv or pwritev), retrying after short
+// transfers and interruptions. False on an error or when nothing more moves.
+template <class VectorIo>
+bool TransferFully(VectorIo io, struct iovec* iov, int count, uint64_t offset) {
     while (count > 0) {
-        const ssize_t n = ::preadv(fd, iov, count, static_cast<off_t>(offset));
+        const ssize_t n = io(iov, count, static_cast<off_t>(offset));
         if (n < 0) {
             if (errno == EINTR) continue;
             return false;
@@ -44,36 +47,17 @@ bool ReadFully(int fd, struct iovec* iov, int count, uint64_t offset) {
         }
     }
     return true;
+}
+
+bool ReadFully(int fd, struct iovec* iov, int count, uint64_t offset) {
+    return TransferFully([fd](const struct iovec* v, int c, off_t at) { return ::preadv(fd, v, c, at); }, iov,
+                         count, offset);
 }
 
 bool WriteFully(int fd, struct iovec* iov, int count, uint64_t offset) {
-    while (count > 0) {
-        const ssize_t n = ::pwritev(fd, iov, count, static_cast<off_t>(offset));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        if (n == 0) return false;
-        offset += static_cast<uint64_t>(n);
-        size_t left = static_cast<size_t>(n);
-        while (count > 0 && left >= iov->iov_len) {
-            left -= iov->iov_len;
-            ++iov;
-            --count;
-        }
-        if (count > 0) {
-            iov->iov_base = static_cast<char*>(iov->iov_base) + left;
-            iov->iov_len -= left;
-        }
-    }
-    return true;
+    return TransferFully([fd](const struct iovec* v, int c, off_t at) { return ::pwritev(fd, v, c, at); }, iov,
+                         count, offset);
 }
-
-#if defined(__x86_64__)
-#define THERMOKIT_CLONES __attribute__((target_clones("default", "avx2", "avx512f")))
-#else
-#define THERMOKIT_CLONES
-#endif
 
 // The OR of all values: a read-only pass, cheaper than masking, that tells
 // whether a film's pixels need masking at all.

@@ -6,16 +6,11 @@
 
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CpuFeatures.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
 namespace {
-
-#if defined(__x86_64__)
-#define THERMOKIT_CLONES __attribute__((target_clones("default", "avx2", "avx512f")))
-#else
-#define THERMOKIT_CLONES
-#endif
 
 // sum[i] += (data[i] & mask) x weight. Every variant does the same two
 // correctly rounded double operations a pixel, so they agree bit for bit.

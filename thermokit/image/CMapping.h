@@ -15,6 +15,10 @@
 //
 // Copies and assignments share the table with their source (member-wise
 // copy); the table lives as long as any mapping holding it.
+//
+// Apply and UnApply work in a buffer the mapping keeps between calls, so
+// that they allocate nothing once it is large enough.
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -79,13 +83,33 @@ protected:
     int32_t* m_pnMap = nullptr;
 
 private:
+    // Apply (inverse false) or UnApply (inverse true) for any pixel type.
     template <class T>
-    int ApplyT(T* image);
-    template <class T>
-    int UnApplyT(T* image);
+    int ReorderT(T* image, bool inverse);
     void MakeHeader(unsigned short point, unsigned short line);
 
+    // The work buffer of Apply and UnApply, grown on demand and kept. It is
+    // not shared: a copy starts without one, an assignment keeps its own. A
+    // call that finds it in use (the same mapping applied on two threads at
+    // once) works in a buffer of its own.
+    class Scratch {
+    public:
+        Scratch() = default;
+        Scratch(const Scratch&) {}
+        Scratch& operator=(const Scratch&) { return *this; }
+        // At least bytes bytes, suitably aligned for any pixel type, until
+        // Release(); spare holds them when the kept buffer is in use.
+        unsigned char* Take(size_t bytes, std::unique_ptr<unsigned char[]>& spare);
+        void Release(const unsigned char* taken);
+
+    private:
+        std::unique_ptr<unsigned char[]> m_pData;
+        size_t m_nBytes = 0;
+        std::atomic<bool> m_bBusy{false};
+    };
+
     std::shared_ptr<int32_t[]> m_pOwner;  // owns m_pnMap, shared by copies
+    Scratch m_Scratch;
 };
 
 }  // namespace thermokit

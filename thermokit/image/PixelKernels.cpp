@@ -4,6 +4,8 @@
 #include <cstring>
 #include <vector>
 
+#include "thermokit/platform/TargetClones.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -11,11 +13,7 @@
 // Several instruction sets for the hot loops, the best one chosen once by the
 // loader (GCC function multiversioning). The loops are plain C++; every
 // variant computes the same integer results.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define TK_CLONES __attribute__((target_clones("default", "arch=x86-64-v3", "arch=x86-64-v4")))
-#else
-#define TK_CLONES
-#endif
+#define TK_CLONES THERMOKIT_CLONES_V3_V4
 #define TK_INLINE inline __attribute__((always_inline))
 
 namespace thermokit::kernels {

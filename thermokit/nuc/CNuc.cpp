@@ -9,16 +9,13 @@
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
+#include "thermokit/platform/TargetClones.h"
 #include "thermokit/platform/Text.h"
 #include "thermokit/platform/WaitCursor.h"
 
 // x86-64-v4 brings AVX-512 BW/VL, which the 16-bit packing needs to run at
 // full width; v3 is AVX2 (no contraction into FMA: the build forbids it).
-#if defined(__x86_64__)
-#define THERMOKIT_NUC_CLONES __attribute__((target_clones("default", "arch=x86-64-v3", "arch=x86-64-v4")))
-#else
-#define THERMOKIT_NUC_CLONES
-#endif
+#define THERMOKIT_NUC_CLONES THERMOKIT_CLONES_V3_V4
 
 namespace thermokit {
 

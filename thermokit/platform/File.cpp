@@ -162,23 +162,55 @@ void File::Close() {
     }
 }
 
-size_t File::Read(void* data, size_t size) {
-    if (m_fd < 0 || (!data && size)) {
-        Fail(EBADF);
-        return 0;
-    }
+namespace {
+
+// Reads up to size bytes from the current position or, positioned, from offset, retrying after short
+// reads and interruptions; stops at the end of the file or at an error. Returns the bytes read; err gets
+// the error (0 when none).
+size_t ReadLoop(int fd, bool positioned, uint64_t offset, char* p, size_t size, int& err) {
+    err = 0;
     size_t done = 0;
-    auto* p = static_cast<char*>(data);
     while (done < size) {
-        const ssize_t n = ::read(m_fd, p + done, size - done);
+        const ssize_t n = positioned ? ::pread(fd, p + done, size - done, static_cast<off_t>(offset + done))
+                                     : ::read(fd, p + done, size - done);
         if (n < 0) {
             if (errno == EINTR) continue;
-            Fail(errno);
+            err = errno;
             break;
         }
         if (n == 0) break;
         done += static_cast<size_t>(n);
     }
+    return done;
+}
+
+// Writes all size bytes at the current position or, positioned, at offset, retrying after short writes
+// and interruptions. Returns 0 when all are written, else the error (ENOSPC when nothing more goes).
+int WriteLoop(int fd, bool positioned, uint64_t offset, const char* p, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t n = positioned ? ::pwrite(fd, p + done, size - done, static_cast<off_t>(offset + done))
+                                     : ::write(fd, p + done, size - done);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        if (n == 0) return ENOSPC;
+        done += static_cast<size_t>(n);
+    }
+    return 0;
+}
+
+}  // namespace
+
+size_t File::Read(void* data, size_t size) {
+    if (m_fd < 0 || (!data && size)) {
+        Fail(EBADF);
+        return 0;
+    }
+    int err = 0;
+    const size_t done = ReadLoop(m_fd, false, 0, static_cast<char*>(data), size, err);
+    if (err) Fail(err);
     return done;
 }
 
@@ -187,22 +219,9 @@ bool File::Write(const void* data, size_t size) {
         Fail(EBADF);
         return false;
     }
-    size_t done = 0;
-    const auto* p = static_cast<const char*>(data);
-    while (done < size) {
-        const ssize_t n = ::write(m_fd, p + done, size - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            Fail(errno);
-            return false;
-        }
-        if (n == 0) {
-            Fail(ENOSPC);
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
+    const int err = WriteLoop(m_fd, false, 0, static_cast<const char*>(data), size);
+    if (err) Fail(err);
+    return err == 0;
 }
 
 size_t File::ReadAt(uint64_t offset, void* data, size_t size) {
@@ -210,18 +229,9 @@ size_t File::ReadAt(uint64_t offset, void* data, size_t size) {
         Fail(EBADF);
         return 0;
     }
-    size_t done = 0;
-    auto* p = static_cast<char*>(data);
-    while (done < size) {
-        const ssize_t n = ::pread(m_fd, p + done, size - done, static_cast<off_t>(offset + done));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            Fail(errno);
-            break;
-        }
-        if (n == 0) break;
-        done += static_cast<size_t>(n);
-    }
+    int err = 0;
+    const size_t done = ReadLoop(m_fd, true, offset, static_cast<char*>(data), size, err);
+    if (err) Fail(err);
     return done;
 }
 
@@ -230,22 +240,9 @@ bool File::WriteAt(uint64_t offset, const void* data, size_t size) {
         Fail(EBADF);
         return false;
     }
-    size_t done = 0;
-    const auto* p = static_cast<const char*>(data);
-    while (done < size) {
-        const ssize_t n = ::pwrite(m_fd, p + done, size - done, static_cast<off_t>(offset + done));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            Fail(errno);
-            return false;
-        }
-        if (n == 0) {
-            Fail(ENOSPC);
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
+    const int err = WriteLoop(m_fd, true, offset, static_cast<const char*>(data), size);
+    if (err) Fail(err);
+    return err == 0;
 }
 
 int64_t File::Seek(int64_t offset, SeekPosition from) {
