@@ -107,14 +107,7 @@ int RunExport(const ExportOptions& o) {
     unsigned long first = 0, last = 0;
     if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
     std::unique_ptr<CCalibration> cal;
-    if (!o.calib.empty() || o.embedded) {
-        if (film.doubles) {
-            Error("file " + o.file + ": a film of doubles holds values already; --calib and --embedded apply to levels");
-            return kFailed;
-        }
-        cal = LoadCalibration(o.calib, o.embedded, *film.ptr, o.file);
-        if (!cal) return kFailed;
-    }
+    if (!LoadOptionalCalibration(o.calib, o.embedded, film, o.file, cal)) return kFailed;
     const long size = static_cast<long>(film.point) * film.line;
     const unsigned long count = last - first + 1;
     CLevelTable table;

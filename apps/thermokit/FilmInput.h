@@ -263,6 +263,20 @@ inline std::unique_ptr<CCalibration> LoadCalibration(const std::string& calibPat
     return cal;
 }
 
+// The optional calibration of a command that converts levels (--calib FILE or
+// --embedded). True when the command may go on: cal stays null when neither
+// option was given. A film of doubles holds values already and is refused.
+inline bool LoadOptionalCalibration(const std::string& calibPath, bool embedded, Film& film,
+                                    const std::string& filmPath, std::unique_ptr<CCalibration>& cal) {
+    if (calibPath.empty() && !embedded) return true;
+    if (film.doubles) {
+        Error("file " + filmPath + ": a film of doubles holds values already; --calib and --embedded apply to levels");
+        return false;
+    }
+    cal = LoadCalibration(calibPath, embedded, *film.ptr, filmPath);
+    return cal != nullptr;
+}
+
 // The unit of the calibrated values: the curve's Y unit, or degrees Celsius for a law.
 inline std::string CalibrationUnit(CCalibration& cal, bool embedded) {
     if (embedded) return "degC";

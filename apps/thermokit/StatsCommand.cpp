@@ -84,14 +84,7 @@ int RunStats(const StatsOptions& o) {
         }
     }
     std::unique_ptr<CCalibration> cal;
-    if (!o.calib.empty() || o.embedded) {
-        if (film.doubles) {
-            Error("file " + o.file + ": a film of doubles holds values already; --calib and --embedded apply to levels");
-            return kFailed;
-        }
-        cal = LoadCalibration(o.calib, o.embedded, *film.ptr, o.file);
-        if (!cal) return kFailed;
-    }
+    if (!LoadOptionalCalibration(o.calib, o.embedded, film, o.file, cal)) return kFailed;
     CLevelTable table;
     if (cal) table.Build(*cal, film.ptr->GetMaxLevel());
     const std::string unit = cal ? CalibrationUnit(*cal, o.embedded) : std::string();
