@@ -33,7 +33,7 @@ std::string TempDir() {
 const std::string& Film() {
     // Never destroyed, so that the exit handler can still remove the file.
     static const std::string& name = *[] {
-        auto* n = new std::string(TempDir() + "thermokit_bench_film_" + std::to_string(::getpid()) + ".ptw");
+        auto* n = new std::string(TempDir() + "thermokit_bench_film_" + std::to_string(::getpid()) + ".film");
         CPtr film(kPoint, kLine, 14, 0, 1, 0);
         film.SetFileName(*n);
         const auto img = bench::MakeImage(kPoint, kLine);
@@ -82,7 +82,7 @@ BENCHMARK(BM_ReadNextFrame);
 
 // AddFrame appending to a film (a fresh film every 1,000 images).
 void BM_AddFrame(benchmark::State& state) {
-    const std::string name = TempDir() + "thermokit_bench_add_" + std::to_string(::getpid()) + ".ptw";
+    const std::string name = TempDir() + "thermokit_bench_add_" + std::to_string(::getpid()) + ".film";
     auto film = std::make_unique<CPtr>(kPoint, kLine, 14, 0, 1, 0);
     film->SetFileName(name);
     const auto img = bench::MakeImage(kPoint, kLine);

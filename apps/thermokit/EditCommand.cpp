@@ -132,7 +132,7 @@ RegisterCommand reg(350, [](CLI::App& app) {
     sub->add_option("--rotate", o->rotate, "Quarter turns after the crop: 90 (clockwise), 180 or 270");
     sub->add_option("--flip", o->flip, "Mirror after the turn: h (columns) or v (lines)");
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
-    sub->footer("Example: thermokit edit run.ptw -o part.ptw --crop 64,32,320,240 --rotate 90 --frames 10:59");
+    sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59");
     sub->callback([o] { SetAction([o] { return RunEdit(*o); }); });
 });
 

@@ -220,7 +220,7 @@ RegisterCommand reg(320, [](CLI::App& app) {
     auto* cut = sub->add_option("--cut", o->cut, "png: percent of the pixels cut from the display range (default 1)")
                     ->check(CLI::Range(0.0, 100.0));
     range->excludes(cut);
-    sub->footer("Example: thermokit export run.ptw --frames 0:99 --format npy --embedded -o run.npy");
+    sub->footer("Example: thermokit export run.film --frames 0:99 --format npy --embedded -o run.npy");
     sub->callback([o] { SetAction([o] { return RunExport(*o); }); });
 });
 

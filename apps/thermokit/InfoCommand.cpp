@@ -556,7 +556,7 @@ RegisterCommand reg(300, [](CLI::App& app) {
         ->required();
     info->add_flag("--json", options->json, "Write JSON instead of name: value lines");
     info->add_option("--frame", options->frame, "Films: also show the image header of this frame")->check(CLI::NonNegativeNumber);
-    info->footer("Example: thermokit info run.ptw --frame 10 --json");
+    info->footer("Example: thermokit info run.film --frame 10 --json");
     info->callback([options] { SetAction([options] { return RunInfo(*options); }); });
 });
 

@@ -157,7 +157,7 @@ RegisterCommand reg(330, [](CLI::App& app) {
     lockin->add_option("-o,--output", options->prefix,
                        "Prefix of the results: PREFIX_module.film, PREFIX_phase.film and their .png pictures")
         ->required();
-    lockin->footer("Example: thermokit lockin run.ptw --frequency 0.5 --frame-rate 50 --filter median -o run");
+    lockin->footer("Example: thermokit lockin run.film --frequency 0.5 --frame-rate 50 --filter median -o run");
     lockin->callback([options] { SetAction([options] { return RunLockin(*options); }); });
 });
 

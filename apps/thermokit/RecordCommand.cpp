@@ -169,7 +169,7 @@ RegisterCommand reg(320, [](CLI::App& app) {
         ->check(CLI::Range(1, 1024));
     record->add_option("--bank-size", options->bankSize, "Bytes of one bank, the size of every disk write (default 1048576)")
         ->check(CLI::Range(1ul, 0xFFFFFFFFul));
-    record->footer("Example: thermokit record -o run.ptw --frames 500 --size 640x512 --bits 14 --rate 200 --banks 16 --bank-size 4194304");
+    record->footer("Example: thermokit record -o run.film --frames 500 --size 640x512 --bits 14 --rate 200 --banks 16 --bank-size 4194304");
     record->callback([options] { SetAction([options] { return RunRecord(*options); }); });
 });
 

@@ -88,7 +88,7 @@ RegisterCommand reg(310, [](CLI::App& app) {
                     ->check(CLI::Range(0.0, 100.0));
     range->excludes(cut);
     render->add_option("-o,--output", options->output, "PNG file to write")->required();
-    render->footer("Example: thermokit render run.ptw --frame 10 --palette \"Hot Metal\" --cut 2 -o frame.png");
+    render->footer("Example: thermokit render run.film --frame 10 --palette \"Hot Metal\" --cut 2 -o frame.png");
     render->callback([options] { SetAction([options] { return RunRender(*options); }); });
 });
 

@@ -117,7 +117,7 @@ RegisterCommand reg(360, [](CLI::App& app) {
     sub->add_option("--seed", o->seed, "Seed of the camera's maps and noise (default 1)");
     sub->add_flag("--defects", o->defects, "Dead, hot and noisy pixels (about one of each kind in 5,000)");
     sub->add_option("--truth", o->truth, "Also write the true temperatures as a film of doubles");
-    sub->footer("Example: thermokit simulate --scene plate --size 640x512 --frames 50 --move 2 -o plate.ptw");
+    sub->footer("Example: thermokit simulate --scene plate --size 640x512 --frames 50 --move 2 -o plate.film");
     sub->callback([o] { SetAction([o] { return RunSimulate(*o); }); });
 });
 

@@ -170,7 +170,7 @@ RegisterCommand reg(330, [](CLI::App& app) {
     calib->excludes(embedded);
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
     sub->add_flag("--csv", o->csv, "Comma-separated values with a header line");
-    sub->footer("Example: thermokit stats run.ptw --roi 100,80,64,48 --embedded --csv > run.csv");
+    sub->footer("Example: thermokit stats run.film --roi 100,80,64,48 --embedded --csv > run.csv");
     sub->callback([o] { SetAction([o] { return RunStats(*o); }); });
 });
 

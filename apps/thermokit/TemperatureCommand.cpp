@@ -151,7 +151,7 @@ RegisterCommand reg(340, [](CLI::App& app) {
     pixel->excludes(roi);
     sub->add_option("--frame", o->frame, "Frame number (default 0)")->check(CLI::NonNegativeNumber);
     sub->add_flag("--json", o->json, "Write JSON");
-    sub->footer("Example: thermokit temperature run.ptw --embedded --pixel 320,256 --frame 5");
+    sub->footer("Example: thermokit temperature run.film --embedded --pixel 320,256 --frame 5");
     sub->callback([o] {
         if (o->calib.empty() && !o->embedded)
             throw CLI::ValidationError("temperature", "give --calib FILE or --embedded");

@@ -438,7 +438,7 @@ TEST(FilmAccess, SavingOneImageFilmsAndWriteFailures) {
 
     // A file that cannot be made: the save message, nothing counted.
     MessageRecorder rec;
-    const std::string bad = ::testing::TempDir() + "no_such_dir_tk/x.ptw";
+    const std::string bad = ::testing::TempDir() + "no_such_dir_tk/x.film";
     CPtr film(8, 8, 16, 0, 1, 0);
     EXPECT_EQ(film.SaveFrame(bad.c_str(), film.GetFrame(), nullptr), 0);
     ASSERT_GE(rec.Count(), 1u);

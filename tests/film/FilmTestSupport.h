@@ -22,7 +22,7 @@ inline const bool kPrivateStores = thermokit::test::UsePrivateStores();
 // A film path of its own, named after the running test.
 inline std::string TempName(const std::string& tag) {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    return thermokit::test::TempPath(std::string(info ? info->name() : "x") + "_" + tag + ".ptw");
+    return thermokit::test::TempPath(std::string(info ? info->name() : "x") + "_" + tag + ".film");
 }
 
 using thermokit::test::ReadAll;

@@ -23,7 +23,7 @@ namespace {
 // Saving reads the camera configuration: keep it in stores of the tests' own.
 const bool kPrivateStores = thermokit::test::UsePrivateStores();
 
-std::string Temp(const std::string& tag) { return thermokit::test::TempPath("acc_" + tag + ".ptw"); }
+std::string Temp(const std::string& tag) { return thermokit::test::TempPath("acc_" + tag + ".film"); }
 }  // namespace
 
 TEST(Average, WeightsMaskingAndRefusals) {
@@ -242,7 +242,7 @@ TEST(Noise, SaveNoiseReturnsOneWhateverTheSaveGave) {
     File::Remove(name);
 
     MessageRecorder rec;
-    const std::string bad = ::testing::TempDir() + "no_such_dir_tk/noise.ptw";
+    const std::string bad = ::testing::TempDir() + "no_such_dir_tk/noise.film";
     EXPECT_EQ(noise.SaveNoise(bad.c_str(), "", ""), 1);
     EXPECT_GE(rec.Count(), 1u);  // the save failed and said so
     EXPECT_FALSE(File::Exists(bad));

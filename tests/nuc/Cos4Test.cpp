@@ -138,7 +138,7 @@ TEST(Cos4, CopiesShareTheFactorsAndCalculateSaves) {
     EXPECT_EQ(c.GetCoef(), a.GetCoef());
     EXPECT_EQ(c.GetPoint(), 16);
 
-    const std::string name = ::testing::TempDir() + "tk_cos4_" + std::to_string(::getpid()) + ".ptw";
+    const std::string name = ::testing::TempDir() + "tk_cos4_" + std::to_string(::getpid()) + ".film";
     ASSERT_EQ(a.Calculate(name), 1);
     CPtrFloat film(name, 0, 0, 1);
     ASSERT_EQ(film.IsValid(), 1);
