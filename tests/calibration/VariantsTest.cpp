@@ -2,8 +2,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -46,6 +44,9 @@ _SCalibrationRBF NonLinearLaw() {
 }
 
 }  // namespace
+
+// The compensated calibration reads the settings store: keep it private to this test run.
+const bool kPrivateStores = thermokit::test::UsePrivateStores();
 
 TEST(RBFRecord, LayoutAndFilmBlock) {
     _SCalibrationRBF p = NonLinearLaw();
@@ -433,34 +434,14 @@ TEST(LevelTable, WholeFrameMasksWithItsBitDepth) {
 
 
 TEST(Compensated, ConstructorsStartFromTheStoredCameraTemperature) {
-    // Private stores for this test only; the previous environment comes back after.
-    const std::string base = ::testing::TempDir() + "tk_tempcamera_" + std::to_string(::getpid());
-    const char* names[] = {"THERMOKIT_USER_STORE", "THERMOKIT_MACHINE_STORE"};
-    std::string saved[2];
-    bool had[2];
-    for (int i = 0; i < 2; ++i) {
-        const char* v = std::getenv(names[i]);
-        had[i] = v != nullptr;
-        if (v) saved[i] = v;
-    }
-    ::setenv(names[0], (base + "_user.db").c_str(), 1);
-    ::setenv(names[1], (base + "_machine.db").c_str(), 1);
-
+    thermokit::CRegistry setup(thermokit::CRegistry::Setup);
+    setup.DeleteValue(thermokit::CCalibrationComp::kCameraTemperatureValue);
     {
         thermokit::CCalibrationComp none(0, "cam");
         EXPECT_EQ(none.GetCameraTemperature(), thermokit::CCalibrationComp::kNoTemperature);
     }
-    {
-        thermokit::CRegistry setup(thermokit::CRegistry::Setup);
-        ASSERT_NE(setup.SetDOUBLEValue(thermokit::CCalibrationComp::kCameraTemperatureValue, 301.25, 3), 0);
-    }
+    ASSERT_NE(setup.SetDOUBLEValue(thermokit::CCalibrationComp::kCameraTemperatureValue, 301.25, 3), 0);
     thermokit::CCalibrationComp stored(0, "cam");
     EXPECT_FLOAT_EQ(stored.GetCameraTemperature(), 301.25f);
-
-    for (int i = 0; i < 2; ++i) {
-        if (had[i]) ::setenv(names[i], saved[i].c_str(), 1);
-        else ::unsetenv(names[i]);
-    }
-    std::remove((base + "_user.db").c_str());
-    std::remove((base + "_machine.db").c_str());
+    setup.DeleteValue(thermokit::CCalibrationComp::kCameraTemperatureValue);
 }

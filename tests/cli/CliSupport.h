@@ -1,15 +1,12 @@
 #pragma once
 // Running the tool as a process on files made by the library, in a folder of
 // the test's own.
-#include <sys/wait.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
+
+#include "support/ToolRun.h"
 
 namespace clitest {
 
@@ -19,12 +16,12 @@ struct Result {
 };
 
 inline std::string ReadText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    const std::vector<uint8_t> bytes = thermokit::test::ReadAll(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 inline void WriteText(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    thermokit::test::WriteAll(path, std::vector<uint8_t>(text.begin(), text.end()));
 }
 
 // A fresh, empty folder for one test.
@@ -46,19 +43,8 @@ inline std::vector<std::string> List(const std::string& dir) {
 // Runs "thermokit ARGS" (ARGS as a shell would split them) with its two
 // outputs captured apart.
 inline Result Tool(const std::string& args) {
-    Result r;
-    const std::string errFile = ::testing::TempDir() + "thermokit_cli_stderr_" + std::to_string(::getpid());
-    const std::string command = std::string(THERMOKIT_TOOL_PATH) + " " + args + " 2>" + errFile;
-    FILE* p = ::popen(command.c_str(), "r");
-    if (!p) return r;
-    char buf[65536];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof(buf), p)) > 0) r.out.append(buf, n);
-    const int status = ::pclose(p);
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.err = ReadText(errFile);
-    std::remove(errFile.c_str());
-    return r;
+    thermokit::test::ToolRun run = thermokit::test::RunTool(args, thermokit::test::ToolErrors::kSeparate);
+    return Result{run.status, std::move(run.out), std::move(run.err)};
 }
 
 }  // namespace clitest

@@ -18,23 +18,35 @@ namespace thermokit::test {
 struct ToolRun {
     int status = -1;  // the exit status; -1 when the tool could not be started or did not exit normally
     std::string out;  // what it printed
+    std::string err;  // its standard error, with ToolErrors::kSeparate
 };
 
-enum class ToolErrors { kCaptured, kDiscarded };
+// Standard error: mixed into out, thrown away, or kept apart in err.
+enum class ToolErrors { kCaptured, kDiscarded, kSeparate };
 
-// Runs the built tool with args (already quoted for the shell). Its standard error is captured with
-// its standard output, or discarded.
+inline std::vector<uint8_t> ReadAll(const std::string& path);
+
+// Runs the built tool with args (already quoted for the shell).
 inline ToolRun RunTool(const std::string& args, ToolErrors errors = ToolErrors::kCaptured) {
     ToolRun r;
-    const std::string command = std::string("'") + THERMOKIT_TOOL_PATH + "' " + args +
-                                (errors == ToolErrors::kCaptured ? " 2>&1" : " 2>/dev/null");
+    const std::string errFile =
+        ::testing::TempDir() + "tk_tool_stderr_" + std::to_string(::getpid());
+    const std::string redirect = errors == ToolErrors::kCaptured    ? " 2>&1"
+                                 : errors == ToolErrors::kDiscarded ? " 2>/dev/null"
+                                                                    : " 2>'" + errFile + "'";
+    const std::string command = std::string("'") + THERMOKIT_TOOL_PATH + "' " + args + redirect;
     FILE* p = ::popen(command.c_str(), "r");
     if (!p) return r;
-    char buf[4096];
+    char buf[65536];
     size_t n;
     while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
     const int status = ::pclose(p);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (errors == ToolErrors::kSeparate) {
+        const std::vector<uint8_t> bytes = ReadAll(errFile);
+        r.err.assign(bytes.begin(), bytes.end());
+        std::remove(errFile.c_str());
+    }
     return r;
 }
 
