@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "thermokit/platform/File.h"
+
 namespace thermokit {
 
 namespace {
@@ -69,7 +71,7 @@ int CResponseFile::Save(const char* fileName) {
 
 int CResponseFile::ReadFile() {
     m_aData.clear();
-    FILE* f = std::fopen(m_strFileName.c_str(), "r");
+    FILE* f = File::OpenStream(m_strFileName, "r");
     if (!f) return 0;
     char a[kTokenSize] = {};
     char b[kTokenSize] = {};
@@ -89,7 +91,7 @@ int CResponseFile::ReadFile() {
 }
 
 int CResponseFile::WriteFile() {
-    FILE* f = std::fopen(m_strFileName.c_str(), "w+");
+    FILE* f = File::OpenStream(m_strFileName, "w+b");  // bytes as written, "\n" on every system
     if (!f) return 0;
     std::fprintf(f, "%s\n", "RSP");
     std::fprintf(f, "Lambda\tTransmission\n");

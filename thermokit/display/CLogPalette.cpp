@@ -11,6 +11,7 @@
 #include "thermokit/display/CBit24.h"
 #include "thermokit/display/CLut.h"
 #include "thermokit/display/CLut24.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit {
 
@@ -85,7 +86,7 @@ struct CLogPalette::IniReader {
 
     bool Read(const char* path) {
         sections.clear();
-        std::ifstream in(path, std::ios::binary);
+        std::ifstream in(PathFromUtf8(path), std::ios::binary);
         if (!in) return false;
         std::string raw;
         Section* current = nullptr;
