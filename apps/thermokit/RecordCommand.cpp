@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
@@ -21,6 +22,10 @@ namespace thermokit::cli {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// A film counts its frames in 32 bits; where long has 32 bits itself (Windows),
+// its own limit is lower.
+constexpr long kMaxFrames = static_cast<long>(std::min<long long>(4294967295LL, std::numeric_limits<long>::max()));
 
 struct RecordOptions {
     std::string output;
@@ -160,7 +165,7 @@ RegisterCommand reg(320, [](CLI::App& app) {
     auto options = std::make_shared<RecordOptions>();
     auto* record = app.add_subcommand("record", "Record a synthetic moving pattern through the bank ring into a film");
     record->add_option("-o,--output", options->output, "Film file to write")->required();
-    record->add_option("--frames", options->frames, "Number of frames")->required()->check(CLI::Range(1L, 4294967295L));
+    record->add_option("--frames", options->frames, "Number of frames")->required()->check(CLI::Range(1L, kMaxFrames));
     record->add_option("--size", options->size, "Frame size WxH (default 640x512)");
     record->add_option("--bits", options->bits, "Bit depth, 1 to 16 (default 14)")->check(CLI::Range(1, 16));
     record->add_option("--rate", options->rate, "Frames per second; 0 records as fast as possible (default 100)")
