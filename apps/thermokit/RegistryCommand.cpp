@@ -13,8 +13,6 @@
 // --subkey PATH (a path below the key) and --machine or --user to work on one
 // root only; without them reads look at the user's copy, then the machine's,
 // and writes follow the administrator rule of the store.
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -99,9 +97,7 @@ bool UseUser(const Options& o, int key) { return CRegistry::HasUserRoot(key) && 
 
 // A key that already exists, without creating the store or the key.
 HKEY OpenExisting(RegistryRoot root, const std::string& path, bool write) {
-    const std::string file = RegistryStore::StorePath(root);
-    struct stat st {};
-    if (file.empty() || ::stat(file.c_str(), &st) != 0) return HKEY();
+    if (!RegistryStore::Exists(RegistryStore::StorePath(root))) return HKEY();
     return RegistryKey::OpenRoot(root, write).OpenSubKey(path, false);
 }
 
@@ -383,8 +379,13 @@ RegisterCommand reg(700, [](CLI::App& app) {
     auto* registry = app.add_subcommand("registry", "Read and change the settings store (machine and user)");
     registry->require_subcommand(1);
     registry->footer(
+#if defined(_WIN32)
+        "Stores: machine HKEY_LOCAL_MACHINE ($THERMOKIT_MACHINE_STORE), user HKEY_CURRENT_USER "
+        "($THERMOKIT_USER_STORE); a variable names another key (HKLM\\..., HKCU\\...) or a private store.\n"
+#else
         "Stores: machine /var/lib/thermokit/registry.db ($THERMOKIT_MACHINE_STORE), user "
         "$XDG_CONFIG_HOME/thermokit/registry.db or ~/.config/thermokit/registry.db ($THERMOKIT_USER_STORE).\n"
+#endif
         "Keys: 0 Global Data, 1 Common Setup, 2 Application Data, 3 Services, 4 Boards, 5 Cameras, 6 Detectors, "
         "7 Lenses, 8 Setup, 9 Virtual Camera, 10 Install, 11 WindowPos, 12 .NETFramework.\n"
         "Example: thermokit registry get setup Camera");
