@@ -17,6 +17,7 @@
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
@@ -47,7 +48,7 @@ int RunCorrect(const CorrectOptions& o) {
         }
     }
     std::error_code ec;
-    if (File::Exists(o.output) && std::filesystem::equivalent(o.film, o.output, ec)) {
+    if (File::Exists(o.output) && std::filesystem::equivalent(PathFromUtf8(o.film), PathFromUtf8(o.output), ec)) {
         Error("file " + o.output + ": the output would overwrite the input film");
         return kUsage;
     }

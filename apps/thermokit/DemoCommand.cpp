@@ -39,6 +39,7 @@
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/CWnd.h"
+#include "thermokit/platform/Utf8Path.h"
 #include "thermokit/simulation/CRadiometricFit.h"
 #include "thermokit/simulation/CSimDetector.h"
 #include "thermokit/simulation/CSimFilm.h"
@@ -87,7 +88,7 @@ private:
     void Begin(const char* text);
     void End(unsigned long frames);
     // Film helpers.
-    std::string Film(const std::string& name) const { return (m_dir / "films" / name).string(); }
+    std::string Film(const std::string& name) const { return Utf8FromPath(m_dir / "films" / PathFromUtf8(name)); }
     int ReadAverage(const std::string& path, bool corrected, std::vector<double>& mean, unsigned long& frames);
     bool Record(const std::string& name, const CSimScene& scene, unsigned long frames, const std::string& truth = "",
                 const CSimFilm::FrameHook& hook = CSimFilm::FrameHook());
@@ -160,7 +161,7 @@ int Demo::ReadAverage(const std::string& path, bool corrected, std::vector<doubl
         return 0;
     }
     std::unique_ptr<CCorrection> corr;
-    if (corrected) corr = std::make_unique<CCorrection>((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    if (corrected) corr = std::make_unique<CCorrection>(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     CAverage avg(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     frames = film.GetFrameNumber();
     for (unsigned long k = 0; k < frames; ++k) {
@@ -191,7 +192,7 @@ bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short
     CLut24* lut = lutIn ? lutIn : &own;
     if (!lutIn) lut->Update(nullptr, &palette, min, max);
     CBit24 bitmap(m_size, 1, 0);
-    const std::string path = (m_dir / name).string();
+    const std::string path = Utf8FromPath(m_dir / PathFromUtf8(name));
     bool ok = bitmap.Update(levels.data(), lut) != 0;
     if (ok && !bar) {
         ok = bitmap.SavePng(path.c_str(), m_point, m_line) != 0;
@@ -280,7 +281,7 @@ int Demo::StageNuc() {
         nuc.SetFilter(header.GetFilter(0));
         nuc.SetIntegration(header.GetIntegration(0));
     }
-    const std::string nucPath = (m_dir / "camera.nuc").string();
+    const std::string nucPath = Utf8FromPath(m_dir / "camera.nuc");
     if (!nuc.Save(nucPath.c_str())) {
         Error("file " + nucPath + ": cannot be written");
         return 0;
@@ -304,7 +305,7 @@ int Demo::StageNuc() {
         return 0;
     }
     m_noise.assign(nmap, nmap + m_size);
-    noise.SaveNoise((m_dir / "noise_map.film").string().c_str(), "DL", "temporal noise at 25 C");
+    noise.SaveNoise(Utf8FromPath(m_dir / "noise_map.film").c_str(), "DL", "temporal noise at 25 C");
     double med = 0, sig = 0;
     Robust(m_noise, nullptr, med, sig);
     m_temporalNoise = med;
@@ -338,8 +339,8 @@ int Demo::StageBadPixels() {
     ok &= bp.UpdateNoise(noise.data(), m_size, noisyThreshold, 1);
     if (!ok) std::printf("    warning: %s\n", bp.GetLastErrorMessage().c_str());
     bp.UpdateReplacement();
-    const std::string bprPath = (m_dir / "camera.bpr").string();
-    const std::string txtPath = (m_dir / "badpixels.txt").string();
+    const std::string bprPath = Utf8FromPath(m_dir / "camera.bpr");
+    const std::string txtPath = Utf8FromPath(m_dir / "badpixels.txt");
     bp.UpdateDistribution(nullptr, 0);
     if (!bp.Save(bprPath.c_str()) || !bp.SaveAscii(txtPath.c_str(), 1, 1, 1)) {
         Error("file " + bprPath + ": cannot be written");
@@ -444,7 +445,7 @@ int Demo::StageCalibration() {
     m_cal->SetIntegration(static_cast<float>(m_det->GetConfig().integrationMicros));
     m_cal->SetFrameRate(static_cast<unsigned short>(m_det->GetConfig().frameRate));
     m_cal->SetHousingTemp(static_cast<float>(m_det->GetConfig().cameraCelsius));
-    const std::string calPath = (m_dir / "calibration.cal").string();
+    const std::string calPath = Utf8FromPath(m_dir / "calibration.cal");
     if (!m_cal->Save(calPath.c_str())) {
         Error("file " + calPath + ": cannot be written");
         return 0;
@@ -505,7 +506,7 @@ int Demo::StageScene() {
     p.moveX = 0.6 * m_point / 640.0;
     p.moveY = 0.3 * m_line / 512.0;
     const CSimScene scene = CSimScene::Plate(p);
-    const std::string truthPath = (m_dir / "truth" / "scene_temperature.film").string();
+    const std::string truthPath = Utf8FromPath(m_dir / "truth" / "scene_temperature.film");
     if (!Record("scene.film", scene, frames, truthPath)) return 0;
 
     CPtr film(Film("scene.film"), 0, 0, 0);
@@ -514,7 +515,7 @@ int Demo::StageScene() {
         Error("file " + Film("scene.film") + ": cannot be read back");
         return 0;
     }
-    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     const unsigned short maxLevel = film.GetMaxLevel();
     CLevelTable table(*m_cal, maxLevel, 1);
     std::vector<float> temp(m_size);
@@ -644,17 +645,17 @@ int Demo::StageLockin() {
     {
         std::vector<float> amp, ph;
         scene.LockinTruth(m_point, m_line, amp, ph);
-        if (!SaveDoubles((m_dir / "truth" / "lockin_amplitude.film").string(), std::vector<double>(amp.begin(), amp.end()),
+        if (!SaveDoubles(Utf8FromPath(m_dir / "truth" / "lockin_amplitude.film"), std::vector<double>(amp.begin(), amp.end()),
                          "true oscillation amplitude, K") ||
-            !SaveDoubles((m_dir / "truth" / "lockin_phase.film").string(), std::vector<double>(ph.begin(), ph.end()),
+            !SaveDoubles(Utf8FromPath(m_dir / "truth" / "lockin_phase.film"), std::vector<double>(ph.begin(), ph.end()),
                          "true phase lag, degrees")) {
-            Error("folder " + (m_dir / "truth").string() + ": the lock-in truth cannot be written");
+            Error("folder " + Utf8FromPath(m_dir / "truth") + ": the lock-in truth cannot be written");
             return 0;
         }
     }
 
     CPtr film(Film("lockin.film"), 0, 0, 0);
-    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     CLockin lockin(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     for (unsigned long k = 0; k < film.GetFrameNumber(); ++k) {
         if (!film.ReadFrame(k)) return 0;
@@ -669,8 +670,8 @@ int Demo::StageLockin() {
     const double* ph = lockin.GetPhase(CLockin::FILTER_NONE, 1);
     if (!mod || !ph) return 0;
     std::vector<double> module(mod, mod + m_size), phase(ph, ph + m_size);
-    lockin.SaveModule((m_dir / "lockin_module.film").string().c_str(), "DL", "lock-in module");
-    lockin.SavePhase((m_dir / "lockin_phase.film").string().c_str(), "deg", "lock-in phase");
+    lockin.SaveModule(Utf8FromPath(m_dir / "lockin_module.film").c_str(), "DL", "lock-in module");
+    lockin.SavePhase(Utf8FromPath(m_dir / "lockin_phase.film").c_str(), "deg", "lock-in phase");
 
     // Contrast of the defect against a ring of sound material around it
     // (the places come from the scene's geometry; the values from the film).
@@ -733,8 +734,8 @@ int Demo::StageLockin() {
 // ---- Truth beside the films ------------------------------------------------------
 int Demo::WriteTruth() {
     const fs::path t = m_dir / "truth";
-    if (!m_det->SaveTruth(t.string())) {
-        Error("folder " + t.string() + ": the truth files cannot be written");
+    if (!m_det->SaveTruth(Utf8FromPath(t))) {
+        Error("folder " + Utf8FromPath(t) + ": the truth files cannot be written");
         return 0;
     }
     return 1;
@@ -762,7 +763,7 @@ int Demo::WriteReports(double total) {
         std::ofstream j(m_dir / "report.json");
         j << m_report.dump(2) << '\n';
         if (!j.good()) {
-            Error("file " + (m_dir / "report.json").string() + ": cannot be written");
+            Error("file " + Utf8FromPath(m_dir / "report.json") + ": cannot be written");
             return 0;
         }
     }
@@ -837,7 +838,7 @@ int Demo::WriteReports(double total) {
           "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
           "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
     if (!md.good()) {
-        Error("file " + (m_dir / "report.md").string() + ": cannot be written");
+        Error("file " + Utf8FromPath(m_dir / "report.md") + ": cannot be written");
         return 0;
     }
     return 1;
@@ -845,12 +846,12 @@ int Demo::WriteReports(double total) {
 
 int Demo::Run() {
     const auto start = Clock::now();
-    m_dir = m_o.out;
+    m_dir = PathFromUtf8(m_o.out);
     std::error_code ec;
     fs::create_directories(m_dir / "films", ec);
     fs::create_directories(m_dir / "truth", ec);
     if (!fs::is_directory(m_dir / "truth")) {
-        Error("folder " + m_dir.string() + ": cannot be created");
+        Error("folder " + Utf8FromPath(m_dir) + ": cannot be created");
         return kFailed;
     }
     m_size = static_cast<long>(m_point) * m_line;
@@ -876,7 +877,7 @@ int Demo::Run() {
     if (!WriteReports(total)) return kFailed;
 
     const json& r = m_report;
-    std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", m_dir.string().c_str());
+    std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", Utf8FromPath(m_dir).c_str());
     std::printf("  FPN %.2f DL -> %.3f DL (temporal noise %.2f DL)\n", r["fpn"]["before_dl"].get<double>(),
                 r["fpn"]["after_dl"].get<double>(), r["fpn"]["temporal_noise_dl"].get<double>());
     std::printf("  bad pixels: %ld of %ld found, %ld false alarms\n", r["bad_pixels"]["hits"].get<long>(),

@@ -20,6 +20,7 @@
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 
@@ -178,7 +179,7 @@ inline bool ReadRegionFile(const std::string& path, CRgn& region) {
         return false;
     }
     std::error_code ec;
-    const auto bytes = std::filesystem::file_size(path, ec);
+    const auto bytes = std::filesystem::file_size(PathFromUtf8(path), ec);
     if (ec || bytes > (16u << 20)) {
         Error("file " + path + ": not a region file (a text file of at most 16 MiB expected)");
         return false;

@@ -3,23 +3,23 @@
 // and renamed into place only once complete: a failure never leaves a
 // partial file behind, and an existing file is replaced only by a whole new
 // one. The temporary file is removed unless Commit succeeded, also when the
-// tool is interrupted (SIGINT, SIGTERM, SIGHUP).
-#include <signal.h>
+// tool is interrupted (SIGINT, SIGTERM, SIGHUP; on Windows Ctrl-C, Ctrl-Break,
+// the console closing).
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "Command.h"
+#include "System.h"
 
 namespace thermokit::cli {
 
 class OutputFile {
 public:
     explicit OutputFile(std::string path) : m_path(std::move(path)) {
-        const size_t slash = m_path.find_last_of('/');
+        const size_t slash = m_path.find_last_of(kPathSeparators);
         const std::string folder = slash == std::string::npos ? std::string() : m_path.substr(0, slash + 1);
         const std::string name = slash == std::string::npos ? m_path : m_path.substr(slash + 1);
         m_temp = folder + "." + name + ".part-" + std::to_string(static_cast<long>(getpid())) + "-" +
@@ -41,8 +41,9 @@ public:
 
     // Renames the complete file into place; false with a message naming the output.
     bool Commit() {
-        if (std::rename(m_temp.c_str(), m_path.c_str()) != 0) {
-            Error("file " + m_path + ": cannot be written (" + std::strerror(errno) + ")");
+        std::string why;
+        if (!MoveIntoPlace(m_temp, m_path, &why)) {
+            Error("file " + m_path + ": cannot be written (" + why + ")");
             return false;
         }
         Untrack(m_slot);
@@ -52,26 +53,21 @@ public:
     }
 
 private:
-    // Temporary names alive now, for the signal handler (which may only
-    // unlink): fixed buffers, a slot is free when its first byte is 0.
+    // Temporary names alive now, for the interruption handler (which may
+    // only remove files): fixed buffers, a slot is free when its first byte
+    // is 0.
     static constexpr int kSlots = 256;
     static constexpr size_t kNameMax = 1024;
     static char (&Slots())[kSlots][kNameMax] {
         static char slots[kSlots][kNameMax];
         return slots;
     }
-    static void OnSignal(int signal) {
+    static void RemoveAll() {
         for (auto& name : Slots())
-            if (name[0]) unlink(name);
-        ::signal(signal, SIG_DFL);
-        ::raise(signal);
+            if (name[0]) RemoveFileNow(name);
     }
     static int Track(const std::string& name) {
-        static const bool installed = [] {
-            for (int s : {SIGINT, SIGTERM, SIGHUP}) ::signal(s, OnSignal);
-            return true;
-        }();
-        (void)installed;
+        OnInterrupt(RemoveAll);
         if (name.size() >= kNameMax) return -1;
         for (int i = 0; i < kSlots; ++i)
             if (!Slots()[i][0]) {

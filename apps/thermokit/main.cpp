@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "System.h"
 #include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Version.h"
 
@@ -50,6 +51,7 @@ void Error(const std::string& text) { std::fprintf(stderr, "thermokit: %s\n", te
 
 int main(int argc, char** argv) {
     using namespace thermokit::cli;
+    PrepareStandardStreams();
     CLI::App app{"thermokit: thermal-infrared camera toolkit (frames, films, NUC, bad pixels, calibration, display)",
                  "thermokit"};
     app.set_version_flag("--version", std::string("thermokit ") + thermokit::GetVersion());

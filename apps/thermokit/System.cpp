@@ -1,0 +1,149 @@
+#include "System.h"
+
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+#else
+#include <signal.h>
+#include <unistd.h>
+#endif
+
+#include <cerrno>
+#include <cstring>
+
+namespace thermokit::cli {
+
+#if defined(_WIN32)
+
+namespace {
+
+void (*g_cleanup)() = nullptr;
+
+std::wstring Wide(const char* text) {
+    const int n = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
+    if (n <= 0) return std::wstring();
+    std::wstring out(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text, -1, out.data(), n);
+    out.pop_back();
+    return out;
+}
+
+// Runs on a thread of its own, which the system starts for the event.
+BOOL WINAPI OnConsoleEvent(DWORD event) {
+    switch (event) {
+    case CTRL_C_EVENT:
+    case CTRL_BREAK_EVENT:
+    case CTRL_CLOSE_EVENT:
+        // The files the C library writes are closed first: an open file cannot
+        // be removed. The tool ends right after, so nothing writes to them again.
+        _fcloseall();
+        if (g_cleanup) g_cleanup();
+        return FALSE;  // the system's own handler ends the tool (STATUS_CONTROL_C_EXIT)
+    default:
+        return FALSE;
+    }
+}
+
+}  // namespace
+
+void PrepareStandardStreams() {
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+}
+
+bool IsTerminal(std::FILE* stream) {
+    DWORD mode = 0;
+    const HANDLE h = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    return h != INVALID_HANDLE_VALUE && GetConsoleMode(h, &mode) != 0;
+}
+
+void OnInterrupt(void (*cleanup)()) {
+    if (g_cleanup) return;
+    g_cleanup = cleanup;
+    SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
+}
+
+void RemoveFileNow(const char* path) { DeleteFileW(Wide(path).c_str()); }
+
+bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why) {
+    if (MoveFileExW(Wide(from.c_str()).c_str(), Wide(to.c_str()).c_str(),
+                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return true;
+    const DWORD code = GetLastError();
+    if (why) {
+        switch (code) {
+        case ERROR_ACCESS_DENIED:
+            *why = std::strerror(EACCES);
+            break;
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_LOCK_VIOLATION:
+            *why = "Sharing violation: the file is in use by another program";
+            break;
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_FILE_NOT_FOUND:
+            *why = std::strerror(ENOENT);
+            break;
+        default: {
+            wchar_t* text = nullptr;
+            FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                           nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+            std::string narrow;
+            if (text) {
+                const int n = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+                if (n > 1) {
+                    narrow.resize(static_cast<size_t>(n - 1));
+                    WideCharToMultiByte(CP_UTF8, 0, text, -1, narrow.data(), n, nullptr, nullptr);
+                }
+                LocalFree(text);
+            }
+            while (!narrow.empty() && (narrow.back() == '\n' || narrow.back() == '\r' || narrow.back() == '.'))
+                narrow.pop_back();
+            *why = narrow.empty() ? "system error " + std::to_string(code) : narrow;
+        }
+        }
+    }
+    return false;
+}
+
+#else
+
+namespace {
+
+void (*g_cleanup)() = nullptr;
+
+void OnSignal(int signal) {
+    if (g_cleanup) g_cleanup();
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+}  // namespace
+
+void PrepareStandardStreams() {}
+
+bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
+void OnInterrupt(void (*cleanup)()) {
+    if (g_cleanup) return;
+    g_cleanup = cleanup;
+    for (int s : {SIGINT, SIGTERM, SIGHUP}) ::signal(s, OnSignal);
+}
+
+void RemoveFileNow(const char* path) { unlink(path); }
+
+bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why) {
+    if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+    if (why) *why = std::strerror(errno);
+    return false;
+}
+
+#endif
+
+}  // namespace thermokit::cli

@@ -1,0 +1,41 @@
+#pragma once
+// What the tool asks of the operating system beyond the library: the
+// console, interruptions and replacing files. One implementation per system
+// in System.cpp.
+#include <cstdio>
+#include <string>
+
+namespace thermokit::cli {
+
+// What separates folders in a file name.
+#if defined(_WIN32)
+constexpr const char* kPathSeparators = "/\\";
+#else
+constexpr const char* kPathSeparators = "/";
+#endif
+
+// Sets the standard streams up once, before anything is printed: on Windows
+// they write bytes as given (no "\r\n" for "\n"), so the tool's output is the
+// same as on Linux.
+void PrepareStandardStreams();
+
+// True when the stream goes to a terminal (a console window on Windows).
+bool IsTerminal(std::FILE* stream);
+
+// Runs cleanup when the tool is interrupted (SIGINT, SIGTERM, SIGHUP; on
+// Windows Ctrl-C, Ctrl-Break and the closing console window), then ends the
+// tool as the interruption would have. cleanup may only remove files (with
+// RemoveFileNow), from a signal handler or another thread. Installed once;
+// later calls change nothing.
+void OnInterrupt(void (*cleanup)());
+
+// Removes a file; safe in cleanup. On Windows, files the C library still
+// holds open are closed first (the tool is about to end).
+void RemoveFileNow(const char* path);
+
+// Replaces to with from in one step (rename; MoveFileExW with
+// MOVEFILE_REPLACE_EXISTING on Windows). False with the system's reason in
+// *why.
+bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why);
+
+}  // namespace thermokit::cli
