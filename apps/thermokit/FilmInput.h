@@ -29,7 +29,7 @@ namespace thermokit::cli {
 inline std::string MissingOrEmpty(const std::string& path) {
     if (!File::Exists(path)) return "not found";
     File f;
-    if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened";
+    if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened (" + f.GetLastErrorText() + ")";
     if (f.GetLength() == 0) return "empty file";
     return std::string();
 }

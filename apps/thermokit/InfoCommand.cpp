@@ -507,7 +507,7 @@ int RunInfo(const InfoOptions& o) {
     {
         File f;
         if (!f.Open(o.file, File::modeRead | File::shareDenyNone)) {
-            Error("file " + o.file + ": cannot be opened");
+            Error("file " + o.file + ": cannot be opened (" + f.GetLastErrorText() + ")");
             return kFailed;
         }
         got = f.Read(sig, sizeof(sig));

@@ -1,15 +1,10 @@
 #include "System.h"
 
 #if defined(_WIN32)
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
 #include <fcntl.h>
 #include <io.h>
-#include <windows.h>
+
+#include "thermokit/platform/Win32.h"
 #else
 #include <signal.h>
 #include <unistd.h>
@@ -25,15 +20,6 @@ namespace thermokit::cli {
 namespace {
 
 void (*g_cleanup)() = nullptr;
-
-std::wstring Wide(const char* text) {
-    const int n = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
-    if (n <= 0) return std::wstring();
-    std::wstring out(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text, -1, out.data(), n);
-    out.pop_back();
-    return out;
-}
 
 // Runs on a thread of its own, which the system starts for the event.
 BOOL WINAPI OnConsoleEvent(DWORD event) {
@@ -70,17 +56,17 @@ void OnInterrupt(void (*cleanup)()) {
     SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
 }
 
-void RemoveFileNow(const char* path) { DeleteFileW(Wide(path).c_str()); }
+void RemoveFileNow(const char* path) { DeleteFileW(win32::FileName(path).c_str()); }
 
 bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why) {
-    if (MoveFileExW(Wide(from.c_str()).c_str(), Wide(to.c_str()).c_str(),
+    if (MoveFileExW(win32::FileName(from).c_str(), win32::FileName(to).c_str(),
                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         return true;
     const DWORD code = GetLastError();
     if (why) {
         switch (code) {
-        case ERROR_ACCESS_DENIED:
-            *why = std::strerror(EACCES);
+        case ERROR_ACCESS_DENIED:  // also a file that another program keeps open
+            *why = std::string(std::strerror(EACCES)) + ": the file is read-only or in use by another program";
             break;
         case ERROR_SHARING_VIOLATION:
         case ERROR_LOCK_VIOLATION:
@@ -90,23 +76,8 @@ bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* 
         case ERROR_FILE_NOT_FOUND:
             *why = std::strerror(ENOENT);
             break;
-        default: {
-            wchar_t* text = nullptr;
-            FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                           nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
-            std::string narrow;
-            if (text) {
-                const int n = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-                if (n > 1) {
-                    narrow.resize(static_cast<size_t>(n - 1));
-                    WideCharToMultiByte(CP_UTF8, 0, text, -1, narrow.data(), n, nullptr, nullptr);
-                }
-                LocalFree(text);
-            }
-            while (!narrow.empty() && (narrow.back() == '\n' || narrow.back() == '\r' || narrow.back() == '.'))
-                narrow.pop_back();
-            *why = narrow.empty() ? "system error " + std::to_string(code) : narrow;
-        }
+        default:
+            *why = win32::ErrorText(code);
         }
     }
     return false;
