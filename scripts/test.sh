@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test run: installs what the build needs, then builds and runs the
-# test suite twice (release build, then address + undefined sanitizers), and
-# checks that an installed thermokit is usable from another CMake project.
+# test suite twice (release build, then address + undefined sanitizers),
+# checks that an installed thermokit is usable from another CMake project,
+# and builds and tests the Windows library, tool and tests under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -25,4 +26,28 @@ cmake --install build/release --prefix "$prefix/install" >/dev/null
 cmake -S tests/consumer -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/install" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 "$prefix/consumer/consumer"
+
+echo "=== windows: MinGW-w64 build, tests under Wine, the same bytes as on Linux"
+windows_start=$SECONDS
+# A fresh Wine prefix for this run, made without a display, and one Wine
+# server for the whole step (not one per test program).
+export WINEPREFIX="$prefix/wine"
+trap 'cmake/wine-run.sh --stop-server; rm -rf "$prefix"' EXIT
+cmake/wine-run.sh --start-server
+cmake --preset windows -DTHERMOKIT_WERROR=$werror >/dev/null
+cmake --build --preset windows -j "$jobs"
+ctest --preset windows -j "$jobs"
+# The shared library: thermokit.dll used by the tool and by another project.
+cmake --preset windows-shared -DTHERMOKIT_WERROR=$werror -DTHERMOKIT_BUILD_TESTS=OFF >/dev/null
+cmake --build --preset windows-shared -j "$jobs"
+cmake --install build/windows-shared --prefix "$prefix/windows" >/dev/null
+cmake -S tests/consumer -B "$prefix/windows-consumer" -G Ninja \
+  -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake" \
+  -Dthermokit_DIR="$prefix/windows/lib/cmake/thermokit" >/dev/null
+cmake --build "$prefix/windows-consumer" >/dev/null
+WINEPATH="Z:$(printf '%s' "$prefix/windows/bin" | tr / '\\')" \
+  cmake/wine-run.sh "$prefix/windows-consumer/consumer.exe"
+cmake/wine-run.sh build/windows-shared/bin/thermokit.exe --version
+bash scripts/windows-compare.sh build/release/apps/thermokit/thermokit build/windows/bin/thermokit.exe
+echo "windows step: $((SECONDS - windows_start)) s"
 echo "all tests passed"
