@@ -635,7 +635,7 @@ TEST(Cli, UnusualNamesAndAFileInUse) {
                   std::string::npos) << r.err;
     }
     EXPECT_EQ(Tool("info '" + film + "'").code, 0);
-    std::filesystem::remove_all(PathFromUtf8(dir));
+    thermokit::test::RemoveTree(dir);
 }
 
 #if !defined(_WIN32)  // SIGINT; Windows sends Ctrl-C to a console, which Wine has none of here

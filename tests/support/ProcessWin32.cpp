@@ -1,15 +1,15 @@
 // Running a program on Windows for the tests: CreateProcessW with its
 // outputs on pipes, read on threads of their own so that neither fills up.
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
+#include "support/ToolRun.h"  // before <windows.h>, whose macros would rename the library's constants
 
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/ToolRun.h"
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
 
 namespace thermokit::test {
 
@@ -128,6 +128,34 @@ void KillProgram(void* program) {
     TerminateProcess(static_cast<HANDLE>(program), 137);
     WaitForSingleObject(static_cast<HANDLE>(program), INFINITE);
     CloseHandle(static_cast<HANDLE>(program));
+}
+
+namespace {
+
+void RemoveTreeW(const std::wstring& path) {
+    WIN32_FIND_DATAW entry;
+    HANDLE find = FindFirstFileW((path + L"\\*").c_str(), &entry);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            const std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..") continue;
+            const std::wstring full = path + L"\\" + name;
+            if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) RemoveTreeW(full);
+            else DeleteFileW(full.c_str());
+        } while (FindNextFileW(find, &entry));
+        FindClose(find);
+    }
+    RemoveDirectoryW(path.c_str());
+}
+
+}  // namespace
+
+void RemoveTree(const std::string& path) {
+    std::wstring full(32768, L'\0');
+    const DWORD n = GetFullPathNameW(Wide(path).c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (n == 0 || n >= full.size()) return;
+    full.resize(n);
+    RemoveTreeW(L"\\\\?\\" + full);  // no length limit below this prefix
 }
 
 std::string ThisProgram() {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -40,6 +41,8 @@ void* StartProgram(const std::vector<std::string>& argv);
 void KillProgram(void* program);
 // The file name of the running test program.
 std::string ThisProgram();
+// Removes a folder with everything in it, also below the 260 characters std::filesystem handles here.
+void RemoveTree(const std::string& path);
 
 // Arguments as a POSIX shell splits them: blanks separate, quotes group ('...' as it stands, "..." with
 // \" \\ \$ \` escapes). A backslash outside quotes stays as it is: it separates folders in the
@@ -106,6 +109,11 @@ inline ToolRun RunTool(const std::string& args, ToolErrors errors = ToolErrors::
         std::remove(errFile.c_str());
     }
     return r;
+}
+
+inline void RemoveTree(const std::string& path) {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
 }
 #endif
 

@@ -1,4 +1,6 @@
-// File on Windows: CreateFileW with the system's own sharing modes.
+// File on Windows: CreateFileW with the system's own sharing modes. The
+// system's error code is ::GetLastError (File::GetLastError is the C
+// library's error number of the last failure).
 #include "thermokit/platform/Win32.h"
 
 #include "thermokit/platform/File.h"
@@ -124,7 +126,7 @@ bool File::Open(const std::string& path, unsigned flags) {
     HANDLE h = CreateFileW(name.c_str(), AccessFor(flags), ShareFor(flags), nullptr, disposition,
                            FILE_ATTRIBUTE_NORMAL, nullptr);
     if (h == INVALID_HANDLE_VALUE) {
-        const DWORD code = GetLastError();
+        const DWORD code = ::GetLastError();
         const DWORD attributes = GetFileAttributesW(name.c_str());
         if (code == ERROR_ACCESS_DENIED && attributes != INVALID_FILE_ATTRIBUTES &&
             (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
@@ -155,7 +157,7 @@ bool File::AcquireSharing(unsigned flags) {
     HANDLE h = CreateFileW(win32::FileName(m_path).c_str(), AccessFor(flags), ShareFor(flags), nullptr,
                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (h == INVALID_HANDLE_VALUE) {
-        FailSystem(GetLastError());
+        FailSystem(::GetLastError());
         return false;
     }
     m_sharing = h;
@@ -194,7 +196,7 @@ size_t File::Read(void* data, size_t size) {
         const DWORD want = static_cast<DWORD>(size - done < kChunk ? size - done : kChunk);
         DWORD got = 0;
         if (!ReadFile(Handle(m_fd), p + done, want, &got, nullptr)) {
-            FailSystem(GetLastError());
+            FailSystem(::GetLastError());
             break;
         }
         if (got == 0) break;
@@ -214,7 +216,7 @@ bool File::Write(const void* data, size_t size) {
         const DWORD want = static_cast<DWORD>(size - done < kChunk ? size - done : kChunk);
         DWORD put = 0;
         if (!WriteFile(Handle(m_fd), p + done, want, &put, nullptr)) {
-            FailSystem(GetLastError());
+            FailSystem(::GetLastError());
             return false;
         }
         if (put == 0) {
@@ -235,7 +237,7 @@ bool File::TransferSpans(bool write, uint64_t offset, const Span* spans, int cou
     }
     LARGE_INTEGER zero{}, position{};
     if (!SetFilePointerEx(Handle(m_fd), zero, &position, win32::kFileCurrent)) {
-        FailSystem(GetLastError());
+        FailSystem(::GetLastError());
         return false;
     }
     bool ok = true;
@@ -252,7 +254,7 @@ bool File::TransferSpans(bool write, uint64_t offset, const Span* spans, int cou
             const BOOL r = write ? WriteFile(Handle(m_fd), p + done, want, &moved, &at)
                                  : ReadFile(Handle(m_fd), p + done, want, &moved, &at);
             if (!r) {
-                const DWORD code = GetLastError();
+                const DWORD code = ::GetLastError();
                 if (code == ERROR_HANDLE_EOF) Fail(EIO);
                 else FailSystem(code);
                 ok = false;
@@ -308,7 +310,7 @@ int64_t File::Seek(int64_t offset, SeekPosition from) {
     LARGE_INTEGER distance{}, moved{};
     distance.QuadPart = offset;
     if (!SetFilePointerEx(Handle(m_fd), distance, &moved, method)) {
-        FailSystem(GetLastError());
+        FailSystem(::GetLastError());
         return -1;
     }
     return moved.QuadPart;
@@ -336,7 +338,7 @@ bool File::SetLength(uint64_t length) {
     FILE_END_OF_FILE_INFO info{};
     info.EndOfFile.QuadPart = static_cast<LONGLONG>(length);
     if (!SetFileInformationByHandle(Handle(m_fd), FileEndOfFileInfo, &info, sizeof info)) {
-        FailSystem(GetLastError());
+        FailSystem(::GetLastError());
         return false;
     }
     return true;
@@ -345,7 +347,7 @@ bool File::SetLength(uint64_t length) {
 bool File::Flush() {
     if (!m_fd) return false;
     if (!FlushFileBuffers(Handle(m_fd))) {
-        FailSystem(GetLastError());
+        FailSystem(::GetLastError());
         return false;
     }
     return true;
