@@ -27,6 +27,6 @@ int main() {
         std::puts("consumer: file name not kept");
         return 1;
     }
-    std::printf("consumer: thermokit %s works\n", GetVersion());
+    std::printf("consumer: thermokit %s works\n", thermokit::GetVersion());  // ::GetVersion is Windows'
     return 0;
 }
