@@ -51,7 +51,7 @@ try:
     ActionChains(driver).move_to_element_with_offset(overlay, -w // 2 + 20, h // 2 - 60).click_and_hold() \
         .move_by_offset(w - 40, -h + 120).release().perform()
     Select(by("shape")).select_by_value("ellipse")
-    for field, value in zip(("rx", "ry", "rw", "rh"), (180, 150, 160, 120)):
+    for field, value in zip(("rx", "ry", "rw", "rh"), (140, 150, 140, 120)):
         by(field).send_keys(str(value), Keys.TAB)
     ActionChains(driver).move_to_element_with_offset(overlay, -w // 6, -h // 12).perform()
     time.sleep(1.5)

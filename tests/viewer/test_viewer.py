@@ -296,6 +296,10 @@ def test_the_page_shows_the_tools_numbers(viewer, films, browser):
                                                 2 * y + 1 - overlay.size["height"] // 2).perform()
     line = tool("temperature", plate, "--embedded", "--pixel", f"{x},{y}", "--frame", 3).strip()
     assert line == f"{plate} frame 3 {by('readout').text}"
+    # Exact halves round to the even digit, as printf does (JavaScript's toFixed rounds them up).
+    halves = [(0.03125, 4), (25.03125, 4), (2.5, 0), (3.5, 0), (0.375, 2), (-0.0, 4), (-0.00005, 4)]
+    assert d.execute_script("return arguments[0].map(([x, n]) => thermokitView.fixed(x, n))", halves) == \
+        ["%.*f" % (n, x) for x, n in halves]
     # Region figures are stats' (JSON numbers exactly, the table as stats prints them), and the CSV is stats --csv.
     (films / "e.rgn").write_text("ellipse 300 200 41 31\n")
     for shape, box, args in (("rect", (100, 80, 64, 48), ["--roi", "100,80,64,48"]),
@@ -304,9 +308,9 @@ def test_the_page_shows_the_tools_numbers(viewer, films, browser):
         for k, v in zip("xywh", box):
             by("r" + k).clear()
             by("r" + k).send_keys(str(v), Keys.TAB)
-        s = wait(lambda: d.execute_script(
-            f"const t = thermokitView.tab; return t.stats && t.region.w === {box[2]} && t.region.h === {box[3]} && "
-            f"t.region.shape === '{shape}' && t.stats.frame === 3 && t.stats"))
+        want = dict(zip(("shape", "x", "y", "w", "h"), (shape, *box)))
+        s = wait(lambda: (s := d.execute_script("return thermokitView.tab.stats")) and s["region"] == want and s)
+        assert s["frame"] == 3
         csv = tool("stats", plate, *args, "--embedded", "--csv")
         row = [float(v) for v in csv.splitlines()[4].split(",")]
         lv, tv = s["levels"], s["values"]

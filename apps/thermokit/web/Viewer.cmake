@@ -1,12 +1,15 @@
 # The viewer of `thermokit view`: cpp-httplib (Debian libcpp-httplib-dev,
 # through pkg-config), zlib, and the page of this folder compiled into the
-# tool. Without cpp-httplib the tool is built without the view command.
-find_package(PkgConfig QUIET)
-if(PKG_CONFIG_FOUND)
-  pkg_check_modules(HTTPLIB QUIET IMPORTED_TARGET cpp-httplib)
-endif()
-find_package(ZLIB QUIET)
+# tool. Without cpp-httplib (or for Windows, where its server is not built)
+# the tool is built without the view command.
 set(_view_sources ViewCommand.cpp ViewFilm.cpp ViewServer.cpp)
+if(NOT WIN32)
+  find_package(PkgConfig QUIET)
+  if(PKG_CONFIG_FOUND)
+    pkg_check_modules(HTTPLIB QUIET IMPORTED_TARGET cpp-httplib)
+  endif()
+  find_package(ZLIB QUIET)
+endif()
 if(NOT HTTPLIB_FOUND OR NOT ZLIB_FOUND)
   message(STATUS "cpp-httplib or zlib not found: thermokit is built without the view command")
   set_source_files_properties(${_view_sources} PROPERTIES HEADER_FILE_ONLY ON)

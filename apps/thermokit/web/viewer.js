@@ -11,7 +11,12 @@
 
   // ---- Requests --------------------------------------------------------
   async function get(path, as) {
-    const reply = await fetch(path, { headers: { 'X-Thermokit-Token': token }, cache: 'no-store' });
+    let reply;
+    try {
+      reply = await fetch(path, { headers: { 'X-Thermokit-Token': token }, cache: 'no-store' });
+    } catch (e) {
+      throw new Error('the viewer does not answer (was thermokit view stopped?)');
+    }
     if (!reply.ok) {
       const text = (await reply.text()).trim();
       const e = new Error(text || reply.statusText);
@@ -77,7 +82,7 @@
       rangeMode: 'auto', rangeLow: null, rangeHigh: null, filmRange: null,
       iso: { on: false, low: null, high: null, colour: '#ffff00' },
       nuc: false, bad: false,
-      zoom: 'fit',
+      zoom: 'fit', fps: null,
       region: null,                 // {shape, x, y, w, h}
       line: null,                   // {x0, y0, x1, y1}
       stats: null, statsSeq: 0, statsAt: 0,
@@ -392,8 +397,10 @@
     const seq = ++t.statsSeq;
     t.statsAt = performance.now();
     try {
+      const region = { ...t.region };
       const s = await get(`/api/film/${t.index}/stats?frame=${t.frame.n}&${regionQuery(t)}`, 'json');
       if (seq !== t.statsSeq || t !== tab) return;
+      s.region = region;  // the figures shown may be those of the region before the last change, until these come
       t.stats = s;
       showStats(t);
     } catch (e) {
@@ -564,7 +571,7 @@
     for (const b of $('tabs').children) b.setAttribute('aria-selected', String(Number(b.dataset.index) === t.index));
     const f = t.film;
     $('slider').max = f.frames - 1;
-    $('fps').value = f.frame_rate_hz > 0 ? Number(f.frame_rate_hz.toPrecision(6)) : 25;
+    $('fps').value = t.fps || (f.frame_rate_hz > 0 ? Number(f.frame_rate_hz.toPrecision(6)) : 25);
     $('palette').value = t.palette;
     $('reversed').checked = t.reversed;
     $('rangeMode').value = t.rangeMode;
@@ -628,9 +635,13 @@
     $('first').onclick = () => { play(false); showFrame(0, performance.now()); };
     $('last').onclick = () => { play(false); showFrame(tab.film.frames - 1, performance.now()); };
     $('play').onclick = () => play(!player.playing);
-    $('fps').onchange = () => { if (player.playing) play(true); };
+    $('fps').onchange = () => {
+      tab.fps = Number($('fps').value) > 0 ? Number($('fps').value) : null;
+      if (player.playing) play(true);
+    };
     document.addEventListener('keydown', (e) => {
       if (e.target.closest('input, select, textarea')) return;
+      if (e.target.closest('button, a') && (e.key === ' ' || e.key === 'Enter')) return;  // the button's own
       if (e.key === 'ArrowLeft') step(-1);
       else if (e.key === 'ArrowRight') step(1);
       else if (e.key === 'Home') $('first').onclick();
@@ -767,10 +778,10 @@
   }
 
   // What the browser tests read: the frame changes timed in the page, playback
-  // counts, and the tab shown.
+  // counts, the tab shown and the number formatting.
   window.thermokitView = {
     ready: start().then(() => true, (e) => { failed(e); return false; }),
-    timings, player,
+    timings, player, fixed,
     get tab() { return tab; },
   };
 })();
