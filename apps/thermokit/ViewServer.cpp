@@ -79,6 +79,15 @@ bool AcceptsDeflate(const Request& req) {
     return false;
 }
 
+// Answers with data as it is, without copying it again (frames are megabytes).
+void SetBody(Response& res, std::string&& data, const char* type) {
+    auto body = std::make_shared<std::string>(std::move(data));
+    res.set_content_provider(body->size(), type,
+                             [body](size_t offset, size_t length, httplib::DataSink& sink) {
+                                 return sink.write(body->data() + offset, length);
+                             });
+}
+
 // zlib stream of in (RFC 1950, the HTTP deflate coding); false when zlib fails.
 bool Deflate(const unsigned char* in, size_t size, int level, int strategy, std::string& out) {
     z_stream z{};
@@ -95,15 +104,15 @@ bool Deflate(const unsigned char* in, size_t size, int level, int strategy, std:
 }
 
 // Sends body, deflated when the client takes it and that saves an eighth or more.
-void SendBinary(const Request& req, Response& res, const std::string& body, int strategy) {
+void SendBinary(const Request& req, Response& res, std::string&& body, int strategy) {
     std::string packed;
     if (AcceptsDeflate(req) && Deflate(reinterpret_cast<const unsigned char*>(body.data()), body.size(), 1, strategy,
                                        packed) &&
         packed.size() * 8 <= body.size() * 7) {
         res.set_header("Content-Encoding", "deflate");
-        res.set_content(packed, "application/octet-stream");
+        SetBody(res, std::move(packed), "application/octet-stream");
     } else {
-        res.set_content(body, "application/octet-stream");
+        SetBody(res, std::move(body), "application/octet-stream");
     }
     res.set_header("Vary", "Accept-Encoding");
 }
@@ -158,13 +167,13 @@ void SendFrame(const Request& req, Response& res, const ViewFrame& f, unsigned l
         if (Deflate(reinterpret_cast<const unsigned char*>(planes.data()), planes.size(), 1, Z_HUFFMAN_ONLY, packed) &&
             packed.size() * 8 <= planes.size() * 7) {
             res.set_header("Content-Encoding", "deflate");
-            res.set_content(packed, "application/octet-stream");
+            SetBody(res, std::move(packed), "application/octet-stream");
             return;
         }
     }
     std::string body = FrameHead(f, n, point, line, 0);
     body.append(reinterpret_cast<const char*>(f.levels.data()), 2 * count);
-    res.set_content(body, "application/octet-stream");
+    SetBody(res, std::move(body), "application/octet-stream");
 }
 
 // The query of one request: only the names a request knows, each once, numbers in their bounds.
@@ -204,10 +213,17 @@ public:
     bool Flag(const char* name) { return Number(name, 0, 1, 0, false) == 1; }
     std::string Word(const char* name, std::initializer_list<const char*> words) {
         if (!m_ok) return {};
+        if (!m_req.has_param(name)) {
+            Fail(std::string("parameter \"") + name + "\" missing");
+            return {};
+        }
         const std::string v = m_req.get_param_value(name);
-        for (const char* w : words)
+        std::string known;
+        for (const char* w : words) {
             if (v == w) return v;
-        Fail(std::string("parameter \"") + name + "\": \"" + v + "\" is not one of the known words");
+            known += (known.empty() ? "" : " or ") + std::string(w);
+        }
+        Fail(std::string("parameter \"") + name + "\": \"" + v + "\" is not " + known);
         return {};
     }
     void Fail(const std::string& why) {

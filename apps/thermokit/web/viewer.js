@@ -550,8 +550,18 @@
     if (!player.playing) return;
     const t = tab, frames = t.film.frames, fps = fpsOf(t);
     const due = player.start + Math.floor(((now - player.t0) * fps) / 1000);
+    // The next frames are asked for ahead, at most 4 at a time: when the
+    // link or the machine falls behind, requests for frames that will be
+    // skipped would only slow it down further.
     const step = Math.max(1, Math.ceil(fps / 60));
-    for (let k = 0; k <= 8; k++) loadFrame(t, (due + k * step) % frames).catch(() => {});
+    let pending = 0;
+    for (const entry of t.cache.values()) if (!entry.frame) pending++;
+    for (let k = 0; k <= 8 && pending < 4; k++) {
+      const n = (due + k * step) % frames;
+      if (t.cache.has(frameKey(t, n))) continue;
+      loadFrame(t, n).catch(() => {});
+      pending++;
+    }
     const entry = t.cache.get(frameKey(t, due % frames));
     if (entry && entry.frame && due > player.last) {
       player.skipped += due - player.last - 1;
@@ -576,7 +586,11 @@
     $('reversed').checked = t.reversed;
     $('rangeMode').value = t.rangeMode;
     $('zoom').value = t.zoom;
+    $('rangeLow').value = t.rangeLow ?? '';
+    $('rangeHigh').value = t.rangeHigh ?? '';
     $('isoOn').checked = t.iso.on;
+    $('isoLow').value = t.iso.low ?? '';
+    $('isoHigh').value = t.iso.high ?? '';
     $('isoColour').value = t.iso.colour;
     for (const [id, a] of [['nuc', f.nuc], ['bad', f.badpixels]]) {
       $(id).disabled = !a.available;
