@@ -7,6 +7,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   libpng-dev libsqlite3-dev zlib1g-dev
+  libcpp-httplib-dev chromium chromium-driver python3-selenium python3-pytest python3-numpy
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -18,6 +18,14 @@ for preset in release asan; do
   ctest --preset "$preset" -j "$jobs"
 done
 
+echo "=== viewer: the page in headless Chromium, the server under load and hostile requests"
+# The release tool for all of it; the sanitizer build for everything but the timings and the load.
+export PYTHONDONTWRITEBYTECODE=1
+THERMOKIT_TOOL=build/release/apps/thermokit/thermokit timeout 900 \
+  /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/viewer
+THERMOKIT_TOOL=build/asan/apps/thermokit/thermokit timeout 600 \
+  /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/viewer -k "command_lines or screened or levels or page"
+
 echo "=== install and consumer project"
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
