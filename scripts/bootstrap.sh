@@ -6,7 +6,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
-  libpng-dev libsqlite3-dev zlib1g-dev
+  libpng-dev libsqlite3-dev zlib1g-dev libgif-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "Command.h"
+#include "Conversion.h"
 #include "FilmInput.h"
 #include "Progress.h"
-#include "thermokit/calibration/CLevelTable.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 
@@ -21,8 +21,7 @@ struct StatsOptions {
     std::string file;
     std::string roi;
     std::string regionFile;
-    std::string calib;
-    bool embedded = false;
+    ConversionOptions conversion;
     bool csv = false;
     std::string frames;
 };
@@ -51,6 +50,7 @@ Figures Of(std::vector<T>& v) {
 }
 
 int RunStats(const StatsOptions& o) {
+    if (!CheckConversionOptions(o.conversion)) return kUsage;
     Film film;
     if (!OpenFilm(o.file, film)) return kFailed;
     unsigned long first = 0, last = 0;
@@ -83,17 +83,17 @@ int RunStats(const StatsOptions& o) {
             return kFailed;
         }
     }
-    std::unique_ptr<CCalibration> cal;
-    if (!LoadOptionalCalibration(o.calib, o.embedded, film, o.file, cal)) return kFailed;
-    CLevelTable table;
-    if (cal) table.Build(*cal, film.ptr->GetMaxLevel());
-    const std::string unit = cal ? CalibrationUnit(*cal, o.embedded) : std::string();
+    const bool cal = o.conversion.Requested();
+    Conversion conv;
+    if (cal && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
+    const std::string& unit = conv.unit;
     const char* kind = film.doubles ? "value" : "level";
 
     if (o.csv) {
         std::printf("frame,time_s,pixels,min,max,mean,stddev");
-        if (cal) std::printf(",%s_min,%s_max,%s_mean,%s_stddev,%s_pixels", unit.c_str(), unit.c_str(), unit.c_str(),
-                             unit.c_str(), unit.c_str());
+        if (cal)
+            std::printf(",%s_min,%s_max,%s_mean,%s_stddev,%s_pixels,%s_not_converted", unit.c_str(), unit.c_str(),
+                        unit.c_str(), unit.c_str(), unit.c_str(), unit.c_str());
         std::printf("\n");
     } else {
         std::printf("%s: %u x %u, %s, frames %lu..%lu\n", o.file.c_str(), film.point, film.line,
@@ -101,8 +101,12 @@ int RunStats(const StatsOptions& o) {
                     first, last);
         std::printf("%6s %14s %8s %10s %10s %12s %12s", "frame", "time_s", "pixels", ("min_" + std::string(kind)).c_str(),
                     ("max_" + std::string(kind)).c_str(), "mean", "stddev");
-        if (cal) std::printf("  %12s %12s %12s %12s  (%s)", "min", "max", "mean", "stddev", unit.c_str());
+        if (cal)
+            std::printf("  %12s %12s %12s %12s %13s  (%s)", "min", "max", "mean", "stddev", "not_converted",
+                        unit.c_str());
         std::printf("\n");
+        const std::string object = DescribeParameters(conv);
+        if (!object.empty()) std::printf("object: %s\n", object.c_str());
     }
     Progress progress("stats", last - first + 1);
     std::vector<unsigned short> levels;
@@ -139,17 +143,21 @@ int RunStats(const StatsOptions& o) {
         Figures tv;
         if (cal) {
             values.resize(levels.size());
-            table.Apply(levels.data(), static_cast<long>(levels.size()), values.data());
-            tv = Of(values);
+            conv.Apply(levels.data(), static_cast<long>(levels.size()), values.data());
+            tv = Of(values);  // NaN (not converted) left out
         }
         const double time = frame->GetTime();
         if (o.csv) {
             std::printf("%lu,%.6f,%ld,%.17g,%.17g,%.17g,%.17g", n, time, lv.count, lv.min, lv.max, lv.mean, lv.stdDev);
-            if (cal) std::printf(",%.9g,%.9g,%.17g,%.17g,%ld", tv.min, tv.max, tv.mean, tv.stdDev, tv.count);
+            if (cal)
+                std::printf(",%.9g,%.9g,%.17g,%.17g,%ld,%ld", tv.min, tv.max, tv.mean, tv.stdDev, tv.count,
+                            lv.count - tv.count);
         } else {
             std::printf("%6lu %14.6f %8ld %10.6g %10.6g %12.6f %12.6f", n, time, lv.count, lv.min, lv.max, lv.mean,
                         lv.stdDev);
-            if (cal) std::printf("  %12.4f %12.4f %12.4f %12.4f", tv.min, tv.max, tv.mean, tv.stdDev);
+            if (cal)
+                std::printf("  %12.4f %12.4f %12.4f %12.4f %13ld", tv.min, tv.max, tv.mean, tv.stdDev,
+                            lv.count - tv.count);
         }
         std::printf("\n");
         progress.Step(n - first + 1);
@@ -165,12 +173,10 @@ RegisterCommand reg(330, [](CLI::App& app) {
     auto* region = sub->add_option("--region-file", o->regionFile,
                                    "Region file: lines \"rect X Y W H\", \"ellipse X Y W H\", \"polygon X1 Y1 X2 Y2 ...\"");
     roi->excludes(region);
-    auto* calib = sub->add_option("--calib", o->calib, "Calibration file: also the calibrated values");
-    auto* embedded = sub->add_flag("--embedded", o->embedded, "Also temperatures by the film's own radiometric law");
-    calib->excludes(embedded);
+    AddConversionOptions(sub, o->conversion);
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
     sub->add_flag("--csv", o->csv, "Comma-separated values with a header line");
-    sub->footer("Example: thermokit stats run.film --roi 100,80,64,48 --embedded --csv > run.csv");
+    sub->footer("Example: thermokit stats run.film --roi 100,80,64,48 --embedded --emissivity 0.95 --csv > run.csv");
     sub->callback([o] { SetAction([o] { return RunStats(*o); }); });
 });
 
