@@ -22,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
+#include "Picture.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
@@ -98,6 +99,8 @@ private:
                      unsigned short min, unsigned short max, unsigned short palette, CLut24* lutIn = nullptr,
                      bool bar = false);
     bool SaveDoubles(const std::string& path, const std::vector<double>& v, const char* text);
+    // Temperatures (degrees Celsius) over 10..100 degC on the rainbow palette, with a labelled bar.
+    bool SaveTemperatures(const std::string& name, const std::vector<float>& celsius);
 
     int StageNuc();
     int StageBadPixels();
@@ -225,6 +228,25 @@ bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short
     }
     if (!ok) Error("file " + path + ": cannot be written");
     return ok;
+}
+
+bool Demo::SaveTemperatures(const std::string& name, const std::vector<float>& celsius) {
+    PictureOptions options;
+    options.range = std::to_string(kErrorLow) + ":" + std::to_string(kErrorHigh);
+    options.bar = true;
+    PictureSetup setup;
+    const std::string path = (m_dir / name).string();
+    if (PreparePicture(options, setup) != kDone) return false;
+    Picture picture(setup, Picture::kValues, static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line),
+                    0, nullptr, "degC");
+    const std::vector<double> values(celsius.begin(), celsius.end());
+    if (!picture.Finish()) return false;
+    picture.Draw(nullptr, values.data());
+    if (!picture.SavePng(path.c_str())) {
+        Error("file " + path + ": cannot be written");
+        return false;
+    }
+    return true;
 }
 
 // Robust centre and spread of a map: median and 1.4826 x median absolute deviation.
@@ -592,13 +614,7 @@ int Demo::StageScene() {
     MinMaxHisto(firstCorrected.data(), m_size, &lo, &hi, maxLevel, 99.0f, -1.0f, nullptr);
     ok &= SavePicture("scene_corrected.png", firstCorrected, maxLevel, lo, std::max<unsigned short>(hi, lo + 1),
                       CLogPalette::GREY);
-    // Temperatures over 10..100 degC spread on the palette, with its bar.
-    std::vector<unsigned short> tl(m_size);
-    for (long i = 0; i < m_size; ++i) {
-        double x = (firstTemp[i] - kErrorLow) / (kErrorHigh - kErrorLow) * maxLevel;
-        tl[i] = !(x > 0) ? 0 : x >= maxLevel ? maxLevel : static_cast<unsigned short>(x);
-    }
-    ok &= SavePicture("scene_temperature.png", tl, maxLevel, 0, maxLevel, CLogPalette::RAINBOW, nullptr, true);
+    ok &= SaveTemperatures("scene_temperature.png", firstTemp);
     // Isotherms on the hot spot: levels of 60..70 degC in yellow, 70 degC and above in red.
     float l60 = 0, l70 = 0;
     m_cal->FindAbscisse(60.0f, &l60, 1);
@@ -665,7 +681,7 @@ int Demo::StageEmissivity() {
     }
     const CLevelTable blackBody(*m_cal, maxLevel, 1);
     ErrorHistogram good[3], naive[3];
-    std::vector<float> a(m_size), b(m_size);
+    std::vector<float> a(m_size), b(m_size), firstRight, firstBlack;
     for (unsigned long k = 0; k < frames; ++k) {
         if (!film.ReadFrame(k) || !truth.ReadFrame(k)) {
             Error("file " + Film("materials.film") + ": frame " + std::to_string(k) + " cannot be read");
@@ -685,7 +701,11 @@ int Demo::StageEmissivity() {
                 naive[band].Add(static_cast<double>(b[i]) - t[i]);
             }
         }
+        if (k == 0) firstRight = a, firstBlack = b;
     }
+    if (!SaveTemperatures("materials_temperature.png", firstRight) ||
+        !SaveTemperatures("materials_black_body.png", firstBlack))
+        return 0;
     json bands = json::array();
     bool met = true;
     for (int band = 0; band < 3; ++band) {
@@ -950,6 +970,7 @@ int Demo::WriteReports(double total) {
           "- films/: every simulated film (black bodies, noise, calibration points, scene, materials, lock-in)\n"
           "- camera.nuc, camera.bpr, badpixels.txt, calibration.cal, noise_map.film\n"
           "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 degC on the bar), scene_isotherms.png (60..70 degC yellow, above 70 degC red)\n"
+          "- materials_temperature.png (each band with its emissivity), materials_black_body.png (read as a black body), 10..100 degC\n"
           "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
           "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, materials_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
     if (!md.good()) {

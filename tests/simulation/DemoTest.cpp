@@ -109,7 +109,8 @@ TEST_F(Demo, WritesEveryPromisedFile) {
                              "scene_raw.png", "scene_corrected.png", "scene_temperature.png", "scene_isotherms.png",
                              "lockin_module.png", "lockin_phase.png", "films/scene.film", "films/lockin.film",
                              "truth/gain.film", "truth/offset.film", "truth/defects.csv",
-                             "truth/scene_temperature.film"}) {
+                             "truth/scene_temperature.film", "materials_temperature.png", "materials_black_body.png",
+                             "truth/materials_temperature.film"}) {
         const fs::path p = fs::path(s_dir) / name;
         EXPECT_TRUE(fs::exists(p) && fs::file_size(p) > 0) << name;
     }
