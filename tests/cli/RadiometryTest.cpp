@@ -42,13 +42,15 @@ TEST(Radiometry, LevelsBelowTheLawsZeroAreNaNInEveryOutput) {
     CPtr ptr(film, 0, 0, 1);
     _SCalibrationRBF law{};
     ASSERT_EQ(ptr.GetRBFCalibParam(&law), 1);
-    ASSERT_EQ(law.m_fScale, 1.0f);
+    const float scale = law.m_fScale;  // packed: read by value
+    const long offset = law.m_nOffset;
+    ASSERT_EQ(scale, 1.0f);
     ASSERT_EQ(ptr.ReadFrame(0), 1);
     std::vector<bool> none(1024);
     long below = 0;
     for (long i = 0; i < 1024; ++i) {
         const long level = ptr.GetFrame()->GetBuffer()[i] & ptr.GetMaxLevel();
-        none[i] = level == 0 || level + law.m_nOffset <= 0;
+        none[i] = level == 0 || level + offset <= 0;
         below += none[i];
     }
     ASSERT_GT(below, 10);
