@@ -6,7 +6,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
-  libpng-dev libsqlite3-dev zlib1g-dev
+  libpng-dev libsqlite3-dev zlib1g-dev libgif-dev
   libcpp-httplib-dev chromium chromium-driver python3-selenium python3-pytest python3-numpy
 )
 missing=()

@@ -41,6 +41,7 @@
 #include "thermokit/calibration/CEmissivity.h"
 #include "thermokit/calibration/CFilterDefinition.h"
 #include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/calibration/CObjectParameters.h"
 #include "thermokit/calibration/CPlanck.h"
 #include "thermokit/calibration/CResponseFile.h"
 #include "thermokit/calibration/CSpectralResponse.h"

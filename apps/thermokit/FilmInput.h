@@ -1,7 +1,7 @@
 #pragma once
 // What the film commands share: opening a film with a clear message, frame
-// ranges, rectangles, region files and the calibration that turns levels
-// into temperatures.
+// ranges, rectangles and region files (the calibration that turns levels into
+// temperatures: Conversion.h).
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +13,6 @@
 #include <vector>
 
 #include "Command.h"
-#include "thermokit/calibration/CCalibration.h"
-#include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/platform/CRect.h"
@@ -232,56 +230,6 @@ inline bool ReadRegionFile(const std::string& path, CRgn& region) {
         return false;
     }
     return true;
-}
-
-// The calibration of --calib FILE or of the film's own radiometric law
-// (--embedded); null with a message.
-inline std::unique_ptr<CCalibration> LoadCalibration(const std::string& calibPath, bool embedded, CPtrOver& film,
-                                                     const std::string& filmPath) {
-    if (embedded) {
-        _SCalibrationRBF law{};
-        if (!film.GetRBFCalibParam(&law)) {
-            Error("file " + filmPath + ": the film carries no radiometric law (--embedded needs one; use --calib FILE)");
-            return nullptr;
-        }
-        return std::make_unique<CCalibrationRBF>(law);
-    }
-    const std::string why = MissingOrEmpty(calibPath);
-    if (!why.empty()) {
-        Error("file " + calibPath + ": " + why);
-        return nullptr;
-    }
-    auto cal = std::make_unique<CCalibration>("", 0);
-    if (!cal->Open(calibPath.c_str())) {
-        Error("file " + calibPath + ": not a readable calibration file (tag \"EXP\" expected, or the file is damaged)");
-        return nullptr;
-    }
-    if (cal->GetSize() < 2) {
-        Error("file " + calibPath + ": the calibration curve has fewer than two points");
-        return nullptr;
-    }
-    return cal;
-}
-
-// The optional calibration of a command that converts levels (--calib FILE or
-// --embedded). True when the command may go on: cal stays null when neither
-// option was given. A film of doubles holds values already and is refused.
-inline bool LoadOptionalCalibration(const std::string& calibPath, bool embedded, Film& film,
-                                    const std::string& filmPath, std::unique_ptr<CCalibration>& cal) {
-    if (calibPath.empty() && !embedded) return true;
-    if (film.doubles) {
-        Error("file " + filmPath + ": a film of doubles holds values already; --calib and --embedded apply to levels");
-        return false;
-    }
-    cal = LoadCalibration(calibPath, embedded, *film.ptr, filmPath);
-    return cal != nullptr;
-}
-
-// The unit of the calibrated values: the curve's Y unit, or degrees Celsius for a law.
-inline std::string CalibrationUnit(CCalibration& cal, bool embedded) {
-    if (embedded) return "degC";
-    const std::string u = cal.GetUnitY();
-    return u.empty() ? std::string("value") : u;
 }
 
 }  // namespace thermokit::cli

@@ -1,7 +1,7 @@
 #pragma once
 // The figures of one frame over a selection of its pixels: minimum, maximum,
 // mean and population standard deviation of the levels (values of a film of
-// doubles) and, through a level table, of the calibrated values. `stats` and
+// doubles) and, through a conversion, of the calibrated values. `stats` and
 // the viewer's regions measure with this one code, so that both always give
 // the same numbers, and both write the same CSV lines.
 #include <cmath>
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "thermokit/calibration/CLevelTable.h"
+#include "Conversion.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
@@ -68,16 +68,17 @@ struct Selection {
 
 struct FrameFigures {
     Figures levels;  // levels, or values of a film of doubles
-    Figures values;  // calibrated values (count 0 without a table)
+    Figures values;  // calibrated values (count 0 without a conversion)
+    long notConverted = 0;  // selected pixels whose level gives no value (NaN)
 };
 
 // Measures frames one after the other, keeping its buffers between them.
 class FrameMeasure {
 public:
     // buffer: point x line levels; doubles: the values of a film of doubles
-    // (null for levels); table: null or empty for no calibrated values.
+    // (null for levels); conv: null for no calibrated values.
     FrameFigures Measure(const unsigned short* buffer, const double* doubles, unsigned short point,
-                         unsigned short line, const Selection& s, const CLevelTable* table) {
+                         unsigned short line, const Selection& s, const Conversion* conv) {
         const long size = static_cast<long>(point) * line;
         if (s.whole) {
             if (doubles) m_doubles.assign(doubles, doubles + size);
@@ -102,10 +103,11 @@ public:
             f.levels.min = min;
             f.levels.max = max;
         }
-        if (table && !table->IsEmpty() && !doubles) {
+        if (conv && !doubles) {
             m_values.resize(m_levels.size());
-            table->Apply(m_levels.data(), static_cast<long>(m_levels.size()), m_values.data());
-            f.values = FiniteFigures(m_values);
+            conv->Apply(m_levels.data(), static_cast<long>(m_levels.size()), m_values.data());
+            f.values = FiniteFigures(m_values);  // NaN (not converted) left out
+            f.notConverted = f.levels.count - f.values.count;
         }
         return f;
     }
@@ -122,7 +124,7 @@ private:
 inline std::string CsvHeader(bool calibrated, const std::string& unit) {
     std::string h = "frame,time_s,pixels,min,max,mean,stddev";
     if (calibrated)
-        for (const char* f : {"_min", "_max", "_mean", "_stddev", "_pixels"}) h += "," + unit + f;
+        for (const char* f : {"_min", "_max", "_mean", "_stddev", "_pixels", "_not_converted"}) h += "," + unit + f;
     return h + "\n";
 }
 
@@ -131,8 +133,8 @@ inline std::string CsvRow(unsigned long n, double time, const FrameFigures& f, b
     int k = std::snprintf(line, sizeof(line), "%lu,%.6f,%ld,%.17g,%.17g,%.17g,%.17g", n, time, f.levels.count,
                           f.levels.min, f.levels.max, f.levels.mean, f.levels.stdDev);
     if (calibrated)
-        std::snprintf(line + k, sizeof(line) - static_cast<size_t>(k), ",%.9g,%.9g,%.17g,%.17g,%ld", f.values.min,
-                      f.values.max, f.values.mean, f.values.stdDev, f.values.count);
+        std::snprintf(line + k, sizeof(line) - static_cast<size_t>(k), ",%.9g,%.9g,%.17g,%.17g,%ld,%ld", f.values.min,
+                      f.values.max, f.values.mean, f.values.stdDev, f.values.count, f.notConverted);
     return std::string(line) + "\n";
 }
 

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "Command.h"
+#include "Conversion.h"
 #include "FilmInput.h"
 #include "Progress.h"
 #include "RegionFigures.h"
-#include "thermokit/calibration/CLevelTable.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 
@@ -22,13 +22,13 @@ struct StatsOptions {
     std::string file;
     std::string roi;
     std::string regionFile;
-    std::string calib;
-    bool embedded = false;
+    ConversionOptions conversion;
     bool csv = false;
     std::string frames;
 };
 
 int RunStats(const StatsOptions& o) {
+    if (!CheckConversionOptions(o.conversion)) return kUsage;
     Film film;
     if (!OpenFilm(o.file, film)) return kFailed;
     unsigned long first = 0, last = 0;
@@ -54,23 +54,26 @@ int RunStats(const StatsOptions& o) {
         }
     }
     const bool whole = selection.whole;
-    std::unique_ptr<CCalibration> cal;
-    if (!LoadOptionalCalibration(o.calib, o.embedded, film, o.file, cal)) return kFailed;
-    CLevelTable table;
-    if (cal) table.Build(*cal, film.ptr->GetMaxLevel());
-    const std::string unit = cal ? CalibrationUnit(*cal, o.embedded) : std::string();
+    const bool cal = o.conversion.Requested();
+    Conversion conv;
+    if (cal && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
+    const std::string& unit = conv.unit;
     const char* kind = film.doubles ? "value" : "level";
 
     if (o.csv) {
-        std::fputs(CsvHeader(cal != nullptr, unit).c_str(), stdout);
+        std::fputs(CsvHeader(cal, unit).c_str(), stdout);
     } else {
         std::printf("%s: %u x %u, %s, frames %lu..%lu\n", o.file.c_str(), film.point, film.line,
                     whole ? "whole image" : (o.roi.empty() ? ("region " + o.regionFile).c_str() : ("roi " + o.roi).c_str()),
                     first, last);
         std::printf("%6s %14s %8s %10s %10s %12s %12s", "frame", "time_s", "pixels", ("min_" + std::string(kind)).c_str(),
                     ("max_" + std::string(kind)).c_str(), "mean", "stddev");
-        if (cal) std::printf("  %12s %12s %12s %12s  (%s)", "min", "max", "mean", "stddev", unit.c_str());
+        if (cal)
+            std::printf("  %12s %12s %12s %12s %13s  (%s)", "min", "max", "mean", "stddev", "not_converted",
+                        unit.c_str());
         std::printf("\n");
+        const std::string object = DescribeParameters(conv);
+        if (!object.empty()) std::printf("object: %s\n", object.c_str());
     }
     Progress progress("stats", last - first + 1);
     FrameMeasure measure;
@@ -79,16 +82,17 @@ int RunStats(const StatsOptions& o) {
         CFrame* frame = film.ptr->GetFrame();
         const double* all = film.doubles ? static_cast<CPtrFloat*>(film.ptr.get())->GetDoubleBuffer() : nullptr;
         const FrameFigures f = measure.Measure(frame->GetBuffer(), all, film.point, film.line, selection,
-                                               cal ? &table : nullptr);
+                                               cal ? &conv : nullptr);
         const Figures& lv = f.levels;
         const Figures& tv = f.values;
         const double time = frame->GetTime();
         if (o.csv) {
-            std::fputs(CsvRow(n, time, f, cal != nullptr).c_str(), stdout);
+            std::fputs(CsvRow(n, time, f, cal).c_str(), stdout);
         } else {
             std::printf("%6lu %14.6f %8ld %10.6g %10.6g %12.6f %12.6f", n, time, lv.count, lv.min, lv.max, lv.mean,
                         lv.stdDev);
-            if (cal) std::printf("  %12.4f %12.4f %12.4f %12.4f", tv.min, tv.max, tv.mean, tv.stdDev);
+            if (cal)
+                std::printf("  %12.4f %12.4f %12.4f %12.4f %13ld", tv.min, tv.max, tv.mean, tv.stdDev, f.notConverted);
             std::printf("\n");
         }
         progress.Step(n - first + 1);
@@ -104,12 +108,10 @@ RegisterCommand reg(330, [](CLI::App& app) {
     auto* region = sub->add_option("--region-file", o->regionFile,
                                    "Region file: lines \"rect X Y W H\", \"ellipse X Y W H\", \"polygon X1 Y1 X2 Y2 ...\"");
     roi->excludes(region);
-    auto* calib = sub->add_option("--calib", o->calib, "Calibration file: also the calibrated values");
-    auto* embedded = sub->add_flag("--embedded", o->embedded, "Also temperatures by the film's own radiometric law");
-    calib->excludes(embedded);
+    AddConversionOptions(sub, o->conversion);
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
     sub->add_flag("--csv", o->csv, "Comma-separated values with a header line");
-    sub->footer("Example: thermokit stats run.film --roi 100,80,64,48 --embedded --csv > run.csv");
+    sub->footer("Example: thermokit stats run.film --roi 100,80,64,48 --embedded --emissivity 0.95 --csv > run.csv");
     sub->callback([o] { SetAction([o] { return RunStats(*o); }); });
 });
 

@@ -25,6 +25,7 @@ bool IsLoopback(const std::string& address) {
 }
 
 int RunView(ViewOptions o) {
+    if (!CheckConversionOptions(o.conversion)) return kUsage;
     if (o.listen.size() > 2 && o.listen.front() == '[' && o.listen.back() == ']')
         o.listen = o.listen.substr(1, o.listen.size() - 2);
     std::vector<std::unique_ptr<ViewFilm>> films;
@@ -96,9 +97,7 @@ RegisterCommand reg(315, [](CLI::App& app) {
     auto o = std::make_shared<ViewOptions>();
     auto* sub = app.add_subcommand("view", "Look at films in a web browser (a local server and its page)");
     sub->add_option("films", o->films, "Film files, one tab each")->required();
-    auto* calib = sub->add_option("--calib", o->calib, "Calibration file: temperatures (values) in the page");
-    auto* embedded = sub->add_flag("--embedded", o->embedded, "Temperatures by each film's own radiometric law");
-    calib->excludes(embedded);
+    AddConversionOptions(sub, o->conversion);
     sub->add_option("--nuc", o->nuc, "NUC table: a correction switch in the page");
     sub->add_option("--badpixels", o->badPixels, "Bad-pixel map: a correction switch in the page");
     sub->add_option("--palette-file", o->paletteFile, "Palette file with custom palettes");

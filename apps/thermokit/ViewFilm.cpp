@@ -36,12 +36,7 @@ bool ViewFilm::Open(const std::string& path, const ViewOptions& o) {
         return false;
     }
     m_maxLevel = m_film.ptr->GetMaxLevel();
-    if (!o.calib.empty() || o.embedded) {
-        m_cal = LoadCalibration(o.calib, o.embedded, *m_film.ptr, path);
-        if (!m_cal) return false;
-        m_table.Build(*m_cal, m_maxLevel);
-        m_unit = CalibrationUnit(*m_cal, o.embedded);
-    }
+    if (o.conversion.Requested() && !LoadConversion(o.conversion, m_film, path, m_conv)) return false;
     // Taken now: the film object's header changes its current frame as frames are read.
     m_header = FileHeader(*m_film.ptr);
     return OpenCorrection(o);
@@ -119,7 +114,7 @@ nlohmann::ordered_json ViewFilm::Describe(int index) const {
     j["frames"] = m_film.frames;
     j["frame_rate_hz"] = m_film.ptr->GetFrameRate();
     j["calibrated"] = Calibrated();
-    j["unit"] = m_unit;
+    j["unit"] = m_conv.unit;
     j["nuc"] = {{"available", m_correction.nuc}, {"why", m_correction.nucWhy}};
     j["badpixels"] = {{"available", m_correction.badPixels}, {"why", m_correction.badPixelsWhy}};
     j["header"] = m_header;
@@ -137,7 +132,8 @@ bool ViewFilm::Measure(unsigned long n, bool nuc, bool badPixels, const Selectio
     ViewFrame frame;
     if (!Read(n, nuc, badPixels, frame)) return false;
     FrameMeasure measure;
-    const FrameFigures f = measure.Measure(frame.levels.data(), nullptr, m_film.point, m_film.line, s, &m_table);
+    const FrameFigures f = measure.Measure(frame.levels.data(), nullptr, m_film.point, m_film.line, s,
+                                           Calibrated() ? &m_conv : nullptr);
     auto figures = [](const Figures& g) {
         return nlohmann::ordered_json{{"pixels", g.count}, {"min", g.min}, {"max", g.max}, {"mean", g.mean},
                                       {"stddev", g.stdDev}};
@@ -148,7 +144,8 @@ bool ViewFilm::Measure(unsigned long n, bool nuc, bool badPixels, const Selectio
     out["flags"] = frame.flags;
     out["levels"] = figures(f.levels);
     out["values"] = Calibrated() ? figures(f.values) : nlohmann::ordered_json();
-    out["unit"] = m_unit;
+    out["not_converted"] = f.notConverted;
+    out["unit"] = m_conv.unit;
     // The histogram of the region's levels, gathered into at most 64 bins.
     const std::vector<unsigned short>& levels = measure.Levels();
     unsigned short low = 0, high = 0;
@@ -177,7 +174,7 @@ bool ViewFilm::MeasureCsv(unsigned long first, unsigned long last, bool nuc, boo
     for (unsigned long n = first; n <= last; ++n) {
         if (!Read(n, nuc, badPixels, frame)) return false;
         const FrameFigures f = measure.Measure(frame.levels.data(), nullptr, m_film.point, m_film.line, s,
-                                               Calibrated() ? &m_table : nullptr);
+                                               Calibrated() ? &m_conv : nullptr);
         text += CsvRow(n, frame.time, f, Calibrated());
     }
     return true;

@@ -13,7 +13,7 @@
 
 #include "FilmInput.h"
 #include "RegionFigures.h"
-#include "thermokit/calibration/CLevelTable.h"
+#include "Conversion.h"
 #include "thermokit/nuc/CCorrection.h"
 
 namespace thermokit::cli {
@@ -21,8 +21,7 @@ namespace thermokit::cli {
 // What `thermokit view` was given.
 struct ViewOptions {
     std::vector<std::string> films;
-    std::string calib;
-    bool embedded = false;
+    ConversionOptions conversion;  // calibration, object parameters, unit
     std::string nuc;
     std::string badPixels;
     std::string paletteFile;
@@ -61,13 +60,14 @@ public:
     // One CSV line per frame for frames first..last (stats --csv), appended to text.
     bool MeasureCsv(unsigned long first, unsigned long last, bool nuc, bool badPixels, const Selection& s,
                     std::string& text);
-    std::string CsvHead() const { return CsvHeader(Calibrated(), m_unit); }
+    std::string CsvHead() const { return CsvHeader(Calibrated(), m_conv.unit); }
 
     // The smallest and largest automatic range over up to 100 frames spread over the film.
     bool FilmRange(bool nuc, bool badPixels, unsigned short& min, unsigned short& max);
 
-    bool Calibrated() const { return !m_table.IsEmpty(); }
-    const CLevelTable& Table() const { return m_table; }
+    bool Calibrated() const { return m_conv.cal != nullptr; }
+    // The value of a level in the film's unit (NaN where it does not convert).
+    float Value(unsigned short level) const { return m_conv.Value(level); }
     unsigned long Frames() const { return m_film.frames; }
     unsigned short Point() const { return m_film.point; }
     unsigned short Line() const { return m_film.line; }
@@ -82,12 +82,11 @@ private:
     };
     bool OpenCorrection(const ViewOptions& o);
 
-    std::string m_path, m_name, m_unit;
+    std::string m_path, m_name;
     nlohmann::ordered_json m_header;
     Film m_film;
     unsigned short m_maxLevel = 0;
-    std::unique_ptr<CCalibration> m_cal;
-    CLevelTable m_table;
+    Conversion m_conv;
     Correction m_correction;
     std::mutex m_lock;  // the film's reader and the correction chain's switches
 };

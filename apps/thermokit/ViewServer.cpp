@@ -537,7 +537,7 @@ void ViewServer::Routes() {
                                        " has no calibration (start the viewer with --calib FILE or --embedded)");
         std::vector<float> values(static_cast<size_t>(film->MaxLevel()) + 1);
         for (size_t level = 0; level < values.size(); ++level)
-            values[level] = film->Table().Value(static_cast<unsigned short>(level));
+            values[level] = film->Value(static_cast<unsigned short>(level));
         SendBinary(req, res, std::string(reinterpret_cast<const char*>(values.data()), values.size() * 4),
                    Z_DEFAULT_STRATEGY);
     });

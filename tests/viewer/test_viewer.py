@@ -317,8 +317,8 @@ def test_the_page_shows_the_tools_numbers(viewer, films, browser):
         row = [float(v) for v in csv.splitlines()[4].split(",")]
         lv, tv = s["levels"], s["values"]
         assert [lv["pixels"], lv["min"], lv["max"], lv["mean"], lv["stddev"]] == row[2:7]
-        assert [np.float32(tv["min"]), np.float32(tv["max"]), tv["mean"], tv["stddev"], tv["pixels"]] == \
-            [np.float32(row[7]), np.float32(row[8]), *row[9:]]
+        assert [np.float32(tv["min"]), np.float32(tv["max"]), tv["mean"], tv["stddev"], tv["pixels"],
+                s["not_converted"]] == [np.float32(row[7]), np.float32(row[8]), *row[9:]]
         wait(lambda: f"{row[9]:.4f}" in by("stats").text and f"{row[5]:.6f}" in by("stats").text)
         href = by("saveCsv").get_attribute("href")
         assert viewer.get(href[href.index("/api"):], token=None)[2].decode() == csv

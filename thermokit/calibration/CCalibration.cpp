@@ -138,6 +138,26 @@ int CCalibration::FindAbscisse(float y, float* x, int extrapolate) const {
     return InterpolateArrays(m_pCurveY.data(), ActiveX(), m_Header.m_wPoint, y, x, extrapolate);
 }
 
+int CCalibration::LevelToSignal(float level, double* signal) const {
+    if (!signal) return 0;
+    *signal = level;
+    return 1;
+}
+
+int CCalibration::SignalToValue(double signal, double* value, int extrapolate) const {
+    float y = 0.0f;
+    if (!value || !Interpolate(static_cast<float>(signal), &y, extrapolate)) return 0;
+    *value = y;
+    return 1;
+}
+
+int CCalibration::ValueToSignal(double value, double* signal, int extrapolate) const {
+    float x = 0.0f;
+    if (!signal || !FindAbscisse(static_cast<float>(value), &x, extrapolate)) return 0;
+    *signal = x;
+    return 1;
+}
+
 unsigned short CCalibration::GetSize() const { return m_Header.m_wPoint; }
 
 void CCalibration::SetIntegration(unsigned short integration) {

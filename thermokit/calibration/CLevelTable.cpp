@@ -1,6 +1,7 @@
 #include "thermokit/calibration/CLevelTable.h"
 
 #include "thermokit/calibration/CCalibration.h"
+#include "thermokit/calibration/CObjectParameters.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/TargetClones.h"
 
@@ -16,13 +17,20 @@ void Lookup(const float* table, unsigned short mask, const unsigned short* level
 }  // namespace
 
 void CLevelTable::Build(const CCalibration& calibration, unsigned short maxLevel, int extrapolate, float failValue) {
+    Build(calibration, CObjectParameters(), maxLevel, extrapolate, failValue);
+}
+
+void CLevelTable::Build(const CCalibration& calibration, const CObjectParameters& parameters, unsigned short maxLevel,
+                        int extrapolate, float failValue) {
     const size_t size = static_cast<size_t>(maxLevel) + 1;
     m_wMaxLevel = maxLevel;
     m_afValue.assign(size, failValue);
     m_abOk.assign(size, 0);
+    double background = 0.0;
+    if (!parameters.Background(calibration, &background, extrapolate)) return;
     for (size_t level = 0; level < size; ++level) {
         float y = failValue;
-        if (calibration.Interpolate(static_cast<float>(level), &y, extrapolate)) {
+        if (parameters.Convert(calibration, static_cast<float>(level), background, &y, extrapolate)) {
             m_afValue[level] = y;
             m_abOk[level] = 1;
         }
@@ -36,15 +44,24 @@ void CLevelTable::Apply(const unsigned short* levels, long n, float* out) const 
 
 void ConvertLevels(const CCalibration& calibration, const unsigned short* levels, long n, unsigned short maxLevel,
                    float* out, int extrapolate, float failValue) {
+    ConvertLevels(calibration, CObjectParameters(), levels, n, maxLevel, out, extrapolate, failValue);
+}
+
+void ConvertLevels(const CCalibration& calibration, const CObjectParameters& parameters, const unsigned short* levels,
+                   long n, unsigned short maxLevel, float* out, int extrapolate, float failValue) {
     if (n <= 0 || !levels || !out) return;
     if (n > static_cast<long>(maxLevel) + 1) {
-        CLevelTable(calibration, maxLevel, extrapolate, failValue).Apply(levels, n, out);
+        CLevelTable(calibration, parameters, maxLevel, extrapolate, failValue).Apply(levels, n, out);
         return;
     }
+    double background = 0.0;
+    const int any = parameters.Background(calibration, &background, extrapolate);
     for (long i = 0; i < n; ++i) {
         float y = failValue;
         const unsigned short level = static_cast<unsigned short>(levels[i] & maxLevel);
-        out[i] = calibration.Interpolate(static_cast<float>(level), &y, extrapolate) ? y : failValue;
+        out[i] = any && parameters.Convert(calibration, static_cast<float>(level), background, &y, extrapolate)
+                     ? y
+                     : failValue;
     }
 }
 
