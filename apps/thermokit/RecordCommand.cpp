@@ -269,6 +269,9 @@ int RunRecord(const RecordOptions& o) {
     Note("frames lost: %llu (%llu incomplete, %llu missing from the stream)\n",
          static_cast<unsigned long long>(s.source.Lost()), static_cast<unsigned long long>(s.source.nIncomplete),
          static_cast<unsigned long long>(s.source.nMissing));
+    if (source->GetInfo().strInterface != "simulation")
+        Note("pool underruns: %llu (frames that came while every buffer was taken; among the missing)\n",
+             static_cast<unsigned long long>(s.source.nUnderruns));
     Note("bank waits: %llu\n", static_cast<unsigned long long>(s.nBankWaits));
     Note("longest blocked Write: %.3f ms\n", s.dLongestWrite * 1e3);
     if (s.bStopped) Note("interrupted: %s keeps the %lu frames recorded\n", o.output.c_str(), s.nFrames);

@@ -95,8 +95,9 @@ int CRecorder::Record(CFrameSource& source, const char* fileName) {
         frame->SetTime(f.dTime);
         const Clock::time_point before = Clock::now();
         const int ok = film.AddFrame(frame);
-        m_Status.dLongestWrite =
-            std::max(m_Status.dLongestWrite, std::chrono::duration<double>(Clock::now() - before).count());
+        const double took = std::chrono::duration<double>(Clock::now() - before).count();
+        m_Status.dLongestWrite = std::max(m_Status.dLongestWrite, took);
+        m_Status.dWriteSeconds += took;
         if (!ok) {
             diskFailed = true;
             break;

@@ -32,6 +32,7 @@ struct RECORD_STATUS {
     uint64_t nBankWaits = 0;        // times a frame waited for a free bank
     uint64_t nBytesCopied = 0;      // bytes copied into the banks (header included)
     double dLongestWrite = 0.0;     // longest time one frame took to go into the banks, seconds
+    double dWriteSeconds = 0.0;     // all the time frames took to go into the banks
     bool bDirect = false;           // the banks are written past the page cache (O_DIRECT)
     bool bStopped = false;          // RequestStop ended it
     bool bSourceFailed = false;     // the source failed; the film keeps what came before
