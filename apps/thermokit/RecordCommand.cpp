@@ -302,9 +302,8 @@ RegisterCommand reg(320, [](CLI::App& app) {
     record->add_option("--bank-size", options->bankSize, "Bytes of one bank, the size of every disk write (default 1048576)")
         ->check(CLI::Range(1ul, 0xFFFFFFFFul));
     record->footer(
-        "Examples:\n"
-        "  thermokit record --camera Aravis-Fake-GV01 -o run.film --duration 30 --rate 100 --roi 0,0,640,512 --bits 16\n"
-        "  thermokit record -o sim.film --count 500 --size 640x512 --bits 14 --rate 200 --banks 16 --bank-size 4194304\n"
+        "Example: thermokit record --camera Aravis-Fake-GV01 -o run.film --duration 30 --rate 100 --roi 0,0,640,512 --bits 16\n"
+        "Simulated: thermokit record -o sim.film --count 500 --size 640x512 --bits 14 --rate 200 --banks 16 --bank-size 4194304\n"
         "Ctrl-C ends the recording with a valid film of every frame so far.");
     record->callback([options] { SetAction([options] { return RunRecord(*options); }); });
 });
