@@ -43,6 +43,25 @@ TEST(FrameSource, FramesMissingBetweenCounters) {
     EXPECT_EQ(CFrameSource::MissingBetween(9, 9), 0u);
 }
 
+// A frame whose leader was lost arrives incomplete and numbered 0: it is
+// one incomplete frame, and it fills a place of the gap that follows.
+TEST(FrameSource, UnnumberedIncompleteFramesAreNotCountedTwice) {
+    struct Counted : CFrameSource {
+        int Start() override { return 1; }
+        int Next(SOURCE_FRAME&, unsigned long) override { return 0; }
+        void Stop() override {}
+        using CFrameSource::CountFrame;
+    } source;
+    const std::pair<uint64_t, bool> received[] = {{703, true}, {0, false},   {705, true}, {0, false},
+                                                  {0, false},  {709, false}, {710, true}};
+    for (const auto& [id, complete] : received) source.CountFrame(id, complete);
+    const SOURCE_STATISTICS s = source.GetStatistics();
+    EXPECT_EQ(s.nDelivered, 3u);
+    EXPECT_EQ(s.nIncomplete, 4u);
+    EXPECT_EQ(s.nMissing, 1u);  // of 704 and 706 to 708, three were the unnumbered ones
+    EXPECT_EQ(s.Lost(), 5u);
+}
+
 #ifdef THERMOKIT_HAVE_ARAVIS
 
 // Aravis' fake camera's 16-bit image at gain 0 and a 10 ms exposure (its

@@ -17,17 +17,29 @@ uint64_t CFrameSource::MissingBetween(uint64_t previous, uint64_t current) {
 }
 
 void CFrameSource::CountFrame(uint64_t frameId, bool complete) {
-    if (m_bCounted) m_Stats.nMissing += MissingBetween(m_nLastId, frameId);
+    if (!complete) ++m_Stats.nIncomplete;
+    else ++m_Stats.nDelivered;
+    // A frame whose leader never arrived comes with the number 0, which no
+    // GigE Vision frame carries: it says nothing about the counter, and the
+    // gap it leaves is its own, already counted as incomplete.
+    if (!complete && frameId == 0) {
+        ++m_nUnnumbered;
+        return;
+    }
+    if (m_bCounted) {
+        const uint64_t gap = MissingBetween(m_nLastId, frameId);
+        m_Stats.nMissing += gap > m_nUnnumbered ? gap - m_nUnnumbered : 0;
+    }
+    m_nUnnumbered = 0;
     m_bCounted = true;
     m_nLastId = frameId;
-    if (complete) ++m_Stats.nDelivered;
-    else ++m_Stats.nIncomplete;
 }
 
 void CFrameSource::ResetCounts() {
     m_Stats = SOURCE_STATISTICS();
     m_bCounted = false;
     m_nLastId = 0;
+    m_nUnnumbered = 0;
 }
 
 double CFrameSource::TimeOfDay(int64_t unixMicroseconds) {

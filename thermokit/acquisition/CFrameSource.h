@@ -129,7 +129,9 @@ protected:
     int SetError(int code, const std::string& text);  // returns 0
     void ClearError() { SetError(SOURCE_OK, std::string()); }
     // Counts a frame received with its frame counter: gaps since the one
-    // before it, and an incomplete frame when it is not complete.
+    // before it, and an incomplete frame when it is not complete. An
+    // incomplete frame numbered 0 (its leader was lost) fills one place of
+    // the next gap instead of moving the counter.
     void CountFrame(uint64_t frameId, bool complete);
     void ResetCounts();
     // Time of day in local time, seconds since midnight to the microsecond,
@@ -150,6 +152,7 @@ protected:
 private:
     bool m_bCounted = false;  // a frame counter has been seen since ResetCounts
     uint64_t m_nLastId = 0;
+    uint64_t m_nUnnumbered = 0;  // incomplete frames without a number since the last numbered one
     int m_nError = SOURCE_OK;
     std::string m_strError;
 };

@@ -322,6 +322,9 @@ int CGenICamSource::Start() {
     GError* error = nullptr;
     a.stream = arv_camera_create_stream(a.camera, nullptr, nullptr, &error);
     if (!a.stream) return SetError(SOURCE_FAILED, "camera " + m_Info.strId + ": cannot open its stream (" + Take(error) + ")");
+    // A GigE Vision frame arrives as a burst of packets: the socket takes a
+    // whole frame (as far as the system's net.core.rmem_max allows).
+    if (ARV_IS_GV_STREAM(a.stream)) g_object_set(a.stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_AUTO, nullptr);
     for (int i = 0; i < m_nBuffers; ++i) arv_stream_push_buffer(a.stream, arv_buffer_new_allocate(m_nPayload));
     a.controlLost = false;
     a.lostHandler = g_signal_connect(arv_camera_get_device(a.camera), "control-lost",

@@ -23,6 +23,9 @@
 // (no answer to its heartbeat, a few seconds), or when no frame at all came
 // for GetSilenceLimit() seconds: Next then returns -1 with SOURCE_LOST.
 //
+// Aravis keeps one list of devices for the whole process: ListCameras and
+// Open update it, so they are called from one thread at a time.
+//
 // A GigE Vision camera on this machine's loopback (Aravis' fake camera
 // started with -i 127.0.0.1) is opened through its address, so that its
 // stream comes over the loopback interface and not over the interface the

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <memory>
 
 #include "thermokit/film/CPtr2.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/File.h"
 
 namespace thermokit {
 
@@ -28,12 +30,17 @@ int CRecorder::Record(CFrameSource& source, const char* fileName) {
     source.FillHeader(film);
     film.SetFileTools(m_strTools.c_str());
     film.SetImageRealDriverTopFrameValid(1);
-    if (point == 0 || line == 0 || !film.Create(name.c_str(), m_nBankSize, m_nBanks))
+    // A recording that cannot begin leaves no film behind (a header alone, or nothing).
+    if (point == 0 || line == 0 || !film.Create(name.c_str(), m_nBankSize, m_nBanks)) {
+        if (!name.empty() && film.IsRecording()) film.Close();
+        if (!name.empty() && File::Exists(name)) std::remove(name.c_str());
         return Fail(RECORD_CREATE_FAILED, "file " + name + ": cannot be created for recording with " +
                                               std::to_string(m_nBanks) + " banks of " + std::to_string(m_nBankSize) +
                                               " bytes");
+    }
     if (!source.Start()) {
         film.Close();
+        std::remove(name.c_str());
         return Fail(RECORD_START_FAILED, source.GetLastErrorMessage());
     }
     CStreamFile* stream = film.GetStream();

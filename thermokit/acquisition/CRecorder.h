@@ -74,8 +74,9 @@ public:
 
     // Starts the source and records into fileName (created, or emptied).
     // 1 when the recording ended by its count, its duration or RequestStop;
-    // 0 otherwise (GetLastError, GetLastErrorMessage). The source is stopped
-    // on return.
+    // 0 otherwise (GetLastError, GetLastErrorMessage). When the film cannot
+    // be created or the source does not start, no file is left under
+    // fileName. The source is stopped on return.
     int Record(CFrameSource& source, const char* fileName);
     // Ends the recording in progress after the frame at hand. Safe from a
     // signal handler and from another thread.
