@@ -8,6 +8,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   libpng-dev libsqlite3-dev zlib1g-dev libgif-dev
   libcpp-httplib-dev chromium chromium-driver python3-selenium python3-pytest python3-numpy
+  libaravis-dev aravis-tools libusb-1.0-0-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -60,8 +60,14 @@
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CNucFile.h"
 #include "thermokit/nuc/CPixel.h"
+#include "thermokit/acquisition/CFrameSource.h"
+#ifdef THERMOKIT_HAVE_ARAVIS
+#include "thermokit/acquisition/CGenICamSource.h"
+#endif
 #include "thermokit/acquisition/CLockin.h"
+#include "thermokit/acquisition/CRecorder.h"
 #include "thermokit/acquisition/CSharedMemory.h"
+#include "thermokit/acquisition/CSimulatedSource.h"
 #include "thermokit/simulation/CRadiometricFit.h"
 #include "thermokit/simulation/CSimDetector.h"
 #include "thermokit/simulation/CSimFilm.h"

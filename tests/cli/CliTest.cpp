@@ -537,7 +537,7 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
     if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
     for (const char* command :
          {"info", "render", "animate", "export", "stats", "temperature", "edit", "simulate", "nuc compute", "badpixels detect",
-          "correct", "record", "lockin", "demo", "calib info", "calib convert", "planck", "palette list",
+          "correct", "cameras", "record", "lockin", "demo", "calib info", "calib convert", "planck", "palette list",
           "palette render", "about", "nuc", "badpixels", "palette", "calib", "registry", "registry get",
           "registry export"}) {
         const Result r = Tool(std::string(command) + " --help");

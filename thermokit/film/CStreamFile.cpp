@@ -139,6 +139,20 @@ int64_t CStreamFile::GetErrorPosition() const {
     return position;
 }
 
+uint64_t CStreamFile::GetBankWaits() const {
+    m_pLock->Lock();
+    const uint64_t waits = m_nBankWaits;
+    m_pLock->Unlock();
+    return waits;
+}
+
+uint64_t CStreamFile::GetBytesCopied() const {
+    m_pLock->Lock();
+    const uint64_t bytes = m_nBytesCopied;
+    m_pLock->Unlock();
+    return bytes;
+}
+
 int CStreamFile::SetBankNumber(int n) {
     if (m_hFile >= 0 || n < 1 || n > kMaxBanks) return 0;
     m_pLock->Lock();
@@ -212,6 +226,8 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
     m_nPending = 0;
     m_bError = 0;
     m_nErrorPosition = -1;
+    m_nBankWaits = 0;
+    m_nBytesCopied = 0;
     m_bDirty = false;
     m_bDirect = direct;
     m_strFileName = name;
@@ -305,6 +321,8 @@ int CStreamFile::CanWrite(CCriticalSection* lock, int banksNeeded) {
 }
 
 unsigned char* CStreamFile::GetFreeBank(CCriticalSection* lock) {
+    // Every bank full and not yet on disk: the caller is about to wait.
+    if (m_nPending >= m_nBankNumber) ++m_nBankWaits;
     if (!CanWrite(lock, m_nBankNumber) || !m_pBanks) return nullptr;
     return m_pBanks[m_nCurrentBank];
 }
@@ -331,6 +349,7 @@ int CStreamFile::Write(const void* data, unsigned long size, unsigned long* writ
         m_pLock->Lock();
         m_nBankOffset += static_cast<uint32_t>(n);
         m_bDirty = true;
+        m_nBytesCopied += n;
         src += n;
         left -= n;
         if (written) *written += n;
