@@ -13,6 +13,7 @@
 #include "thermokit/calibration/CLevelTable.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/Statistics.h"
 
 namespace thermokit::cli {
 namespace {
@@ -34,19 +35,14 @@ struct Figures {
 
 // Figures of the finite values among v (calibrations give NaN where a level cannot be converted).
 template <class T>
-Figures Of(std::vector<T>& v) {
+Figures Of(const std::vector<T>& v) {
+    const FrameStatistics s = Measure(v.data(), static_cast<long>(v.size()));
     Figures f;
-    size_t kept = 0;
-    for (size_t i = 0; i < v.size(); ++i)
-        if (std::isfinite(static_cast<double>(v[i]))) v[kept++] = v[i];
-    v.resize(kept);
-    f.count = static_cast<long>(kept);
-    if (kept == 0) return f;
-    T min{}, max{};
-    MinMax(v.data(), static_cast<long>(kept), &min, &max, static_cast<T*>(nullptr), 0);
-    StdDev(v.data(), static_cast<long>(kept), &f.stdDev, &f.mean);
-    f.min = static_cast<double>(min);
-    f.max = static_cast<double>(max);
+    f.min = s.min;
+    f.max = s.max;
+    f.mean = s.mean;
+    f.stdDev = s.stdDev;
+    f.count = s.count;
     return f;
 }
 
