@@ -56,8 +56,7 @@ int RunSimulate(const SimulateOptions& o) {
     cfg.seed = o.seed;
     cfg.frameRate = o.rate;
     if (o.defects) {
-        const long size = static_cast<long>(cfg.point) * cfg.line;
-        cfg.deadCount = cfg.hotCount = cfg.noisyCount = static_cast<int>(size / 5000 > 3 ? size / 5000 : 3);
+        cfg.deadCount = cfg.hotCount = cfg.noisyCount = CSimDetector::DefaultDefectCount(cfg.point, cfg.line);
     }
     CSimScene scene = CSimScene::Uniform(o.temperature);
     if (o.scene == "plate") {
