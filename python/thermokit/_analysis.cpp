@@ -24,7 +24,12 @@ template <class T>
 std::vector<T> Rectangle(const CArray<T>& a, const py::object& roi) {
     if (a.ndim() != 2)
         throw ValueError("argument 'frame': a 2-D frame expected with roi, got shape " + ShapeText(ShapeOf(a)));
-    const auto r = roi.cast<std::vector<long>>();
+    std::vector<long> r;
+    try {
+        r = roi.cast<std::vector<long>>();
+    } catch (const py::cast_error&) {
+        throw TypeError("roi: (x, y, w, h), four integers, expected");
+    }
     const long width = static_cast<long>(a.shape(1)), height = static_cast<long>(a.shape(0));
     if (r.size() != 4 || r[2] <= 0 || r[3] <= 0 || r[0] < 0 || r[1] < 0 || r[0] + r[2] > width || r[1] + r[3] > height) {
         std::string text = "roi";
@@ -82,6 +87,7 @@ unsigned short FilterOf(const py::object& filter) {
 py::tuple Results(CLockin& lockin, unsigned short filter, unsigned short point, unsigned short line) {
     const double* module = lockin.GetModule(filter, 1);
     const double* phase = lockin.GetPhase(filter, 1);
+    if (!module || !phase) throw ValueError("lock-in: no result (no frame of at least one pixel)");
     auto m = NewArray<double>({line, point});
     auto p = NewArray<double>({line, point});
     const size_t size = static_cast<size_t>(point) * line;

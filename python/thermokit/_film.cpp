@@ -232,7 +232,11 @@ py::object GetItem(Film& f, const py::object& key) {
         for (size_t k = 0; k < length; ++k) indexes.push_back(static_cast<unsigned long>(start + k * step));
         return ReadMany(f, indexes);
     }
-    if (PyIndex_Check(key.ptr()) && !py::isinstance<py::bool_>(key)) return Read(f, key.cast<py::ssize_t>(), py::none());
+    if (PyIndex_Check(key.ptr()) && !py::isinstance<py::bool_>(key)) {
+        const py::ssize_t i = PyNumber_AsSsize_t(key.ptr(), nullptr);  // clipped to the index range
+        if (i == -1 && PyErr_Occurred()) throw py::error_already_set();
+        return Read(f, i, py::none());
+    }
     const py::array a = AnyArray(key, "index");
     if (a.ndim() == 1 && a.size() == 0) return ReadMany(f, indexes);
     if ((a.dtype().kind() != 'i' && a.dtype().kind() != 'u') || a.ndim() != 1)
@@ -372,6 +376,10 @@ std::shared_ptr<Writer> CreateWriter(const PathArg& file, long width, long heigh
         throw ValueError("size " + std::to_string(width) + " x " + std::to_string(height) + ": too many pixels for a film");
     if (bits < 1 || bits > 16) throw ValueError("bits " + std::to_string(bits) + ": from 1 to 16 expected");
     if (direct && doubles) throw ValueError("the direct-to-disk writer records films of levels, not of doubles");
+    if (direct && (bankSize < 4096 || bankSize > (1ul << 30)))
+        throw ValueError("bank_size " + std::to_string(bankSize) + ": from 4096 to 1073741824 bytes expected");
+    if (direct && (banks < 1 || banks > 1024)) throw ValueError("banks " + std::to_string(banks) + ": from 1 to 1024 expected");
+    if (!header.is_none() && !py::isinstance<py::dict>(header)) throw TypeError("header: a dictionary expected");
     const std::string& path = file.value;
     auto w = std::make_shared<Writer>();
     w->path = path;

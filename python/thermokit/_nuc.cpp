@@ -185,6 +185,8 @@ py::array ApplyNuc(Nuc& n, const py::object& frame, int bits, const py::object& 
         }
         return target;
     }
+    if (any.dtype().kind() != 'f')
+        throw TypeError("argument 'frame': levels (uint16) or a float image expected, got " + DtypeName(any.dtype()));
     const auto in = Values<float>(any, "frame", {2, 3});
     CheckFrameShape(in, "frame", n.Line(), n.Point());
     auto target = out.is_none() ? NewArray<float>(ShapeOf(in)) : OutArray<float>(out, "out", ShapeOf(in));
@@ -356,7 +358,8 @@ py::array ApplyMap(BadPixels& b, const py::object& frame, const py::object& out)
         return target;
     }
     if (any.dtype().kind() == 'f' && any.dtype().itemsize() == 4) return ApplyMapTyped<float>(b, any, out);
-    return ApplyMapTyped<double>(b, any, out);
+    if (any.dtype().kind() == 'f') return ApplyMapTyped<double>(b, any, out);
+    throw TypeError("argument 'frame': levels (uint16) or a float image expected, got " + DtypeName(any.dtype()));
 }
 
 // (x, y) of every entry's bad (which 1) or replacement (which 2) pixel.
