@@ -9,6 +9,7 @@ packages=(
   libpng-dev libsqlite3-dev zlib1g-dev libgif-dev
   libcpp-httplib-dev chromium chromium-driver python3-selenium python3-pytest python3-numpy
   libaravis-dev aravis-tools libusb-1.0-0-dev
+  pybind11-dev python3-dev
 )
 missing=()
 for p in "${packages[@]}"; do

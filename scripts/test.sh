@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test run: installs what the build needs, then builds and runs the
-# test suite twice (release build, then address + undefined sanitizers), and
-# checks that an installed thermokit is usable from another CMake project.
+# test suite twice (release build, then address + undefined sanitizers; the
+# release run includes the Python package's pytest suite), and checks that an
+# installed thermokit is usable from another CMake project and from python3.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -33,4 +34,8 @@ cmake --install build/release --prefix "$prefix/install" >/dev/null
 cmake -S tests/consumer -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/install" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 "$prefix/consumer/consumer"
+# The Python package lands where the system's python3 looks under the prefix.
+site=$(/usr/bin/python3 -c 'import sys; print("lib/python%d.%d/dist-packages" % sys.version_info[:2])')
+PYTHONPATH="$prefix/install/$site" /usr/bin/python3 -c \
+  "import thermokit, sys; assert thermokit.__file__.startswith('$prefix/install/'); f = thermokit.simulate(size=(16, 8), frames=2); sys.exit(len(f) != 2)"
 echo "all tests passed"

@@ -15,36 +15,20 @@
 #include "Command.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/FilmReader.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
 
 namespace thermokit::cli {
 
-// Why a file cannot be used, as the end of "file X: ...": missing, empty or
-// not of the expected kind.
-inline std::string MissingOrEmpty(const std::string& path) {
-    if (!File::Exists(path)) return "not found";
-    File f;
-    if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened";
-    if (f.GetLength() == 0) return "empty file";
-    return std::string();
-}
+// Why a file cannot be used, as the end of "file X: ...": missing, unreadable
+// or empty (empty when it can be read).
+inline std::string MissingOrEmpty(const std::string& path) { return FileProblem(path); }
 
 // False with a message when the file ends before the last frame its header
 // counts (a film cut short by a full disk or an interrupted copy).
-inline bool FilmComplete(const CPtr& film, const std::string& path) {
-    const unsigned long frames = film.GetFrameNumber();
-    if (frames == 0) return true;
-    const uint64_t end = film.OffsetImage(frames - 1) + film.GetImageSize();
-    const int64_t size = film.GetFileSize();
-    if (size < 0 || static_cast<uint64_t>(size) < end) {
-        Error("file " + path + ": shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) +
-              " bytes, " + std::to_string(end) + " expected); the film is truncated");
-        return false;
-    }
-    return true;
-}
+inline bool FilmComplete(const CPtr& film, const std::string&) { return CheckFilmComplete(film) != 0; }
 
 // A film of 16-bit levels (CPtr) or of doubles (CPtrFloat); null with a message.
 struct Film {
@@ -55,24 +39,9 @@ struct Film {
 };
 
 inline bool OpenFilm(const std::string& path, Film& film) {
-    const std::string why = MissingOrEmpty(path);
-    if (!why.empty()) {
-        Error("file " + path + ": " + why);
-        return false;
-    }
-    CPtrOver header(path);
-    if (!header.IsValid()) {
-        Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
-        return false;
-    }
-    film.doubles = CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8;
-    if (film.doubles) film.ptr = std::make_unique<CPtrFloat>(path, 0, 0, 1);
-    else film.ptr = std::make_unique<CPtr>(path, 0, 0, 1);
-    if (!film.ptr->IsValid()) {
-        Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
-        return false;
-    }
-    if (!FilmComplete(*film.ptr, path)) return false;
+    film.ptr = OpenFilmForReading(path);
+    if (!film.ptr) return false;
+    film.doubles = film.ptr->GetPixelBytes() == 8;
     film.frames = film.ptr->GetFrameNumber();
     film.point = film.ptr->GetPoint();
     film.line = film.ptr->GetLine();

@@ -96,7 +96,7 @@ int RunLockin(const LockinOptions& o) {
         }
         if (k == 0) lockin.SetTime(film.GetFrame()->GetTime());
         // The reference angle of frame k: 2 pi F k / R.
-        const double angle = 2.0 * M_PI * o.frequency * static_cast<double>(k) / rate;
+        const double angle = CLockin::ReferenceAngle(o.frequency, k, rate);
         if (!lockin.Accumulate(film.GetFrame(), angle, nullptr)) {
             Error("file " + o.file + ": frame " + std::to_string(k) + " does not fit the film's size");
             return kFailed;

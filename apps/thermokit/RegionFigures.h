@@ -11,6 +11,7 @@
 
 #include "Conversion.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/Statistics.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
 
@@ -22,22 +23,11 @@ struct Figures {
 };
 
 // Figures of the finite values among v (calibrations give NaN where a level
-// cannot be converted); v keeps only those.
+// cannot be converted: such values are left out).
 template <class T>
-Figures FiniteFigures(std::vector<T>& v) {
-    Figures f;
-    size_t kept = 0;
-    for (size_t i = 0; i < v.size(); ++i)
-        if (std::isfinite(static_cast<double>(v[i]))) v[kept++] = v[i];
-    v.resize(kept);
-    f.count = static_cast<long>(kept);
-    if (kept == 0) return f;
-    T min{}, max{};
-    MinMax(v.data(), static_cast<long>(kept), &min, &max, static_cast<T*>(nullptr), 0);
-    StdDev(v.data(), static_cast<long>(kept), &f.stdDev, &f.mean);
-    f.min = static_cast<double>(min);
-    f.max = static_cast<double>(max);
-    return f;
+Figures FiniteFigures(const std::vector<T>& v) {
+    const FrameStatistics s = Measure(v.data(), static_cast<long>(v.size()));
+    return Figures{s.min, s.max, s.mean, s.stdDev, s.count};
 }
 
 // The pixels measured: the whole image, a rectangle, or a region (whose

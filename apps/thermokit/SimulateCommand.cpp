@@ -60,8 +60,7 @@ int RunSimulate(const SimulateOptions& o) {
     cfg.seed = o.seed;
     cfg.frameRate = o.rate;
     if (o.defects) {
-        const long size = static_cast<long>(cfg.point) * cfg.line;
-        cfg.deadCount = cfg.hotCount = cfg.noisyCount = static_cast<int>(size / 5000 > 3 ? size / 5000 : 3);
+        cfg.deadCount = cfg.hotCount = cfg.noisyCount = CSimDetector::DefaultDefectCount(cfg.point, cfg.line);
     }
     CSimScene::Surface surface;
     if (!(o.emissivity > 0.0 && o.emissivity <= 1.0) || !(o.transmission > 0.0 && o.transmission <= 1.0)) {

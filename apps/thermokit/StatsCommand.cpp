@@ -14,6 +14,7 @@
 #include "RegionFigures.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/Statistics.h"
 
 namespace thermokit::cli {
 namespace {

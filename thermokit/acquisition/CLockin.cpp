@@ -98,6 +98,10 @@ bool VectorAvailable() {
 
 }  // namespace
 
+double CLockin::ReferenceAngle(double frequency, unsigned long frame, double frameRate) {
+    return 2.0 * M_PI * frequency * static_cast<double>(frame) / frameRate;
+}
+
 CLockin::CLockin(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation)
     : CFrame(point, line, bit, rotation, 0) {
     m_bSse = CpuFeatures::Get().sse ? 1 : 0;

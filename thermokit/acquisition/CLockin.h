@@ -78,6 +78,11 @@ public:
     static void LowPass(double* image, int point, int line);
     static void Median(double* image, int point, int line);
 
+    // The reference angle of frame k of a film taken at frameRate frames a
+    // second, demodulated at frequency (hertz): 2 pi frequency k / frameRate,
+    // radians.
+    static double ReferenceAngle(double frequency, unsigned long frame, double frameRate);
+
 protected:
     double Module(int32_t i) const;
     double Phase(int32_t i) const;

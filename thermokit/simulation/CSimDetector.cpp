@@ -39,6 +39,11 @@ CPlanck Budget(const CSimDetector::Config& c, double kelvin, double transmission
 }
 }  // namespace
 
+int CSimDetector::DefaultDefectCount(unsigned short point, unsigned short line) {
+    const long size = static_cast<long>(point) * line;
+    return static_cast<int>(size / 5000 > 3 ? size / 5000 : 3);
+}
+
 CSimDetector::CSimDetector(const Config& config) : m_Config(config) {
     if (m_Config.bit < 1 || m_Config.bit > 16) m_Config.bit = 14;
     if (!(m_Config.frameRate > 0.0)) m_Config.frameRate = 100.0;

@@ -73,6 +73,10 @@ public:
 
     explicit CSimDetector(const Config& config);
 
+    // How many pixels of each kind of defect (dead, hot, noisy) a detector of
+    // point x line pixels gets when asked for defects: one in 5,000, at least 3.
+    static int DefaultDefectCount(unsigned short point, unsigned short line);
+
     const Config& GetConfig() const { return m_Config; }
     unsigned short GetMaxLevel() const { return m_wMaxLevel; }
     long GetSize() const { return static_cast<long>(m_Config.point) * m_Config.line; }
