@@ -13,6 +13,7 @@
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/CWnd.h"
 #include "thermokit/platform/CpuFeatures.h"
+#include "thermokit/platform/Dispatch.h"
 #include "thermokit/platform/Display.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"

@@ -4,79 +4,18 @@
 #include <cstring>
 #include <vector>
 
+#include "thermokit/acquisition/LockinKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CpuFeatures.h"
-#include "thermokit/platform/TargetClones.h"
+#include "thermokit/platform/KernelTable.h"
 
 namespace thermokit {
 
+namespace kernels {
+THERMOKIT_DEFINE_KERNELS(LockinKernels, Lockin)
+}  // namespace kernels
+
 namespace {
-
-// The vector path: a plain loop the compiler turns into two (SSE2), four
-// (AVX2) or eight (AVX-512) doubles at a time, chosen once at start-up.
-// Each sum is the same sequence of IEEE operations as the scalar path, and
-// no multiply-add is fused, so the results agree to the bit.
-THERMOKIT_CLONES
-void AccumulateVector(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
-                      double* __restrict real, double* __restrict imag) {
-    if (reference) {
-        for (int32_t i = 0; i < n; ++i) {
-            const double d = static_cast<double>(levels[i]) - reference[i];
-            real[i] += d * c;
-            imag[i] += d * s;
-        }
-    } else {
-        for (int32_t i = 0; i < n; ++i) {
-            const double d = static_cast<double>(levels[i]);
-            real[i] += d * c;
-            imag[i] += d * s;
-        }
-    }
-}
-
-// The scalar path: four pixels a pass, then the rest one by one; kept out of
-// the vectoriser so that it stays the reference the vector path is held to.
-// kSubtract: each level less its reference value.
-template <bool kSubtract>
-__attribute__((optimize("no-tree-vectorize"))) void AccumulateScalarWith(const unsigned short* levels,
-                                                                          const double* reference, int32_t n,
-                                                                          double c, double s, double* real,
-                                                                          double* imag) {
-    const auto level = [&](int32_t i) {
-        if constexpr (kSubtract)
-            return static_cast<double>(levels[i]) - reference[i];
-        else
-            return static_cast<double>(levels[i]);
-    };
-    int32_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const double d0 = level(i);
-        const double d1 = level(i + 1);
-        const double d2 = level(i + 2);
-        const double d3 = level(i + 3);
-        real[i] += d0 * c;
-        imag[i] += d0 * s;
-        real[i + 1] += d1 * c;
-        imag[i + 1] += d1 * s;
-        real[i + 2] += d2 * c;
-        imag[i + 2] += d2 * s;
-        real[i + 3] += d3 * c;
-        imag[i + 3] += d3 * s;
-    }
-    for (; i < n; ++i) {
-        const double d = level(i);
-        real[i] += d * c;
-        imag[i] += d * s;
-    }
-}
-
-void AccumulateScalar(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
-                      double* real, double* imag) {
-    if (reference)
-        AccumulateScalarWith<true>(levels, reference, n, c, s, real, imag);
-    else
-        AccumulateScalarWith<false>(levels, reference, n, c, s, real, imag);
-}
 
 // Recomputes a result image (value(i) at each of the n pixels, then filter) unless it already holds
 // the result for this filter; done and lastFilter record what it holds.
@@ -91,17 +30,14 @@ void Refresh(double* image, int32_t n, unsigned short filter, int force, unsigne
     done = 1;
 }
 
-bool VectorAvailable() {
-    const CpuFeatures& f = CpuFeatures::Get();
-    return f.sse2 || f.neon;
-}
-
 }  // namespace
 
 CLockin::CLockin(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation)
     : CFrame(point, line, bit, rotation, 0) {
+    // What the processor offers, as recorded; the accumulation runs the
+    // kernel variant the dispatcher chose, which gives the same sums.
     m_bSse = CpuFeatures::Get().sse ? 1 : 0;
-    m_bSse2 = VectorAvailable() ? 1 : 0;
+    m_bSse2 = CpuFeatures::Get().sse2 || CpuFeatures::Get().neon ? 1 : 0;
     Init();
 }
 
@@ -143,8 +79,6 @@ void CLockin::SetParameters(DATA_LOCKIN* parameters) {
     m_bPhaseDone = 0;
 }
 
-void CLockin::SetVectorPath(int enable) { m_bSse2 = enable && VectorAvailable() ? 1 : 0; }
-
 int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, double* reference) {
     if (count != GetSize() || (count > 0 && (!levels || !m_pReal || !m_pImag))) return 0;
     const double* ref = nullptr;
@@ -154,10 +88,7 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
     }
     const double c = std::cos(angle);
     const double s = std::sin(angle);
-    if (m_bSse2)
-        AccumulateVector(levels, ref, count, c, s, m_pReal, m_pImag);
-    else
-        AccumulateScalar(levels, ref, count, c, s, m_pReal, m_pImag);
+    kernels::Lockin().accumulate(levels, ref, count, c, s, m_pReal, m_pImag);
     ++m_nFrame;
     m_bModuleDone = 0;
     m_bPhaseDone = 0;

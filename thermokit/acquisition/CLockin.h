@@ -68,11 +68,6 @@ public:
     const double* GetReal() const { return m_pReal; }
     const double* GetImag() const { return m_pImag; }
 
-    // Chooses the vector path (when the processor has it) or the scalar
-    // path for the next accumulations; both give the same sums to the bit.
-    void SetVectorPath(int enable);
-    int UsesVectorPath() const { return m_bSse2; }
-
     // The 3x3 filters, in place; images of fewer than 3 lines or points are
     // left as they are.
     static void LowPass(double* image, int point, int line);

@@ -2,18 +2,9 @@
 
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/image/CFrame.h"
-#include "thermokit/platform/TargetClones.h"
+#include "thermokit/image/PixelKernels.h"
 
 namespace thermokit {
-
-namespace {
-
-THERMOKIT_CLONES
-void Lookup(const float* table, unsigned short mask, const unsigned short* levels, long n, float* out) {
-    for (long i = 0; i < n; ++i) out[i] = table[levels[i] & mask];
-}
-
-}  // namespace
 
 void CLevelTable::Build(const CCalibration& calibration, unsigned short maxLevel, int extrapolate, float failValue) {
     const size_t size = static_cast<size_t>(maxLevel) + 1;
@@ -27,11 +18,23 @@ void CLevelTable::Build(const CCalibration& calibration, unsigned short maxLevel
             m_abOk[level] = 1;
         }
     }
+    Expand();
+}
+
+void CLevelTable::Expand() {
+    m_afLookup.clear();
+    if (m_afValue.size() >= 65536) return;
+    m_afLookup.resize(65536);
+    for (size_t level = 0; level < m_afLookup.size(); ++level) m_afLookup[level] = m_afValue[level & m_wMaxLevel];
 }
 
 void CLevelTable::Apply(const unsigned short* levels, long n, float* out) const {
     if (m_afValue.empty() || n <= 0 || !levels || !out) return;
-    Lookup(m_afValue.data(), m_wMaxLevel, levels, n, out);
+    // The kernel moves the values' bits: floats in, the same floats out.
+    const bool whole = m_afLookup.size() == 65536;
+    const float* table = whole ? m_afLookup.data() : m_afValue.data();
+    kernels::Pixel().lookup32(reinterpret_cast<const uint32_t*>(table), whole ? 0xFFFF : m_wMaxLevel, levels, n,
+                              reinterpret_cast<uint32_t*>(out));
 }
 
 void ConvertLevels(const CCalibration& calibration, const unsigned short* levels, long n, unsigned short maxLevel,

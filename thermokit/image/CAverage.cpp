@@ -4,52 +4,12 @@
 #include <cstring>
 #include <new>
 
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
-#include "thermokit/platform/CpuFeatures.h"
-#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
 namespace {
-
-// sum[i] += (data[i] & mask) x weight. Every variant does the same two
-// correctly rounded double operations a pixel, so they agree bit for bit.
-THERMOKIT_CLONES
-void AccumulateLevels(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
-                      double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
-}
-
-#if defined(__x86_64__)
-// The same loop with 512-bit vectors (the compiler keeps to 256 bits for
-// the avx512f clone above): twice the pixels an instruction.
-__attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx2,prefer-vector-width=512")))
-void AccumulateLevels512(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
-                         double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
-}
-#endif
-
-using LevelsKernel = void (*)(double*, const unsigned short*, long, unsigned short, double);
-
-// Chosen once from the processor's features.
-LevelsKernel PickLevelsKernel() {
-#if defined(__x86_64__)
-    const CpuFeatures& cpu = CpuFeatures::Get();
-    if (cpu.avx512f && cpu.avx512bw) return AccumulateLevels512;
-#endif
-    return AccumulateLevels;
-}
-
-THERMOKIT_CLONES
-void AccumulateFloats(double* __restrict sum, const float* __restrict data, long n, double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(data[i]) * weight;
-}
-
-THERMOKIT_CLONES
-void AccumulateDoubles(double* __restrict sum, const double* __restrict data, long n, double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += data[i] * weight;
-}
 
 // A double mean to a level: truncated toward zero, then its low 16 bits (as
 // a 32-bit integer conversion gives); what no 32-bit integer holds becomes 0.
@@ -103,8 +63,7 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
     const unsigned short mask =
         (bit >= 1 && bit <= 15) ? static_cast<unsigned short>(0xFFFFu >> (16 - bit)) : static_cast<unsigned short>(0xFFFF);
-    static const LevelsKernel kernel = PickLevelsKernel();
-    kernel(m_pdSum, data, n, mask, weight);
+    kernels::Pixel().accumulateLevels(m_pdSum, data, n, mask, weight);
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
@@ -113,7 +72,7 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
 
 int CAverage::Accumulate(float* data, long n, double weight) {
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
-    AccumulateFloats(m_pdSum, data, n, weight);
+    kernels::Pixel().accumulateFloats(m_pdSum, data, n, weight);
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
@@ -122,7 +81,7 @@ int CAverage::Accumulate(float* data, long n, double weight) {
 
 int CAverage::Accumulate(double* data, long n, double weight) {
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
-    AccumulateDoubles(m_pdSum, data, n, weight);
+    kernels::Pixel().accumulateDoubles(m_pdSum, data, n, weight);
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
