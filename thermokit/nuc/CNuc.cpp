@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/nuc/NucKernels.h"
@@ -242,11 +243,11 @@ int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, in
                film.GetLine() == GetLine();
     };
     // Mean of every frame of a film, in levels (truncated), as the averager
-    // gives it.
+    // gives it; the frames are read on every core, added in order. A film cut
+    // short gives the mean of the frames it holds (its reader says which one
+    // failed).
     const auto average = [](CPtr& film, CAverage& avg) {
-        const unsigned long frames = film.GetFrameNumber();
-        for (unsigned long n = 0; n < frames; ++n)
-            if (film.ReadFrame(n)) avg.Accumulate(film.GetFrame(), 1.0);
+        AccumulateFilm(film, avg);
         return avg.GetBuffer(0);
     };
 
