@@ -118,7 +118,7 @@ void BM_AverageAccumulate(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(img.size() * 2));
 }
-BENCHMARK(BM_AverageAccumulate)->Apply(bench::FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_AverageAccumulate, ->Apply(bench::FrameSizes));
 
 }  // namespace
 

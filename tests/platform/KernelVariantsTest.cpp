@@ -174,6 +174,14 @@ TEST_P(KernelVariants, AccumulatorsAndSquares) {
             r.accumulateDoubles(s2.data(), doubles.data(), n, weight);
             ASSERT_TRUE(SameBits(s1, s2)) << n << " " << weight;
         }
+        auto c1 = Values<uint32_t>(m, 15), c2 = c1;
+        k.countLevels(c1.data(), levels.data(), n, 0x3FFF);
+        r.countLevels(c2.data(), levels.data(), n, 0x3FFF);
+        ASSERT_TRUE(SameBits(c1, c2));
+        auto s1 = Values<double>(m, 16), s2 = s1;
+        k.foldCounts(s1.data(), c1.data(), n);
+        r.foldCounts(s2.data(), c2.data(), n);
+        ASSERT_TRUE(SameBits(s1, s2) && SameBits(c1, c2) && c1 == std::vector<uint32_t>(m, 0));
         std::vector<double> q1(m, 0.5), q2(m, 0.5);
         k.squaresLevels(q1.data(), levels.data(), mean.data(), n);
         r.squaresLevels(q2.data(), levels.data(), mean.data(), n);
@@ -231,6 +239,15 @@ TEST_P(KernelVariants, LockinSumsWithAndWithoutReference) {
                              re2.data(), im2.data());
             }
             ASSERT_TRUE(SameBits(re1, re2) && SameBits(im1, im2)) << n << " " << (ref != nullptr);
+        }
+        // One to four frames held back and added in one pass.
+        const auto held = Values<unsigned short>(4 * m, 32);
+        const double c[] = {1.0, -0.5, 0.25, std::cos(1.0)}, s[] = {0.0, 0.75, -1.0, std::sin(1.0)};
+        for (int frames = 1; frames <= 4; ++frames) {
+            std::vector<double> re1 = Values<double>(m, 33), im1 = re1, re2 = re1, im2 = re1;
+            k.accumulateHeld(held.data(), frames, c, s, static_cast<int32_t>(n), re1.data(), im1.data());
+            r.accumulateHeld(held.data(), frames, c, s, static_cast<int32_t>(n), re2.data(), im2.data());
+            ASSERT_TRUE(SameBits(re1, re2) && SameBits(im1, im2)) << n << " " << frames;
         }
     }
 }

@@ -46,6 +46,7 @@ CLockin::~CLockin() {
     AlignedFree(m_pImag);
     AlignedFree(m_pModule);
     AlignedFree(m_pPhase);
+    AlignedFree(m_pHeld);
 }
 
 void CLockin::Init() {
@@ -53,6 +54,8 @@ void CLockin::Init() {
     AlignedFree(m_pImag);
     AlignedFree(m_pModule);
     AlignedFree(m_pPhase);
+    AlignedFree(m_pHeld);
+    m_pHeld = static_cast<unsigned short*>(AlignedAlloc(kHeld * static_cast<size_t>(GetSize()) * sizeof(unsigned short)));
     const size_t bytes = static_cast<size_t>(GetSize()) * sizeof(double);
     m_pReal = static_cast<double*>(AlignedAlloc(bytes));
     m_pImag = static_cast<double*>(AlignedAlloc(bytes));
@@ -64,6 +67,7 @@ void CLockin::Init() {
 }
 
 void CLockin::Reset() {
+    m_nHeld = 0;
     m_nFrame = 0;
     m_bModuleDone = 0;
     m_bPhaseDone = 0;
@@ -88,7 +92,16 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
     }
     const double c = std::cos(angle);
     const double s = std::sin(angle);
-    kernels::Lockin().accumulate(levels, ref, count, c, s, m_pReal, m_pImag);
+    if (!ref && m_pHeld && count > 0) {
+        std::memcpy(m_pHeld + static_cast<size_t>(m_nHeld) * static_cast<size_t>(count), levels,
+                    static_cast<size_t>(count) * sizeof(unsigned short));
+        m_adHeldCos[m_nHeld] = c;
+        m_adHeldSin[m_nHeld] = s;
+        if (++m_nHeld == kHeld) AddHeldFrames();
+    } else {
+        AddHeldFrames();
+        kernels::Lockin().accumulate(levels, ref, count, c, s, m_pReal, m_pImag);
+    }
     ++m_nFrame;
     m_bModuleDone = 0;
     m_bPhaseDone = 0;
@@ -98,6 +111,13 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
 int CLockin::Accumulate(CFrame* frame, double angle, double* reference) {
     if (!frame) return 0;
     return Accumulate(frame->GetBuffer(), static_cast<int32_t>(frame->GetSize()), angle, reference);
+}
+
+void CLockin::AddHeldFrames() const {
+    if (m_nHeld == 0) return;
+    kernels::Lockin().accumulateHeld(m_pHeld, m_nHeld, m_adHeldCos, m_adHeldSin, static_cast<int32_t>(GetSize()),
+                                     m_pReal, m_pImag);
+    m_nHeld = 0;
 }
 
 double CLockin::Module(int32_t i) const {
@@ -122,6 +142,7 @@ double CLockin::Phase(int32_t i) const {
 
 double* CLockin::GetModule(unsigned short filter, int force) {
     if (m_nFrame == 0 || !m_pModule) return nullptr;
+    AddHeldFrames();
     const double scale = m_Parameters.dScaleA - m_Parameters.dScaleB;
     Refresh(
         m_pModule, static_cast<int32_t>(GetSize()), filter, force, m_nModuleFilter, m_bModuleDone,
@@ -137,6 +158,7 @@ double* CLockin::GetModule(unsigned short filter, int force) {
 
 double* CLockin::GetPhase(unsigned short filter, int force) {
     if (m_nFrame == 0 || !m_pPhase) return nullptr;
+    AddHeldFrames();
     Refresh(
         m_pPhase, static_cast<int32_t>(GetSize()), filter, force, m_nPhaseFilter, m_bPhaseDone,
         [&](int32_t i) { return Module(i) > m_Parameters.dThreshold ? Phase(i) : 0.0; },

@@ -70,8 +70,47 @@ void Accumulate(const unsigned short* levels, const double* reference, int32_t n
         AccumulateWith<false>(levels, reference, n, c, s, real, imag);
 }
 
+#if !defined(THERMOKIT_KERNEL_REFERENCE)
+// Frames frame after frame within each pixel: the sums are read and written
+// once for all of them.
+template <int kFrames>
+void AccumulateFrames(const unsigned short* __restrict levels, const double* c, const double* s, int32_t n,
+                      double* __restrict real, double* __restrict imag) {
+    double cf[kFrames], sf[kFrames];
+    for (int f = 0; f < kFrames; ++f) {
+        cf[f] = c[f];
+        sf[f] = s[f];
+    }
+    for (int32_t i = 0; i < n; ++i) {
+        double re = real[i], im = imag[i];
+        for (int f = 0; f < kFrames; ++f) {
+            const double d = static_cast<double>(levels[static_cast<size_t>(f) * static_cast<size_t>(n) + i]);
+            re += d * cf[f];
+            im += d * sf[f];
+        }
+        real[i] = re;
+        imag[i] = im;
+    }
+}
+#endif
+
+void AccumulateHeld(const unsigned short* levels, int frames, const double* c, const double* s, int32_t n,
+                    double* real, double* imag) {
+#if !defined(THERMOKIT_KERNEL_REFERENCE)
+    switch (frames) {
+        case 4: return AccumulateFrames<4>(levels, c, s, n, real, imag);
+        case 3: return AccumulateFrames<3>(levels, c, s, n, real, imag);
+        case 2: return AccumulateFrames<2>(levels, c, s, n, real, imag);
+        default: break;
+    }
+#endif
+    for (int f = 0; f < frames; ++f)
+        AccumulateWith<false>(levels + static_cast<size_t>(f) * static_cast<size_t>(n), nullptr, n, c[f], s[f], real,
+                              imag);
+}
+
 }  // namespace
 
-THERMOKIT_KERNEL_TABLE(LockinKernels) = {&Accumulate};
+THERMOKIT_KERNEL_TABLE(LockinKernels) = {&Accumulate, &AccumulateHeld};
 
 }  // namespace thermokit::kernels::THERMOKIT_KERNEL_NS

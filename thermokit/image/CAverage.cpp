@@ -35,13 +35,15 @@ CAverage::CAverage(unsigned short* buffer, unsigned short point, unsigned short 
 CAverage::~CAverage() {
     AlignedFree(m_pdSum);
     AlignedFree(m_pdMean);
+    AlignedFree(m_pnCount);
 }
 
 void CAverage::Init() {
     const size_t bytes = static_cast<size_t>(GetSize()) * sizeof(double);
     m_pdSum = static_cast<double*>(AlignedAlloc(bytes, 64));
     m_pdMean = static_cast<double*>(AlignedAlloc(bytes, 64));
-    if (!m_pdSum || !m_pdMean) throw std::bad_alloc();
+    m_pnCount = static_cast<uint32_t*>(AlignedAlloc(static_cast<size_t>(GetSize()) * sizeof(uint32_t), 64));
+    if (!m_pdSum || !m_pdMean || !m_pnCount) throw std::bad_alloc();
     Reset();
 }
 
@@ -52,6 +54,16 @@ void CAverage::ClearCounter() {
     const size_t n = static_cast<size_t>(GetSize());
     for (size_t i = 0; i < n; ++i) m_pdSum[i] = 0.0;
     for (size_t i = 0; i < n; ++i) m_pdMean[i] = 0.0;
+    std::memset(m_pnCount, 0, n * sizeof(uint32_t));
+    m_nCounted = 0;
+    m_bExact = 1;
+    m_bFoldEach = 0;
+}
+
+void CAverage::Fold() {
+    if (m_nCounted == 0) return;
+    kernels::Pixel().foldCounts(m_pdSum, m_pnCount, GetSize());
+    m_nCounted = 0;
 }
 
 void CAverage::Reset() {
@@ -63,7 +75,18 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
     const unsigned short mask =
         (bit >= 1 && bit <= 15) ? static_cast<unsigned short>(0xFFFFu >> (16 - bit)) : static_cast<unsigned short>(0xFFFF);
-    kernels::Pixel().accumulateLevels(m_pdSum, data, n, mask, weight);
+    if (weight == 1.0 && m_bExact && !m_bFoldEach) {
+        // The sums hold whole numbers below 2^53, where every double addition
+        // of a level is exact: adding the levels in 32 bits first, then their
+        // total, gives the same sums with a fifth of the memory traffic.
+        if (m_nCounted == kMaxCounted) Fold();
+        kernels::Pixel().countLevels(m_pnCount, data, n, mask);
+        ++m_nCounted;
+    } else {
+        Fold();
+        kernels::Pixel().accumulateLevels(m_pdSum, data, n, mask, weight);
+        if (weight != 1.0) m_bExact = 0;
+    }
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
@@ -72,6 +95,8 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
 
 int CAverage::Accumulate(float* data, long n, double weight) {
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
+    Fold();
+    m_bExact = 0;
     kernels::Pixel().accumulateFloats(m_pdSum, data, n, weight);
     ++m_nFrame;
     m_dWeight += weight;
@@ -81,6 +106,8 @@ int CAverage::Accumulate(float* data, long n, double weight) {
 
 int CAverage::Accumulate(double* data, long n, double weight) {
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
+    Fold();
+    m_bExact = 0;
     kernels::Pixel().accumulateDoubles(m_pdSum, data, n, weight);
     ++m_nFrame;
     m_dWeight += weight;
@@ -97,6 +124,10 @@ int CAverage::Divide(int force) {
     if (m_nFrame == 0 || !(m_dWeight > 0.0)) return 0;
     if (m_bDivided && !force) return 1;
     m_bDivided = 1;
+    // A mean asked for after (almost) every image: from now on the images go
+    // straight into the sums, without the 32-bit totals in between.
+    if (m_nCounted == 1) m_bFoldEach = 1;
+    Fold();
     const long n = GetSize();
     for (long i = 0; i < n; ++i) m_pdMean[i] = m_pdSum[i] / m_dWeight;
     if (m_pBuffer)

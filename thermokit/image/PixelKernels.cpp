@@ -353,6 +353,16 @@ void AccumulateDoubles(double* __restrict sum, const double* __restrict data, lo
     for (long i = 0; i < n; ++i) sum[i] += data[i] * weight;
 }
 
+void CountLevels(uint32_t* __restrict counts, const unsigned short* __restrict data, long n, unsigned short mask) {
+    for (long i = 0; i < n; ++i) counts[i] += static_cast<unsigned short>(data[i] & mask);
+}
+void FoldCounts(double* __restrict sum, uint32_t* __restrict counts, long n) {
+    for (long i = 0; i < n; ++i) {
+        sum[i] += static_cast<double>(counts[i]);
+        counts[i] = 0;
+    }
+}
+
 template <class T>
 void Squares(double* __restrict square, const T* __restrict data, const double* __restrict mean, long n) {
     for (long i = 0; i < n; ++i) {
@@ -408,6 +418,8 @@ THERMOKIT_KERNEL_TABLE(PixelKernels) = {
     &AccumulateLevels,
     &AccumulateFloats,
     &AccumulateDoubles,
+    &CountLevels,
+    &FoldCounts,
     &Squares<unsigned short>,
     &Squares<float>,
     &Squares<double>,

@@ -56,6 +56,10 @@ struct PixelKernels {
     void (*accumulateLevels)(double* sum, const unsigned short* data, long n, unsigned short mask, double weight);
     void (*accumulateFloats)(double* sum, const float* data, long n, double weight);
     void (*accumulateDoubles)(double* sum, const double* data, long n, double weight);
+    // counts[i] += data[i] & mask, in 32 bits.
+    void (*countLevels)(uint32_t* counts, const unsigned short* data, long n, unsigned short mask);
+    // sum[i] += counts[i] in double, then counts[i] = 0.
+    void (*foldCounts)(double* sum, uint32_t* counts, long n);
     // square[i] += (data[i] - mean[i])^2 in double.
     void (*squaresLevels)(double* square, const unsigned short* data, const double* mean, long n);
     void (*squaresFloats)(double* square, const float* data, const double* mean, long n);
