@@ -4,6 +4,7 @@
 
 #include "Command.h"
 #include "thermokit/platform/Dispatch.h"
+#include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Version.h"
 
 namespace thermokit::cli {
@@ -22,6 +23,7 @@ int RunAbout() {
     std::printf("Kernel variant: %s (%s; THERMOKIT_ISA chooses among:", GetIsa(), GetIsaChoice());
     for (const std::string& name : GetIsaList()) std::printf(" %s", name.c_str());
     std::printf(")\n");
+    std::printf("Threads for whole films: %d (THERMOKIT_THREADS sets the count)\n", GetThreadCount());
     return kDone;
 }
 

@@ -1,9 +1,11 @@
 #include "thermokit/platform/Parallel.h"
 
+#if defined(THERMOKIT_HAVE_TBB)
 #include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/info.h>
 #include <oneapi/tbb/parallel_pipeline.h>
 #include <oneapi/tbb/task_arena.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -22,24 +24,20 @@ namespace {
 
 std::atomic<int> g_threads{0};  // 0: the default
 
-// THERMOKIT_THREADS when it is a positive count, else every core this process
-// may run on. Worked out once; a value that cannot be used is reported then.
-int DefaultThreads() {
-    static const int threads = [] {
-        const int cores = std::max(1, tbb::info::default_concurrency());
-        const char* text = std::getenv("THERMOKIT_THREADS");
-        if (!text || !*text) return cores;
-        char* end = nullptr;
-        errno = 0;
-        const long n = std::strtol(text, &end, 10);
-        if (errno == 0 && *end == '\0' && n >= 1 && n <= 4096) return static_cast<int>(n);
-        Messages::ShowMessage(Format("THERMOKIT_THREADS=%s is not a count of threads (1 to 4096); using %d.", text,
-                                     cores),
-                              "thermokit", MB_ICONWARNING);
-        return cores;
-    }();
-    return threads;
+// The stages one after the other, item by item, in slot 0.
+unsigned long RunSerial(unsigned long count, const FramePipeline::Stage& read, const FramePipeline::Stage& process,
+                        const FramePipeline::Stage& write) {
+    for (unsigned long n = 0; n < count; ++n) {
+        if (!read(n, 0)) return n;
+        if (process && !process(n, 0)) return n;
+        if (write && !write(n, 0)) return n;
+    }
+    return count;
 }
+
+#if defined(THERMOKIT_HAVE_TBB)
+
+int Cores() { return std::max(1, tbb::info::default_concurrency()); }  // those this process may run on
 
 struct Item {
     unsigned long index = 0;
@@ -47,30 +45,8 @@ struct Item {
     bool ok = false;
 };
 
-}  // namespace
-
-int GetThreadCount() {
-    const int n = g_threads.load(std::memory_order_relaxed);
-    return n > 0 ? n : DefaultThreads();
-}
-
-void SetThreadCount(int count) { g_threads.store(count > 0 ? count : 0); }
-
-int FramePipeline::Slots(int threads) { return 2 * std::max(1, threads) + 1; }
-
-unsigned long FramePipeline::Run(unsigned long count, int slots, const Stage& read, const Stage& process,
-                                 const Stage& write) {
-    const int threads = GetThreadCount();
-    if (threads <= 1 || slots <= 1 || count <= 1) {
-        // One thread: the stages one after the other, item by item, in slot 0.
-        for (unsigned long n = 0; n < count; ++n) {
-            if (!read(n, 0)) return n;
-            if (process && !process(n, 0)) return n;
-            if (write && !write(n, 0)) return n;
-        }
-        return count;
-    }
-
+unsigned long RunThreaded(unsigned long count, int slots, int threads, const FramePipeline::Stage& read,
+                          const FramePipeline::Stage& process, const FramePipeline::Stage& write) {
     // Every item holds a slot from its read to the end of its write. At most
     // `slots` items are in flight and the last stage frees its slot before
     // the item leaves the pipeline, so a slot is always free for a new read.
@@ -89,8 +65,7 @@ unsigned long FramePipeline::Run(unsigned long count, int slots, const Stage& re
     // More threads than cores are granted as asked (oneTBB holds its workers
     // to the core count unless told otherwise).
     std::optional<tbb::global_control> allowMore;
-    if (threads > tbb::info::default_concurrency())
-        allowMore.emplace(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
+    if (threads > Cores()) allowMore.emplace(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
     tbb::task_arena arena(threads);
     arena.execute([&] {
         tbb::parallel_pipeline(
@@ -132,6 +107,56 @@ unsigned long FramePipeline::Run(unsigned long count, int slots, const Stage& re
                 }));
     });
     return written;
+}
+
+// THERMOKIT_THREADS when it is a positive count, else every core this process
+// may run on. Worked out once; a value that cannot be used is reported then.
+int DefaultThreads() {
+    static const int threads = [] {
+        const char* text = std::getenv("THERMOKIT_THREADS");
+        if (!text || !*text) return Cores();
+        char* end = nullptr;
+        errno = 0;
+        const long n = std::strtol(text, &end, 10);
+        if (errno == 0 && *end == '\0' && n >= 1 && n <= 4096) return static_cast<int>(n);
+        Messages::ShowMessage(Format("THERMOKIT_THREADS=%s is not a count of threads (1 to 4096); using %d.", text,
+                                     Cores()),
+                              "thermokit", MB_ICONWARNING);
+        return Cores();
+    }();
+    return threads;
+}
+
+#else
+
+// Built without oneTBB: whole-film work runs on one thread.
+int DefaultThreads() { return 1; }
+
+#endif
+
+}  // namespace
+
+int GetThreadCount() {
+#if defined(THERMOKIT_HAVE_TBB)
+    const int n = g_threads.load(std::memory_order_relaxed);
+    if (n > 0) return n;
+#endif
+    return DefaultThreads();
+}
+
+void SetThreadCount(int count) { g_threads.store(count > 0 ? count : 0); }
+
+int FramePipeline::Slots(int threads) { return 2 * std::max(1, threads) + 1; }
+
+unsigned long FramePipeline::Run(unsigned long count, int slots, const Stage& read, const Stage& process,
+                                 const Stage& write) {
+#if defined(THERMOKIT_HAVE_TBB)
+    const int threads = GetThreadCount();
+    if (threads > 1 && slots > 1 && count > 1) return RunThreaded(count, slots, threads, read, process, write);
+#else
+    (void)slots;
+#endif
+    return RunSerial(count, read, process, write);
 }
 
 }  // namespace thermokit
