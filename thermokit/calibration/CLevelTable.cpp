@@ -30,11 +30,12 @@ void CLevelTable::Expand() {
 
 void CLevelTable::Apply(const unsigned short* levels, long n, float* out) const {
     if (m_afValue.empty() || n <= 0 || !levels || !out) return;
-    // The kernel moves the values' bits: floats in, the same floats out.
+    // The kernel moves the values' bits: floats in, the same floats out. The
+    // temperatures are usually read at once, so they stay in the cache.
     const bool whole = m_afLookup.size() == 65536;
     const float* table = whole ? m_afLookup.data() : m_afValue.data();
     kernels::Pixel().lookup32(reinterpret_cast<const uint32_t*>(table), whole ? 0xFFFF : m_wMaxLevel, levels, n,
-                              reinterpret_cast<uint32_t*>(out));
+                              reinterpret_cast<uint32_t*>(out), false);
 }
 
 void ConvertLevels(const CCalibration& calibration, const unsigned short* levels, long n, unsigned short maxLevel,

