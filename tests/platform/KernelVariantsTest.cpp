@@ -241,10 +241,14 @@ TEST_P(KernelVariants, LockinSumsWithAndWithoutReference) {
             }
             ASSERT_TRUE(SameBits(re1, re2) && SameBits(im1, im2)) << n << " " << (ref != nullptr);
         }
-        // One to four frames held back and added in one pass.
-        const auto held = Values<unsigned short>(4 * m, 32);
-        const double c[] = {1.0, -0.5, 0.25, std::cos(1.0)}, s[] = {0.0, 0.75, -1.0, std::sin(1.0)};
-        for (int frames = 1; frames <= 4; ++frames) {
+        // One to eight frames held back and added in one pass.
+        const auto held = Values<unsigned short>(8 * m, 32);
+        double c[8], s[8];
+        for (int f = 0; f < 8; ++f) {
+            c[f] = std::cos(0.9 * f - 1.0);
+            s[f] = std::sin(0.9 * f - 1.0);
+        }
+        for (int frames = 1; frames <= 8; ++frames) {
             std::vector<double> re1 = Values<double>(m, 33), im1 = re1, re2 = re1, im2 = re1;
             k.accumulateHeld(held.data(), frames, c, s, static_cast<int32_t>(n), re1.data(), im1.data());
             r.accumulateHeld(held.data(), frames, c, s, static_cast<int32_t>(n), re2.data(), im2.data());

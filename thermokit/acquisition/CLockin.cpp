@@ -55,7 +55,9 @@ void CLockin::Init() {
     AlignedFree(m_pModule);
     AlignedFree(m_pPhase);
     AlignedFree(m_pHeld);
-    m_pHeld = static_cast<unsigned short*>(AlignedAlloc(kHeld * static_cast<size_t>(GetSize()) * sizeof(unsigned short)));
+    m_nHeldLimit = GetSize() >= (1L << 20) ? kHeld : 4;
+    m_pHeld = static_cast<unsigned short*>(
+        AlignedAlloc(static_cast<size_t>(m_nHeldLimit) * static_cast<size_t>(GetSize()) * sizeof(unsigned short)));
     const size_t bytes = static_cast<size_t>(GetSize()) * sizeof(double);
     m_pReal = static_cast<double*>(AlignedAlloc(bytes));
     m_pImag = static_cast<double*>(AlignedAlloc(bytes));
@@ -97,7 +99,7 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
                     static_cast<size_t>(count) * sizeof(unsigned short));
         m_adHeldCos[m_nHeld] = c;
         m_adHeldSin[m_nHeld] = s;
-        if (++m_nHeld == kHeld) AddHeldFrames();
+        if (++m_nHeld == m_nHeldLimit) AddHeldFrames();
     } else {
         AddHeldFrames();
         kernels::Lockin().accumulate(levels, ref, count, c, s, m_pReal, m_pImag);

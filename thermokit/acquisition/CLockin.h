@@ -102,14 +102,17 @@ private:
     void AddHeldFrames() const;
 
     // Frames accumulated without a reference image are held back, up to
-    // kHeld of them, and added to the sums in one pass: each pixel's sums see
-    // the same additions in the same order, for a third of the memory
-    // traffic. The sums are complete whenever they or the results are read.
-    static constexpr int kHeld = 4;
-    mutable unsigned short* m_pHeld = nullptr;  // kHeld frames of levels
+    // m_nHeldLimit of them (4, or kHeld for images of a million pixels and
+    // more, whose sums no cache holds), and added to the sums in one pass:
+    // each pixel's sums see the same additions in the same order, for a
+    // third of the memory traffic or less. The sums are complete whenever
+    // they or the results are read.
+    static constexpr int kHeld = 8;
+    mutable unsigned short* m_pHeld = nullptr;  // m_nHeldLimit frames of levels
     mutable double m_adHeldCos[kHeld] = {};
     mutable double m_adHeldSin[kHeld] = {};
     mutable int m_nHeld = 0;
+    int m_nHeldLimit = 4;
 };
 
 }  // namespace thermokit

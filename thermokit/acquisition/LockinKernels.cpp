@@ -98,6 +98,10 @@ void AccumulateHeld(const unsigned short* levels, int frames, const double* c, c
                     double* real, double* imag) {
 #if !defined(THERMOKIT_KERNEL_REFERENCE)
     switch (frames) {
+        case 8: return AccumulateFrames<8>(levels, c, s, n, real, imag);
+        case 7: return AccumulateFrames<7>(levels, c, s, n, real, imag);
+        case 6: return AccumulateFrames<6>(levels, c, s, n, real, imag);
+        case 5: return AccumulateFrames<5>(levels, c, s, n, real, imag);
         case 4: return AccumulateFrames<4>(levels, c, s, n, real, imag);
         case 3: return AccumulateFrames<3>(levels, c, s, n, real, imag);
         case 2: return AccumulateFrames<2>(levels, c, s, n, real, imag);

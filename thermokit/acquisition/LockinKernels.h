@@ -11,7 +11,7 @@ struct LockinKernels {
     // real[i] += d x c; imag[i] += d x s.
     void (*accumulate)(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
                        double* real, double* imag);
-    // The same for `frames` frames one after the other (1 to 4), frame f's
+    // The same for `frames` frames one after the other (1 to 8), frame f's
     // n levels at levels + f n, its angle's cosine and sine in c[f], s[f].
     void (*accumulateHeld)(const unsigned short* levels, int frames, const double* c, const double* s, int32_t n,
                            double* real, double* imag);
