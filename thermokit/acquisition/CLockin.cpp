@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "thermokit/acquisition/LockinKernels.h"
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/KernelTable.h"
@@ -95,8 +96,13 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
     const double c = std::cos(angle);
     const double s = std::sin(angle);
     if (!ref && m_pHeld && count > 0) {
-        std::memcpy(m_pHeld + static_cast<size_t>(m_nHeld) * static_cast<size_t>(count), levels,
-                    static_cast<size_t>(count) * sizeof(unsigned short));
+        // Frames that no cache holds go round it (no read before the write).
+        auto* held = reinterpret_cast<unsigned char*>(m_pHeld + static_cast<size_t>(m_nHeld) * static_cast<size_t>(count));
+        const size_t bytes = static_cast<size_t>(count) * sizeof(unsigned short);
+        if (m_nHeldLimit == kHeld)
+            kernels::Pixel().copyStreaming(held, reinterpret_cast<const unsigned char*>(levels), bytes);
+        else
+            std::memcpy(held, levels, bytes);
         m_adHeldCos[m_nHeld] = c;
         m_adHeldSin[m_nHeld] = s;
         if (++m_nHeld == m_nHeldLimit) AddHeldFrames();
