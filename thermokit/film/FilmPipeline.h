@@ -2,9 +2,10 @@
 // The frames of a film through the ordered pipeline of platform/Parallel.h,
 // and the whole-film helpers built on it (mean and temporal noise of a film).
 //
-// A FilmPipeline reads the frames in order, each into a FilmFrame of its
-// own; process runs on several frames at once, write on one frame at a time
-// in frame order. What is combined across frames belongs in write (or in
+// A FilmPipeline reads the frames, each into a FilmFrame of its own (a plain
+// film on several threads at once, through a reader per slot; a recorder's
+// film in order); process runs on several frames at once, write on one frame
+// at a time in frame order. What is combined across frames belongs in write (or in
 // Reduce's combine): then results are the same to the byte for any number of
 // threads. A command that writes a film adds the frames in write; one that
 // sums statistics combines them there:
