@@ -46,25 +46,21 @@ void BM_Memcpy(benchmark::State& state) {
 }
 BENCHMARK(BM_Memcpy)->Apply(bench::FrameSizes);
 
-// ---- CLockin::Accumulate: bytes = the frame's levels ----
-void LockinAccumulate(benchmark::State& state, int vector) {
+// ---- CLockin::Accumulate: bytes = the frame's levels; every kernel variant ----
+void BM_LockinAccumulate(benchmark::State& state) {
     const int point = static_cast<int>(state.range(0)), line = static_cast<int>(state.range(1));
     auto img = bench::MakeImage(point, line);
     CLockin l(static_cast<unsigned short>(point), static_cast<unsigned short>(line), 14, 0);
-    l.SetVectorPath(vector);
     double angle = 0;
     for (auto _ : state) {
         l.Accumulate(img.data(), point * line, angle, nullptr);
         angle += 0.1;
-        benchmark::DoNotOptimize(l.GetReal());
+        benchmark::ClobberMemory();
     }
+    benchmark::DoNotOptimize(l.GetReal());  // the sums complete
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * point * line * 2);
-    state.SetLabel(vector ? "vector" : "scalar");
 }
-void BM_LockinAccumulate(benchmark::State& state) { LockinAccumulate(state, 1); }
-void BM_LockinAccumulateScalar(benchmark::State& state) { LockinAccumulate(state, 0); }
-BENCHMARK(BM_LockinAccumulate)->Apply(bench::FrameSizes);
-BENCHMARK(BM_LockinAccumulateScalar)->Apply(bench::FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_LockinAccumulate, ->Apply(bench::FrameSizes));
 
 // ---- direct writes: a plain O_DIRECT loop of 4 MiB blocks ----
 void BM_DirectWriteLoop(benchmark::State& state) {

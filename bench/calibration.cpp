@@ -130,10 +130,10 @@ void BM_Interpolate50(benchmark::State& state) {
 
 BENCHMARK(BM_Memcpy)->Apply(FrameSizes);
 BENCHMARK(BM_CurvePerPixel)->Apply(FrameSizes);
-BENCHMARK(BM_CurveTable)->Apply(FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_CurveTable, ->Apply(FrameSizes));
 BENCHMARK(BM_CurveConvertLevels)->Apply(FrameSizes);
 BENCHMARK(BM_LawPerPixel)->Apply(FrameSizes);
-BENCHMARK(BM_LawTable)->Apply(FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_LawTable, ->Apply(FrameSizes));
 BENCHMARK(BM_LawConvertLevels)->Apply(FrameSizes);
 BENCHMARK(BM_CurveTableObject)->Apply(FrameSizes);
 BENCHMARK(BM_LawTableObject)->Apply(FrameSizes);

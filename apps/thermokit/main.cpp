@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Command.h"
-#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Version.h"
 
 namespace thermokit::cli {

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <random>
 #include <vector>
 
 #include "nuc/NucTestSupport.h"
@@ -430,35 +429,3 @@ TEST(CNuc, AssignmentSharesTablesWithoutDoubleFree) {
     EXPECT_EQ(b.GetAlpha()[5], 3.0f);
 }
 
-// The multiversioned kernels against plain loops, over sizes that exercise
-// every vector tail and over tables holding the awkward values.
-TEST(CNuc, VectorKernelsMatchScalarBitForBit) {
-    std::mt19937 rng(7);
-    std::uniform_real_distribution<float> gainDist(-0.5f, 3.0f), offDist(-3000.0f, 3000.0f);
-    const float specials[] = {0.0f, -0.0f, 1.0f, 1e-30f, -1e-30f, 1e30f, -1e30f,
-                              std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
-                              std::numeric_limits<float>::quiet_NaN(), 0.999f, 16383.0f, 65535.0f, 65536.0f};
-    for (unsigned short maxLevel : {0x3FFF, 0x0FFF, 0xFFFF, 0x0000, 0x00FF}) {
-        for (unsigned short n : {1, 7, 15, 16, 17, 31, 33, 63, 64, 65, 127, 129, 1031}) {
-            CNuc nuc(n, 1);
-            for (int i = 0; i < n; ++i) {
-                nuc.GetAlpha()[i] = (i % 11 == 3) ? specials[i % 14] : gainDist(rng);
-                nuc.GetBeta()[i] = (i % 13 == 5) ? specials[(i / 2) % 14] : offDist(rng);
-            }
-            std::vector<unsigned short> in(n);
-            for (auto& v : in) v = static_cast<unsigned short>(rng());
-            std::vector<unsigned short> want(n), got(n), wantUndo(n), gotUndo(n);
-            detail::NucApplyLevelsReference(in.data(), want.data(), nuc.GetAlpha(), nuc.GetBeta(), n, maxLevel);
-            ASSERT_EQ(nuc.Apply(in.data(), maxLevel, got.data()), 1);
-            ASSERT_EQ(got, want) << "n " << n << " max " << maxLevel;
-            std::vector<unsigned short> inPlace = in;
-            nuc.Apply(inPlace.data(), maxLevel, nullptr);
-            ASSERT_EQ(inPlace, want);
-            detail::NucDeNucLevelsReference(in.data(), wantUndo.data(), nuc.GetAlpha(), nuc.GetBeta(), n, maxLevel);
-            nuc.ApplyDeNuc(in.data(), maxLevel, gotUndo.data());
-            ASSERT_EQ(gotUndo, wantUndo) << "n " << n << " max " << maxLevel;
-            nuc.ApplyDeNuc(in.data(), maxLevel, nullptr);
-            ASSERT_EQ(in, wantUndo);
-        }
-    }
-}

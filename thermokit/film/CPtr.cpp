@@ -12,12 +12,11 @@
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/CRgn.h"
-#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
-#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
@@ -57,33 +56,6 @@ bool ReadFully(int fd, struct iovec* iov, int count, uint64_t offset) {
 bool WriteFully(int fd, struct iovec* iov, int count, uint64_t offset) {
     return TransferFully([fd](const struct iovec* v, int c, off_t at) { return ::pwritev(fd, v, c, at); }, iov,
                          count, offset);
-}
-
-// The OR of all values: a read-only pass, cheaper than masking, that tells
-// whether a film's pixels need masking at all.
-THERMOKIT_CLONES
-unsigned short OrAll(const unsigned short* p, long n) {
-    unsigned short acc = 0;
-    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
-    return acc;
-}
-
-#if defined(__x86_64__)
-__attribute__((target("avx512f,avx512bw,avx512vl,avx2,prefer-vector-width=512")))
-unsigned short OrAll512(const unsigned short* p, long n) {
-    unsigned short acc = 0;
-    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
-    return acc;
-}
-#endif
-
-// The widest form of OrAll this processor runs, chosen once.
-unsigned short OrLevels(const unsigned short* p, long n) {
-#if defined(__x86_64__)
-    static const bool wide = CpuFeatures::Get().avx512f && CpuFeatures::Get().avx512bw;
-    if (wide) return OrAll512(p, n);
-#endif
-    return OrAll(p, n);
 }
 
 }  // namespace
@@ -260,7 +232,7 @@ int CPtr::Read(unsigned long n, CFrame* f) {
     // Clear the bits above the depth (only when some pixel has one: a
     // well-formed film has none, and looking is cheaper than writing).
     const unsigned short maxLevel = GetMaxLevel();
-    if (maxLevel != 0xFFFF && (OrLevels(f->GetBuffer(), GetSize()) & ~maxLevel))
+    if (maxLevel != 0xFFFF && (kernels::Pixel().orU16(f->GetBuffer(), GetSize()) & ~maxLevel))
         thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
     return 1;
 }

@@ -13,9 +13,7 @@
 #include <cerrno>
 #include <cstring>
 
-#if defined(__x86_64__)
-#include <emmintrin.h>
-#endif
+#include "thermokit/image/PixelKernels.h"
 
 namespace thermokit {
 
@@ -44,33 +42,9 @@ int64_t AlignDown(int64_t position, int64_t bank) {
 }
 
 // Copies into a bank. The bank goes to the disk, not back to the processor,
-// so on x86-64 large copies use streaming stores that skip the cache (no
-// read for ownership, no eviction of the caller's data).
-void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) {
-#if defined(__x86_64__)
-    if (n >= 64 * 1024) {
-        while (reinterpret_cast<uintptr_t>(dst) & 15) {
-            *dst++ = *src++;
-            --n;
-        }
-        size_t i = 0;
-        for (; i + 64 <= n; i += 64) {
-            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 16));
-            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 32));
-            const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 48));
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), d);
-        }
-        _mm_sfence();  // the stores are visible before the bank is handed over
-        std::memcpy(dst + i, src + i, n - i);
-        return;
-    }
-#endif
-    std::memcpy(dst, src, n);
-}
+// so large copies use stores that skip the cache (no read for ownership, no
+// eviction of the caller's data).
+void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) { kernels::Pixel().copyStreaming(dst, src, n); }
 
 constexpr size_t kHugePage = size_t{2} << 20;
 

@@ -4,98 +4,20 @@
 #include <cstring>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/nuc/NucKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
-#include "thermokit/platform/TargetClones.h"
+#include "thermokit/platform/KernelTable.h"
 #include "thermokit/platform/Text.h"
 #include "thermokit/platform/WaitCursor.h"
-
-// x86-64-v4 brings AVX-512 BW/VL, which the 16-bit packing needs to run at
-// full width; v3 is AVX2 (no contraction into FMA: the build forbids it).
-#define THERMOKIT_NUC_CLONES THERMOKIT_CLONES_V3_V4
 
 namespace thermokit {
 
 namespace {
-
-// The per-pixel rules, written once and used by the multiversioned kernels
-// and by the plain reference loops. Every step is a single IEEE float
-// operation (no contraction), so all instruction sets give the same bits.
-//
-// A result at or above the maximal level is the maximal level, one that is
-// not above zero is 0 (a NaN lands here too), anything else is truncated.
-// Written as "raise to 0, then lower to the maximum", which gives exactly
-// that (also for a maximum of 0) and maps onto one max and one min
-// instruction per vector.
-inline __attribute__((always_inline)) unsigned short ClampLevel(float v, float fmax) {
-    float r = v > 0.0f ? v : 0.0f;
-    r = r < fmax ? r : fmax;
-    return static_cast<unsigned short>(static_cast<int>(r));
-}
-
-inline __attribute__((always_inline)) unsigned short ApplyOne(unsigned short in, unsigned short maxLevel, float fmax,
-                                                              float gain, float offset) {
-    const float x = static_cast<float>(static_cast<unsigned short>(in & maxLevel));
-    const float v = x * gain + offset;
-    return ClampLevel(v, fmax);
-}
-
-inline __attribute__((always_inline)) unsigned short DeNucOne(unsigned short in, unsigned short maxLevel, float fmax,
-                                                              float gain, float offset) {
-    const float x = static_cast<float>(static_cast<unsigned short>(in & maxLevel));
-    // The divisor is kept finite for a gain of 0, whose result is 0 anyway.
-    const float r = 1.0f / (gain == 0.0f ? 1.0f : gain);
-    const float v = x * r - offset * r;
-    return gain == 0.0f ? static_cast<unsigned short>(0) : ClampLevel(v, fmax);
-}
-
-THERMOKIT_NUC_CLONES
-void ApplyLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
-                     const float* __restrict gain, const float* __restrict offset, size_t n,
-                     unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = ApplyOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void ApplyLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
-                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) image[i] = ApplyOne(image[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void DeNucLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
-                     const float* __restrict gain, const float* __restrict offset, size_t n,
-                     unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void DeNucLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
-                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) image[i] = DeNucOne(image[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void ApplyFloats(float* __restrict image, const float* __restrict gain, const float* __restrict offset, size_t n) {
-    for (size_t i = 0; i < n; ++i) image[i] = gain[i] * image[i] + offset[i];
-}
-
-THERMOKIT_NUC_CLONES
-void DeNucFloats(float* __restrict image, const float* __restrict gain, const float* __restrict offset, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
-        const float g = gain[i];
-        const float r = 1.0f / (g == 0.0f ? 1.0f : g);
-        const float v = image[i] * r - offset[i] * r;
-        image[i] = g == 0.0f ? 0.0f : v;
-    }
-}
 
 // Float to 32-bit integer as the processor's truncating conversion does it:
 // NaN and values outside the 32-bit range give 0x80000000.
@@ -163,24 +85,9 @@ std::shared_ptr<float> AllocTable(size_t count) {
 
 }  // namespace
 
-namespace detail {
-
-// Reference loops for the tests: the same rules, never vectorised.
-__attribute__((optimize("no-tree-vectorize"))) void NucApplyLevelsReference(
-    const unsigned short* in, unsigned short* out, const float* gain, const float* offset, size_t n,
-    unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = ApplyOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-__attribute__((optimize("no-tree-vectorize"))) void NucDeNucLevelsReference(
-    const unsigned short* in, unsigned short* out, const float* gain, const float* offset, size_t n,
-    unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-}  // namespace detail
+namespace kernels {
+THERMOKIT_DEFINE_KERNELS(NucKernels, Nuc)
+}  // namespace kernels
 
 void CNuc::InitHeader() {
     std::memset(&m_Header, 0, sizeof(m_Header));
@@ -336,11 +243,11 @@ int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, in
                film.GetLine() == GetLine();
     };
     // Mean of every frame of a film, in levels (truncated), as the averager
-    // gives it.
+    // gives it; the frames are read on every core, added in order. A film cut
+    // short gives the mean of the frames it holds (its reader says which one
+    // failed).
     const auto average = [](CPtr& film, CAverage& avg) {
-        const unsigned long frames = film.GetFrameNumber();
-        for (unsigned long n = 0; n < frames; ++n)
-            if (film.ReadFrame(n)) avg.Accumulate(film.GetFrame(), 1.0);
+        AccumulateFilm(film, avg);
         return avg.GetBuffer(0);
     };
 
@@ -402,27 +309,29 @@ int CNuc::Update1Point(const float* reference, int keepGain) {
 
 int CNuc::Apply(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
     if (!in || !m_pAlpha) return 0;
-    if (!out || out == in) ApplyLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
-    else ApplyLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    const kernels::NucKernels& k = kernels::Nuc();
+    if (!out || out == in) k.applyLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else k.applyLevels(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
     return 1;
 }
 
 int CNuc::Apply(float* image) {
     if (!image || !m_pAlpha) return 0;
-    ApplyFloats(image, m_pAlpha, m_pBeta, TableSize());
+    kernels::Nuc().applyFloats(image, m_pAlpha, m_pBeta, TableSize());
     return 1;
 }
 
 int CNuc::ApplyDeNuc(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
     if (!in || !m_pAlpha) return 0;
-    if (!out || out == in) DeNucLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
-    else DeNucLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    const kernels::NucKernels& k = kernels::Nuc();
+    if (!out || out == in) k.undoLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else k.undoLevels(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
     return 1;
 }
 
 int CNuc::ApplyDeNuc(float* image) {
     if (!image || !m_pAlpha) return 0;
-    DeNucFloats(image, m_pAlpha, m_pBeta, TableSize());
+    kernels::Nuc().undoFloats(image, m_pAlpha, m_pBeta, TableSize());
     return 1;
 }
 

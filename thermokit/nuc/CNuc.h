@@ -145,13 +145,4 @@ private:
     size_t m_nAllocated = 0;
 };
 
-namespace detail {
-// The level correction and its undo as plain, never vectorised loops: the
-// reference the multiversioned kernels are compared with bit for bit.
-void NucApplyLevelsReference(const unsigned short* in, unsigned short* out, const float* gain, const float* offset,
-                             size_t n, unsigned short maxLevel);
-void NucDeNucLevelsReference(const unsigned short* in, unsigned short* out, const float* gain, const float* offset,
-                             size_t n, unsigned short maxLevel);
-}  // namespace detail
-
 }  // namespace thermokit

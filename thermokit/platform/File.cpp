@@ -29,14 +29,15 @@ bool LockShared(int fd, off_t where) {
     return fcntl(fd, F_OFD_SETLK, &fl) == 0;
 }
 
-// True when another open file description holds a lock on the byte (our own
-// locks never conflict with a probe from the same description).
-bool OtherHolds(int fd, off_t where) {
+// True when another open file description holds a lock on one of the count
+// bytes from where (our own locks never conflict with a probe from the same
+// description).
+bool OtherHolds(int fd, off_t where, off_t count) {
     struct flock fl {};
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
     fl.l_start = where;
-    fl.l_len = 1;
+    fl.l_len = count;
     if (fcntl(fd, F_OFD_GETLK, &fl) != 0) return false;
     return fl.l_type != F_UNLCK;
 }
@@ -46,7 +47,8 @@ bool OtherHolds(int fd, off_t where) {
 File::~File() { Close(); }
 
 File::File(File&& other) noexcept
-    : m_fd(std::exchange(other.m_fd, -1)), m_lockFd(std::exchange(other.m_lockFd, -1)), m_path(std::move(other.m_path)), m_errno(other.m_errno) {}
+    : m_fd(std::exchange(other.m_fd, -1)), m_lockFd(std::exchange(other.m_lockFd, -1)), m_path(std::move(other.m_path)), m_errno(other.m_errno),
+      m_device(other.m_device), m_inode(other.m_inode) {}
 
 File& File::operator=(File&& other) noexcept {
     if (this != &other) {
@@ -55,6 +57,8 @@ File& File::operator=(File&& other) noexcept {
         m_lockFd = std::exchange(other.m_lockFd, -1);
         m_path = std::move(other.m_path);
         m_errno = other.m_errno;
+        m_device = other.m_device;
+        m_inode = other.m_inode;
     }
     return *this;
 }
@@ -84,10 +88,21 @@ bool File::AcquireSharing(unsigned flags) {
             return false;
         }
     }
-    if ((wantRead && OtherHolds(fd, kDenyRead)) || (wantWrite && OtherHolds(fd, kDenyWrite)) ||
-        (denyRead && OtherHolds(fd, kAccessRead)) || (denyWrite && OtherHolds(fd, kAccessWrite))) {
-        ReleaseSharing();
-        return false;
+    // The bytes whose holders would conflict, probed a contiguous run at a
+    // time ("read, deny write" probes its two in one call).
+    const bool probe[4] = {denyRead, denyWrite, wantRead, wantWrite};  // kAccessRead .. kDenyWrite
+    for (int b = 0; b < 4;) {
+        if (!probe[b]) {
+            ++b;
+            continue;
+        }
+        int e = b;
+        while (e + 1 < 4 && probe[e + 1]) ++e;
+        if (OtherHolds(fd, kLockBase + b, e - b + 1)) {
+            ReleaseSharing();
+            return false;
+        }
+        b = e + 1;
     }
     return true;
 }
@@ -104,9 +119,9 @@ void File::ReleaseSharing() {
 
 bool File::IsSameFileAs(const std::string& path) const {
     if (m_fd < 0 || path != m_path) return false;
-    struct stat mine {}, named {};
-    if (::fstat(m_fd, &mine) != 0 || ::stat(path.c_str(), &named) != 0) return false;
-    return mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
+    struct stat named {};
+    if (::stat(path.c_str(), &named) != 0) return false;
+    return named.st_dev == m_device && named.st_ino == m_inode;
 }
 
 bool File::Open(const std::string& path, unsigned flags) {
@@ -136,6 +151,8 @@ bool File::Open(const std::string& path, unsigned flags) {
     }
     m_fd = fd;
     m_path = path;
+    m_device = static_cast<unsigned long long>(st.st_dev);
+    m_inode = static_cast<unsigned long long>(st.st_ino);
     if (!AcquireSharing(flags)) {
         Close();
         Fail(EBUSY);

@@ -97,6 +97,8 @@ private:
     int m_lockFd = -1;  // read-only description that carries the sharing locks
     std::string m_path;
     int m_errno = 0;
+    // The open file's identity (device and inode), taken when it was opened.
+    unsigned long long m_device = 0, m_inode = 0;
 };
 
 }  // namespace thermokit
