@@ -10,6 +10,7 @@ packages=(
   libcpp-httplib-dev chromium chromium-driver python3-selenium python3-pytest python3-numpy
   libaravis-dev aravis-tools libusb-1.0-0-dev
   pybind11-dev python3-dev
+  python3-dask python3-distributed python3-pytest-timeout
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -150,7 +150,8 @@ py::object ToTemperature(Calibration& c, const py::object& levels, const py::obj
     }
     ConversionOptions o;
     if (!unit.is_none()) {
-        py::kwargs all = parameters;
+        py::kwargs all;
+        for (auto item : parameters) all[item.first] = item.second;
         all["kelvin"] = KelvinUnit(unit.cast<std::string>());
         all["embedded"] = true;  // the options are about temperatures; the calibration is this one
         o = ConversionArgs(all);

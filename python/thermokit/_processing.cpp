@@ -88,6 +88,7 @@ py::object Stats(const py::object& film, const py::object& roi, const py::object
     const std::string region = regionFile.is_none() ? std::string() : regionFile.cast<PathArg>().value;
     if (!roiText.empty() && !region.empty()) throw ValueError("roi and region_file: give one of them");
     const bool calibrated = o.Requested();
+    const std::string csvPath = csv.is_none() ? std::string() : csv.cast<PathArg>().value;
     struct Row {
         unsigned long n;
         double time;
@@ -114,14 +115,13 @@ py::object Stats(const py::object& film, const py::object& roi, const py::object
                          [&](unsigned long n, double time, const FrameFigures& f) { rows.push_back({n, time, f}); },
                          error))
             RaiseLine(error);
-        if (!csv.is_none()) {
+        if (!csvPath.empty()) {
             const std::string text = [&] {
                 std::string t = CsvHeader(calibrated, unit);
                 for (const Row& r : rows) t += CsvRow(r.n, r.time, r.f, calibrated);
                 return t;
             }();
-            const std::string out = csv.cast<PathArg>().value;
-            WriteWhole(out, [&](const std::string& temp) {
+            WriteWhole(csvPath, [&](const std::string& temp) {
                 std::FILE* f = std::fopen(temp.c_str(), "wb");
                 if (!f) return 0;
                 const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
@@ -183,11 +183,8 @@ py::dict Export(const py::object& film, const PathArg& output, const std::string
     return d;
 }
 
-py::dict Render(const py::object& film, const PathArg& output, long frame, const std::string& palette,
-                const py::object& paletteFile, const py::object& range, const py::object& cut,
-                const std::vector<std::string>& isotherms, bool bar, const py::kwargs& kwargs) {
-    const std::string path = FilmPath(film);
-    const ConversionOptions o = ConversionArgs(kwargs);
+PictureOptions PictureArgs(const std::string& palette, const py::object& paletteFile, const py::object& range,
+                           const py::object& cut, const std::vector<std::string>& isotherms, bool bar) {
     PictureOptions p;
     p.palette = palette;
     if (!paletteFile.is_none()) p.paletteFile = paletteFile.cast<PathArg>().value;
@@ -207,17 +204,33 @@ py::dict Render(const py::object& film, const PathArg& output, long frame, const
     }
     p.isotherms = isotherms;
     p.bar = bar;
+    return p;
+}
+
+// The picture options checked: ValueError (or the palette file's error) with the tool's text.
+PictureSetup CheckPicture(const PictureOptions& p) {
+    std::string error;
+    PictureSetup setup;
+    bool fileFailed = false;
+    if (!PreparePicture(p, setup, error, &fileFailed)) {
+        if (fileFailed) RaiseLine(error);
+        throw ValueError(error);
+    }
+    return setup;
+}
+
+py::dict Render(const py::object& film, const PathArg& output, long frame, const std::string& palette,
+                const py::object& paletteFile, const py::object& range, const py::object& cut,
+                const std::vector<std::string>& isotherms, bool bar, const py::kwargs& kwargs) {
+    const std::string path = FilmPath(film);
+    const ConversionOptions o = ConversionArgs(kwargs);
+    const PictureOptions p = PictureArgs(palette, paletteFile, range, cut, isotherms, bar);
     if (frame < 0) throw IndexError("frame " + std::to_string(frame) + ": 0 or more expected");
     std::string description;
     {
         py::gil_scoped_release nogil;
         std::string error;
-        PictureSetup setup;
-        bool fileFailed = false;
-        if (!PreparePicture(p, setup, error, &fileFailed)) {
-            if (fileFailed) RaiseLine(error);
-            throw ValueError(error);
-        }
+        const PictureSetup setup = CheckPicture(p);
         auto ptr = OpenChecked(path);
         ErrorCapture quiet;
         const unsigned long n = static_cast<unsigned long>(frame);
@@ -241,6 +254,12 @@ py::dict Render(const py::object& film, const PathArg& output, long frame, const
 }  // namespace
 
 void RegisterProcessing(py::module_& m) {
+    // Checks of options given ahead of the work (batch runs check them once, before any film).
+    m.def("_check_conversion", [](const py::kwargs& kwargs) { ConversionArgs(kwargs); });
+    m.def("_check_picture", [](const std::string& palette, const py::object& paletteFile, const py::object& range,
+                               const py::object& cut, const std::vector<std::string>& isotherms, bool bar) {
+        CheckPicture(PictureArgs(palette, paletteFile, range, cut, isotherms, bar));
+    });
     m.def("correct", &Correct, py::arg("film"), py::arg("output"), py::kw_only(), py::arg("nuc") = py::none(),
           py::arg("badpixels") = py::none(), py::arg("mapping") = py::none(),
           "Writes a corrected copy of a film (a Film or a path), as thermokit correct: NUC table, bad pixels, then "
