@@ -68,8 +68,9 @@ std::string SourcePath(const py::handle& source);
 // form ("file NAME: ...", caption "thermokit"); when it showed none, the text
 // the binding gives, in the same form. Messages of a call that succeeds go on
 // to the sink that was installed before the module (standard error by
-// default). When the library keeps a last error text on each object, that is
-// read here instead.
+// default); those of a call that fails (an exception leaves while the capture
+// lives) go with it. When the library keeps a last error text on each
+// object, that is read here instead.
 class ErrorCapture {
 public:
     ErrorCapture();
@@ -89,6 +90,7 @@ private:
     std::vector<Message> m_messages;
     std::vector<Message>* m_outer;
     bool m_raised = false;
+    int m_unwinding;  // exceptions in flight when made: one more at the end is a failure leaving
 };
 
 // Installs the routing sink (once, at import).

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <mutex>
 
 #include "_bindings.h"
@@ -41,11 +42,11 @@ void InstallMessageRouting() {
     std::call_once(once, [] { PreviousSink() = Messages::SetSink(Forward); });
 }
 
-ErrorCapture::ErrorCapture() : m_outer(t_capture) { t_capture = &m_messages; }
+ErrorCapture::ErrorCapture() : m_outer(t_capture), m_unwinding(std::uncaught_exceptions()) { t_capture = &m_messages; }
 
 ErrorCapture::~ErrorCapture() {
     t_capture = m_outer;
-    if (m_raised) return;
+    if (m_raised || std::uncaught_exceptions() > m_unwinding) return;
     for (const Message& m : m_messages) Forward(m);
 }
 

@@ -359,13 +359,17 @@ def run(inputs, output, *, pattern="*.film", nuc=None, badpixels=None, mapping=N
             jobs.append((len(rows) - 1, {"path": path, "name": name, "options": options, "outputs": out}))
 
     if jobs:
-        with contextlib.ExitStack() as stack:
-            if client is None:
-                client = stack.enter_context(_client(scheduler, workers))
-            for index, row in _compute(client, jobs, progress):
-                rows[index] = row
-        for _, job in jobs:
-            _remove_leftovers(job["outputs"])
+        try:
+            with contextlib.ExitStack() as stack:
+                if client is None:
+                    client = stack.enter_context(_client(scheduler, workers))
+                for index, row in _compute(client, jobs, progress):
+                    rows[index] = row
+        finally:
+            # Also when the run is interrupted: the films' tasks are cancelled (or their
+            # workers stopped with the local cluster) before their temporary files go.
+            for _, job in jobs:
+                _remove_leftovers(job["outputs"])
 
     data = {"options": options, "films": [{k: _json_value(v) for k, v in r.items()} for r in rows]}
     _write_whole(summary + ".csv", _summary_csv(rows))
@@ -384,9 +388,13 @@ def _compute(client, jobs, progress):
     run_id = uuid.uuid4().hex[:12]
     futures = [client.submit(process_film, job, key=f"thermokit-film-{index}-{run_id}", pure=False)
                for index, job in jobs]
-    if progress:
-        distributed.progress(futures)
-    distributed.wait(futures)
+    try:
+        if progress:
+            distributed.progress(futures)
+        distributed.wait(futures)
+    except BaseException:
+        client.cancel(futures)
+        raise
     for (index, job), future in zip(jobs, futures):
         if future.status == "finished":
             yield index, future.result()

@@ -15,6 +15,7 @@ Metadata comes alongside in the array's `attrs` dictionary: path, header,
 times (seconds since the first frame), bits, frame_rate, and for
 temperatures their unit.
 """
+import operator
 import os
 import threading
 
@@ -28,8 +29,12 @@ __all__ = ["film_array", "temperatures"]
 
 
 def _frame_chunks(count, chunk_frames):
-    if not isinstance(chunk_frames, int) or isinstance(chunk_frames, bool) or chunk_frames < 1:
-        raise ValueError(f"chunk_frames {chunk_frames!r}: a whole number of frames, 1 or more, expected")
+    try:
+        chunk_frames = operator.index(chunk_frames)
+    except TypeError:
+        raise TypeError(f"chunk_frames {chunk_frames!r}: a whole number of frames expected") from None
+    if chunk_frames < 1:
+        raise ValueError(f"chunk_frames {chunk_frames}: a whole number of frames, 1 or more, expected")
     sizes = [chunk_frames] * (count // chunk_frames)
     if count % chunk_frames or not sizes:
         sizes.append(count % chunk_frames)
