@@ -14,6 +14,7 @@
 #include "OutputFile.h"
 #include "Picture.h"
 #include "Progress.h"
+#include "thermokit/processing/FilmExport.h"
 #include "thermokit/image/CFrame.h"
 
 namespace thermokit::cli {
@@ -56,22 +57,6 @@ bool SequenceName(const std::string& out, unsigned long n, std::string& name) {
     return true;
 }
 
-// The NumPy 1.0 header: magic, version, header length, the dictionary padded
-// with spaces and a newline so that the data starts on a 64-byte boundary.
-std::string NpyHeader(const char* descr, unsigned long frames, unsigned line, unsigned point) {
-    char dict[160];
-    std::snprintf(dict, sizeof(dict), "{'descr': '%s', 'fortran_order': False, 'shape': (%lu, %u, %u), }", descr,
-                  frames, line, point);
-    std::string header(dict);
-    const size_t total = 10 + header.size() + 1;
-    header.append((64 - total % 64) % 64, ' ');
-    header += '\n';
-    std::string out("\x93NUMPY\x01\x00", 8);
-    out += static_cast<char>(header.size() & 0xff);
-    out += static_cast<char>((header.size() >> 8) & 0xff);
-    return out + header;
-}
-
 int RunExport(const ExportOptions& o) {
     const std::string& fmt = o.format;
     if (fmt != "png" && fmt != "csv" && fmt != "raw" && fmt != "npy") {
@@ -99,11 +84,8 @@ int RunExport(const ExportOptions& o) {
     const bool cal = o.conversion.Requested();
     Conversion conv;
     if (cal && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
-    const long size = static_cast<long>(film.point) * film.line;
     const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
     const unsigned long count = frames.size();
-    std::vector<float> values(cal ? static_cast<size_t>(size) : 0);
-    const double* doubles = film.doubles ? static_cast<CPtrFloat*>(film.ptr.get())->GetDoubleBuffer() : nullptr;
     Progress progress("export", count);
 
     if (fmt == "png") {
@@ -133,55 +115,10 @@ int RunExport(const ExportOptions& o) {
     }
 
     OutputFile out(o.output);
-    std::FILE* f = std::fopen(out.c_str(), "wb");
-    if (!f) {
-        Error("file " + o.output + ": cannot be written (" + std::strerror(errno) + ")");
-        return kFailed;
-    }
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(f, std::fclose);
-    const char* descr = film.doubles ? "<f8" : (cal ? "<f4" : "<u2");
-    if (fmt == "npy") {
-        const std::string h = NpyHeader(descr, count, film.line, film.point);
-        std::fwrite(h.data(), 1, h.size(), f);
-    } else if (fmt == "csv") {
-        std::fprintf(f, "frame,line");
-        for (unsigned x = 0; x < film.point; ++x) std::fprintf(f, ",x%u", x);
-        std::fprintf(f, "\n");
-    }
-    std::string text;
-    unsigned long done = 0;
-    for (const unsigned long n : frames) {
-        if (!ReadFilmFrame(film, o.file, n)) return kFailed;
-        const unsigned short* levels = film.ptr->GetFrame()->GetBuffer();
-        if (cal) conv.Apply(levels, size, values.data());
-        if (fmt == "csv") {
-            char cell[40];
-            for (unsigned y = 0; y < film.line; ++y) {
-                text.clear();
-                std::snprintf(cell, sizeof(cell), "%lu,%u", n, y);
-                text += cell;
-                for (unsigned x = 0; x < film.point; ++x) {
-                    const long i = static_cast<long>(y) * film.point + x;
-                    if (doubles) std::snprintf(cell, sizeof(cell), ",%.17g", doubles[i]);
-                    else if (cal) std::snprintf(cell, sizeof(cell), ",%.9g", static_cast<double>(values[i]));
-                    else std::snprintf(cell, sizeof(cell), ",%u", levels[i]);
-                    text += cell;
-                }
-                text += '\n';
-                std::fwrite(text.data(), 1, text.size(), f);
-            }
-        } else if (doubles) {
-            std::fwrite(doubles, sizeof(double), static_cast<size_t>(size), f);
-        } else if (cal) {
-            std::fwrite(values.data(), sizeof(float), static_cast<size_t>(size), f);
-        } else {
-            std::fwrite(levels, sizeof(unsigned short), static_cast<size_t>(size), f);
-        }
-        progress.Step(++done);
-    }
-    const bool failed = std::ferror(f) != 0;
-    if (std::fclose(closer.release()) != 0 || failed) {
-        Error("file " + o.output + ": cannot be written (disk full?)");
+    std::string error;
+    if (!ExportFilm(*film.ptr, o.file, frames, fmt, cal ? &conv : nullptr, out.Temp(), o.output, error,
+                    [&](unsigned long done) { progress.Step(done); })) {
+        Error(error);
         return kFailed;
     }
     if (!out.Commit()) return kFailed;

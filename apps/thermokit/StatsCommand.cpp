@@ -11,7 +11,7 @@
 #include "Conversion.h"
 #include "FilmInput.h"
 #include "Progress.h"
-#include "RegionFigures.h"
+#include "thermokit/processing/FrameFigures.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/image/Statistics.h"
@@ -37,22 +37,11 @@ int RunStats(const StatsOptions& o) {
     // The selected pixels (none listed: the whole image).
     Selection selection;
     CRgn region;
-    if (!o.roi.empty()) {
-        CRect r;
-        if (!ParseRect(o.roi, r)) {
-            Error("--roi " + o.roi + ": expected x,y,w,h with a width and a height above 0");
-            return kUsage;
-        }
-        if (!RectInFilm(r, film, o.file, "--roi")) return kFailed;
-        selection.Rect(r, film.point);
-    } else if (!o.regionFile.empty()) {
-        if (!ReadRegionFile(o.regionFile, region)) return kFailed;
-        selection.Region(region, film.point, film.line);
-        if (selection.pixels.empty()) {
-            Error("file " + o.regionFile + ": the region holds no pixel of the " + std::to_string(film.point) + " x " +
-                  std::to_string(film.line) + " image");
-            return kFailed;
-        }
+    std::string error;
+    bool usage = false;
+    if (!SelectPixels(o.roi, "--roi", o.regionFile, film.point, film.line, o.file, selection, region, error, usage)) {
+        Error(error);
+        return usage ? kUsage : kFailed;
     }
     const bool whole = selection.whole;
     const bool cal = o.conversion.Requested();
@@ -77,16 +66,11 @@ int RunStats(const StatsOptions& o) {
         if (!object.empty()) std::printf("object: %s\n", object.c_str());
     }
     Progress progress("stats", last - first + 1);
-    FrameMeasure measure;
-    for (unsigned long n = first; n <= last; ++n) {
-        if (!ReadFilmFrame(film, o.file, n)) return kFailed;
-        CFrame* frame = film.ptr->GetFrame();
-        const double* all = film.doubles ? static_cast<CPtrFloat*>(film.ptr.get())->GetDoubleBuffer() : nullptr;
-        const FrameFigures f = measure.Measure(frame->GetBuffer(), all, film.point, film.line, selection,
-                                               cal ? &conv : nullptr);
+    std::string failure;
+    const bool read = MeasureFilm(*film.ptr, o.file, first, last, selection, cal ? &conv : nullptr,
+                                  [&](unsigned long n, double time, const FrameFigures& f) {
         const Figures& lv = f.levels;
         const Figures& tv = f.values;
-        const double time = frame->GetTime();
         if (o.csv) {
             std::fputs(CsvRow(n, time, f, cal).c_str(), stdout);
         } else {
@@ -97,6 +81,10 @@ int RunStats(const StatsOptions& o) {
             std::printf("\n");
         }
         progress.Step(n - first + 1);
+    }, failure);
+    if (!read) {
+        Error(failure);
+        return kFailed;
     }
     return kDone;
 }

@@ -27,17 +27,28 @@ std::string FileProblem(const std::string& path) {
     return std::string();
 }
 
-int CheckFilmComplete(const CPtr& film) {
+std::string FilmIncomplete(const CPtr& film) {
     const unsigned long frames = film.GetFrameNumber();
-    if (frames == 0) return 1;
+    if (frames == 0) return std::string();
     const uint64_t end = film.OffsetImage(frames - 1) + film.GetImageSize();
     const int64_t size = film.GetFileSize();
-    if (size < 0 || static_cast<uint64_t>(size) < end) {
-        Problem(film.GetFileName(), "shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) +
-                                        " bytes, " + std::to_string(end) + " expected); the film is truncated");
-        return 0;
-    }
-    return 1;
+    if (size < 0 || static_cast<uint64_t>(size) < end)
+        return "shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) + " bytes, " +
+               std::to_string(end) + " expected); the film is truncated";
+    return std::string();
+}
+
+bool ReadFilmFrame(CPtr& film, const std::string& path, unsigned long n, std::string& error) {
+    if (film.ReadFrame(n)) return true;
+    error = "file " + path + ": frame " + std::to_string(n) + " cannot be read (the file is shorter than its header says)";
+    return false;
+}
+
+int CheckFilmComplete(const CPtr& film) {
+    const std::string why = FilmIncomplete(film);
+    if (why.empty()) return 1;
+    Problem(film.GetFileName(), why);
+    return 0;
 }
 
 std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
