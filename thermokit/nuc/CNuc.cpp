@@ -222,11 +222,20 @@ CNuc::CNuc(const char* fileName) {
         return;
     }
     if (GetTextField(m_Header.szSignature, sizeof(m_Header.szSignature)) != "COE") return;
+    const bool sized = m_Header.wPoint != 0 && m_Header.wLine != 0;
     if (m_Header.wPoint == 0) m_Header.wPoint = 128;
     if (m_Header.wLine == 0) m_Header.wLine = 128;
-    // The pixel count is taken as read; a count whose two tables the file
-    // cannot hold is refused before anything is allocated.
+    // The pixel count is taken as read, not recomputed, but it must agree
+    // with the header's size: callers size their frames from point x line and
+    // Apply walks the tables' dwSize pixels, so a larger count would run past
+    // the frame and a smaller one past the tables. A header that leaves point
+    // or line at 0 (read as 128) states no size to compare with; its count may
+    // then be smaller, never larger.
+    const uint64_t pixels = static_cast<uint64_t>(m_Header.wPoint) * m_Header.wLine;
     const uint64_t count = m_Header.dwSize;
+    if (sized ? count != pixels : count > pixels) return;
+    // A count whose two tables the file cannot hold is refused before
+    // anything is allocated.
     const int64_t length = file.GetLength();
     if (length < 0 || static_cast<uint64_t>(length) < sizeof(NUC_HEADER) + 8 * count) return;
     if (!Allocate(static_cast<size_t>(count))) return;
