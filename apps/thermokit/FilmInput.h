@@ -6,9 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,6 +18,7 @@
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
+#include "thermokit/platform/RegionFile.h"
 
 namespace thermokit::cli {
 
@@ -165,73 +164,16 @@ inline bool RectInFilm(const CRect& r, const Film& film, const std::string& path
     return true;
 }
 
-// A region file: text, one shape a line, the union of them all.
-//   rect X Y W H          pixels X..X+W-1, Y..Y+H-1
-//   ellipse X Y W H       the ellipse inscribed in that rectangle
-//   polygon X1 Y1 X2 Y2 X3 Y3 ...   at least three corners
-// Blank lines and lines starting with '#' are ignored. Anything else is an
-// error naming the file and the line.
-inline bool ReadRegionFile(const std::string& path, CRgn& region) {
-    const std::string why = MissingOrEmpty(path);
-    if (!why.empty()) {
-        Error("file " + path + ": " + why);
-        return false;
+// The region file of --region-file (see thermokit/platform/RegionFile.h),
+// cut to a point x line image; false with a message.
+inline bool ReadRegionFile(const std::string& path, unsigned short point, unsigned short line, CRgn& region) {
+    std::string why = MissingOrEmpty(path);
+    if (why.empty()) {
+        const CRect image(0, 0, point, line);
+        if (thermokit::ReadRegionFile(path, image, region, why)) return true;
     }
-    std::error_code ec;
-    const auto bytes = std::filesystem::file_size(path, ec);
-    if (ec || bytes > (16u << 20)) {
-        Error("file " + path + ": not a region file (a text file of at most 16 MiB expected)");
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    int number = 0, shapes = 0;
-    while (std::getline(in, line)) {
-        ++number;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.size() > 65536) {
-            Error("file " + path + ": line " + std::to_string(number) + " is too long");
-            return false;
-        }
-        std::istringstream words(line);
-        std::string kind;
-        if (!(words >> kind) || kind[0] == '#') continue;
-        std::vector<long> v;
-        std::string w;
-        bool ok = true;
-        while (words >> w) {
-            char* end = nullptr;
-            const long n = std::strtol(w.c_str(), &end, 10);
-            if (*end || n < -65536 || n > 65536) ok = false;
-            v.push_back(n);
-        }
-        CRgn shape;
-        if (ok && (kind == "rect" || kind == "ellipse") && v.size() == 4 && v[2] > 0 && v[3] > 0) {
-            const int l = static_cast<int>(v[0]), t = static_cast<int>(v[1]);
-            const int r = static_cast<int>(v[0] + v[2]), b = static_cast<int>(v[1] + v[3]);
-            if (kind == "rect") shape.CreateRectRgn(l, t, r, b);
-            else shape.CreateEllipticRgn(l, t, r, b);
-        } else if (ok && kind == "polygon" && v.size() >= 6 && v.size() % 2 == 0 && v.size() <= 2 * 4096) {
-            std::vector<CPoint> pts;
-            for (size_t i = 0; i < v.size(); i += 2) pts.emplace_back(static_cast<int>(v[i]), static_cast<int>(v[i + 1]));
-            shape.CreatePolygonRgn(pts.data(), static_cast<int>(pts.size()), ALTERNATE);
-        } else {
-            Error("file " + path + ": line " + std::to_string(number) +
-                  ": expected \"rect X Y W H\", \"ellipse X Y W H\" or \"polygon X1 Y1 X2 Y2 X3 Y3 ...\"");
-            return false;
-        }
-        if (shapes++ == 0) region.CopyRgn(&shape);
-        else {
-            CRgn all;
-            all.CombineRgn(&region, &shape, RGN_OR);
-            region = all;
-        }
-    }
-    if (shapes == 0) {
-        Error("file " + path + ": no shape (rect, ellipse or polygon lines expected)");
-        return false;
-    }
-    return true;
+    Error("file " + path + ": " + why);
+    return false;
 }
 
 // The calibration of --calib FILE or of the film's own radiometric law

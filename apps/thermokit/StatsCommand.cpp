@@ -71,7 +71,7 @@ int RunStats(const StatsOptions& o) {
         for (int y = r.top; y < r.bottom; ++y)
             for (int x = r.left; x < r.right; ++x) selected.push_back(static_cast<long>(y) * film.point + x);
     } else if (!o.regionFile.empty()) {
-        if (!ReadRegionFile(o.regionFile, region)) return kFailed;
+        if (!ReadRegionFile(o.regionFile, film.point, film.line, region)) return kFailed;
         whole = false;
         std::vector<uint8_t> mask(static_cast<size_t>(size));
         region.FillMask(film.point, film.line, mask.data());
@@ -130,8 +130,7 @@ int RunStats(const StatsOptions& o) {
         } else {
             lv.count = static_cast<long>(levels.size());
             unsigned short min = 0, max = 0;
-            if (!o.regionFile.empty()) MinMaxRgn(buffer, film.point, film.line, &region, &min, &max, nullptr);
-            else MinMax(levels.data(), static_cast<long>(levels.size()), &min, &max, nullptr, 0);
+            MinMax(levels.data(), static_cast<long>(levels.size()), &min, &max, nullptr, 0);
             StdDev(levels.data(), static_cast<long>(levels.size()), &lv.stdDev, &lv.mean);
             lv.min = min;
             lv.max = max;
