@@ -7,6 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "thermokit/calibration/CCalibration.h"
+#include "thermokit/calibration/CResponseFile.h"
+#include "thermokit/film/CPtrFloat.h"
+#include "thermokit/image/CMapping.h"
+#include "thermokit/nuc/CNuc.h"
+#include "thermokit/nuc/CNucFile.h"
+#include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
@@ -14,6 +21,7 @@
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/RegionFile.h"
 #include "thermokit/platform/Messages.h"
+#include "thermokit/platform/PngWriter.h"
 #include "thermokit/platform/Text.h"
 #include "thermokit/platform/WaitCursor.h"
 
@@ -207,6 +215,35 @@ TEST_F(FileTest, PositionsBeyondFourGigabytesAndShortReads) {
     File missing;
     EXPECT_FALSE(missing.Open(::testing::TempDir() + "no/such/dir/file", File::modeRead));
     EXPECT_NE(missing.GetLastError(), 0);
+}
+
+// A full disk fails every saver: none may report a truncated file as saved.
+TEST(Savers, EverySaverReportsAFullDisk) {
+    const char* full = "/dev/full";
+    if (!File::Exists(full)) GTEST_SKIP() << "no /dev/full here";
+    MessageRecorder quiet;  // the film classes show their save message
+    CNuc nuc(64, 32);
+    nuc.Reset();
+    EXPECT_EQ(nuc.Save(full), 0);
+    CPixel map(64, 32, 0);
+    map.Add(5, 6, CPixel::kGain);
+    EXPECT_EQ(map.Save(full), 0);
+    EXPECT_EQ(map.SaveAscii(full, 1, 1, 1), 0);
+    EXPECT_EQ(CMapping(64, 32).Save(full), 0);
+    EXPECT_EQ(CNucFile(0).Save(full, 0), 0);
+    CCalibration cal("cam", CCalibration::kExtendedClasses);
+    cal.Add(100.0f, 20.0f);
+    EXPECT_EQ(cal.Save(full), 0);
+    CResponseFile response(nullptr);
+    for (int k = 0; k < 2000; ++k) response.Add(3.0 + k * 0.001, 0.5);
+    EXPECT_EQ(response.Save(full), 0);
+    CPtr film(64, 32, 14, 0, 0, 0);
+    EXPECT_EQ(film.SaveFrame(full, nullptr, "comment"), 0);
+    std::vector<double> values(64 * 32, 1.5);
+    EXPECT_EQ(CPtrFloat(64, 32, 14, 0, 0, 0).SaveFrame(full, values.data(), "", "", 0, 0.0, 0.0), 0);
+    std::vector<uint8_t> bgra(64 * 32 * 4, 7);
+    EXPECT_EQ(PngWriter::WriteBgra(full, bgra.data(), 64, 32, 64 * 4), 0);
+    EXPECT_TRUE(File::Exists(full));  // a failed picture removes files, never a device
 }
 
 TEST(Messages, RecorderCapturesAndRestores) {

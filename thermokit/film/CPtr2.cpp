@@ -163,8 +163,8 @@ int CPtr2::CloseAfterFailure(uint64_t end) {
     if (GetCurrentFrame() >= count) SetCurrentFrame(0);
     File file;
     if (file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeNoTruncate)) {
-        file.SetLength(OffsetImage(count));
-        file.WriteAt(0, m_Header, sizeof(m_Header));
+        // Best effort: the recording has failed already and says so below.
+        (void)(file.SetLength(OffsetImage(count)) && file.WriteAt(0, m_Header, sizeof(m_Header)));
     }
     SaveFailed(count);
     return 0;

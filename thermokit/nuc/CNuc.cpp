@@ -472,11 +472,9 @@ int CNuc::Save(const char* fileName) {
     if (!m_bValid || n > TableSize()) return 0;  // no tables to write
     File file;
     if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
-    file.Write(&m_Header, sizeof(m_Header));
-    if (n) {
-        file.Write(m_pAlpha, n * sizeof(float));
-        file.Write(m_pBeta, n * sizeof(float));
-    }
+    // Every write is checked: a full disk must not pass for a saved table.
+    if (!file.Write(&m_Header, sizeof(m_Header))) return 0;
+    if (n && (!file.Write(m_pAlpha, n * sizeof(float)) || !file.Write(m_pBeta, n * sizeof(float)))) return 0;
     return 1;
 }
 

@@ -494,10 +494,10 @@ int CPixel::Save(const char* fileName) {
     File file;
     if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
     const size_t count = m_Header.wCount;
-    file.Write(&m_Header, sizeof(m_Header));
-    file.Write(m_pBad.get(), count * 4);
-    file.Write(m_pReplacement.get(), count * 4);
-    if (m_Header.byCriteria) file.Write(m_pCriteria.get(), count);
+    // Every write is checked: a full disk must not pass for a saved map.
+    if (!file.Write(&m_Header, sizeof(m_Header)) || !file.Write(m_pBad.get(), count * 4) ||
+        !file.Write(m_pReplacement.get(), count * 4) || (m_Header.byCriteria && !file.Write(m_pCriteria.get(), count)))
+        return 0;
     return 1;
 }
 
