@@ -63,14 +63,14 @@ inline bool OpenFilm(const std::string& path, Film& film) {
     }
     CPtrOver header(path);
     if (!header.IsValid()) {
-        Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
+        Error("file " + path + ": " + header.GetLastErrorText());
         return false;
     }
     film.doubles = CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8;
     if (film.doubles) film.ptr = std::make_unique<CPtrFloat>(path, 0, 0, 1);
     else film.ptr = std::make_unique<CPtr>(path, 0, 0, 1);
     if (!film.ptr->IsValid()) {
-        Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
+        Error("file " + path + ": " + film.ptr->GetLastErrorText());
         return false;
     }
     if (!FilmComplete(*film.ptr, path)) return false;

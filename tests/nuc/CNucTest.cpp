@@ -202,7 +202,10 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
             Put<uint32_t>(b, 256, count);
             b.resize(260 + 8 * count, 0);
             WriteBytes(p, b);
-            EXPECT_EQ(CNuc(p.c_str()).IsValid(), 0) << count;
+            const CNuc refused(p.c_str());
+            EXPECT_EQ(refused.IsValid(), 0) << count;
+            EXPECT_EQ(refused.GetLastErrorText(),
+                      "damaged: its pixel count " + std::to_string(count) + " disagrees with its 12 x 8 pixels");
             Put<uint16_t>(b, 252, 0);  // 128 x 8: 128 and 95 both fit
             WriteBytes(p, b);
             EXPECT_EQ(CNuc(p.c_str()).GetSize(), count);

@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "thermokit/platform/LastError.h"
+
 namespace thermokit {
 
 #pragma pack(push, 1)
@@ -51,7 +53,7 @@ static_assert(offsetof(NUC_HEADER, wPoint) == 252);
 static_assert(offsetof(NUC_HEADER, wLine) == 254);
 static_assert(offsetof(NUC_HEADER, dwSize) == 256);
 
-class CNuc {
+class CNuc : public LastError {
 public:
     // A valid table of point x line pixels; tables allocated (zero), not reset.
     CNuc(unsigned short point, unsigned short line);
