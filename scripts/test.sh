@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test run: installs what the build needs, then builds and runs the
-# test suite twice (release build, then address + undefined sanitizers), and
+# test suite twice (release build, then address + undefined sanitizers), the
+# threaded suites under ThreadSanitizer, every fuzz target for 20 seconds, and
 # checks that an installed thermokit is usable from another CMake project.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,6 +18,17 @@ for preset in release asan; do
   echo "=== $preset: tests"
   ctest --preset "$preset" -j "$jobs"
 done
+
+echo "=== tsan: acquisition, recording and settings under ThreadSanitizer"
+cmake --preset tsan -DTHERMOKIT_WERROR=$werror >/dev/null
+cmake --build --preset tsan -j "$jobs" --target test_acquisition test_film test_environment
+# TSan cannot start on some kernels' address layouts: run without randomisation.
+norandom=()
+if command -v setarch >/dev/null 2>&1; then norandom=(setarch "$(uname -m)" -R); fi
+"${norandom[@]}" ctest --preset tsan -j "$jobs" -L 'acquisition|film|environment'
+
+echo "=== fuzz: every target for 20 s"
+bash scripts/fuzz.sh 20
 
 echo "=== install and consumer project"
 prefix=$(mktemp -d)

@@ -538,8 +538,8 @@ TEST(FilmAccess, FilmsWithoutImageHeaders) {
 // (a sparse file of giant images): the film is refused as such, not taken
 // for one whose frames cannot be read. Memory is bounded in a child process.
 TEST(FilmAccess, ImagesThatCannotBeAllocatedAreSaidSo) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "an address-space limit and the sanitizer's shadow memory exclude each other";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "an address-space limit and the sanitizers' shadow memory exclude each other";
 #else
     const std::string name = TempName("giant");
     {

@@ -8,6 +8,7 @@
 #include "thermokit/platform/Display.h"
 #include "thermokit/platform/Messages.h"
 #include "thermokit/platform/PngWriter.h"
+#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
@@ -19,9 +20,7 @@ const char* const CBit24::kTrueColorMessage =
 // loads than one 16-bit load a pixel, which is what limits this loop. Gather
 // instructions are slower than this on the machines we measured, so the
 // variants differ only in the scalar instructions (BMI2 shifts on x86-64-v3).
-#if defined(__x86_64__)
-__attribute__((target_clones("default", "arch=x86-64-v3")))
-#endif
+THERMOKIT_CLONES_V3
 void MapLevelsToPixels(const uint16_t* __restrict in, uint32_t* __restrict out, long count,
                        const uint32_t* __restrict lut, uint16_t mask) {
     static_assert(std::endian::native == std::endian::little);
