@@ -63,7 +63,7 @@ int RunCorrect(const CorrectOptions& o) {
     if (!o.nuc.empty()) {
         CNuc* nuc = chain.GetNuc();
         if (!nuc->IsValid()) {
-            Error("file " + o.nuc + ": not a readable NUC table");
+            Error("file " + o.nuc + ": " + nuc->GetLastErrorText());
             return kFailed;
         }
         if (nuc->GetPoint() != point || nuc->GetLine() != line || nuc->GetSize() != point * line) {
@@ -75,7 +75,7 @@ int RunCorrect(const CorrectOptions& o) {
     if (!o.badPixels.empty()) {
         CPixel* map = chain.GetBadPixels();
         if (!map->IsValid()) {
-            Error("file " + o.badPixels + ": not a readable bad-pixel map (" + map->GetLastErrorMessage() + ")");
+            Error("file " + o.badPixels + ": " + map->GetLastErrorText());
             return kFailed;
         }
         if (map->GetPoint() != point || map->GetLine() != line) {
@@ -87,7 +87,7 @@ int RunCorrect(const CorrectOptions& o) {
     if (!o.mapping.empty()) {
         CMapping* mapping = chain.GetMapping();
         if (!mapping->IsValid()) {
-            Error("file " + o.mapping + ": not a readable mapping file");
+            Error("file " + o.mapping + ": " + mapping->GetLastErrorText());
             return kFailed;
         }
         if (mapping->GetPoint() != point || mapping->GetLine() != line) {
