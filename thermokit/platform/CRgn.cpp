@@ -18,9 +18,13 @@ constexpr int64_t kMax32 = std::numeric_limits<int32_t>::max();
 
 int32_t Clamp32(int64_t v) { return static_cast<int32_t>(std::clamp(v, kMin32, kMax32)); }
 
-// Lines and columns a shape may occupy: the whole 32-bit plane, or the clip.
+// Lines and columns a shape may occupy: the clip, or else the plane around
+// the origin, 2^20 pixels each way (16 times the largest image side): an
+// ellipse or polygon costs its height in lines, and no caller needs more.
+constexpr int64_t kPlane = int64_t{1} << 20;
+
 struct Window {
-    int64_t left = kMin32, top = kMin32, right = kMax32, bottom = kMax32;
+    int64_t left = -kPlane, top = -kPlane, right = kPlane, bottom = kPlane;
     explicit Window(const CRect* clip) {
         if (clip) {
             CRect c = *clip;
@@ -238,7 +242,9 @@ std::shared_ptr<const Data> Polygon(const std::vector<CPoint>& pts, int fillMode
 bool CRgn::CreateRectRgn(int32_t left, int32_t top, int32_t right, int32_t bottom, const CRect* clip) {
     CRect r(left, top, right, bottom);
     r.NormalizeRect();
-    const Window w(clip);
+    // A rectangle costs one band however large: only a clip cuts it.
+    Window w(clip);
+    if (!clip) w.left = w.top = kMin32, w.right = w.bottom = kMax32;
     Builder out;
     const int64_t y0 = std::max<int64_t>(r.top, w.top), y1 = std::min<int64_t>(r.bottom, w.bottom);
     const int64_t x0 = std::max<int64_t>(r.left, w.left), x1 = std::min<int64_t>(r.right, w.right);

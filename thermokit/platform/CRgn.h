@@ -13,7 +13,8 @@
 // regions were built. The cost of creating an ellipse or a polygon grows with
 // its height; a caller that only needs part of the plane (an image) passes
 // that part as clip, and the shape is built inside it alone, however far its
-// coordinates reach.
+// coordinates reach. Without a clip, ellipses and polygons are kept within
+// 2^20 pixels of the origin each way (images have at most 65535 a side).
 //
 // Copies share the runs (they never change once built).
 #include <cstdint>
