@@ -148,8 +148,12 @@ void FilmDoubles(const uint8_t* data, size_t size) {
 void Nuc(const uint8_t* data, size_t size) {
     CNuc nuc(Input(data, size).c_str());
     if (!nuc.IsValid()) return;
-    // A frame of the size the header states, corrected and undone.
-    const size_t pixels = static_cast<size_t>(nuc.GetPoint()) * nuc.GetLine();
+    // A frame of the size the header states, corrected and undone. A header
+    // that leaves point or line at 0 (read as 128) may state up to 128 x
+    // 65535 pixels while its tables hold a few: beyond 2^18 pixels the frame
+    // is cut to the tables, which is all that Apply touches.
+    size_t pixels = static_cast<size_t>(nuc.GetPoint()) * nuc.GetLine();
+    if (pixels > (size_t{1} << 18)) pixels = static_cast<size_t>(nuc.GetSize());
     std::vector<unsigned short> in(pixels), out(pixels);
     for (size_t i = 0; i < pixels; ++i) in[i] = static_cast<unsigned short>(i * 7919u);
     nuc.Apply(in.data(), 0x3FFF, out.data());
@@ -163,17 +167,18 @@ void Nuc(const uint8_t* data, size_t size) {
         nuc.FormatNuc(packed.data(), static_cast<long>(packed.size()), format);
     }
     float gain = 0, offset = 0;
-    if (pixels) MinMax(nuc.GetAlpha(), nuc.GetSize(), &gain, &offset, &offset, 0);
+    if (nuc.GetSize() > 0) MinMax(nuc.GetAlpha(), nuc.GetSize(), &gain, &offset, &offset, 0);
 }
 
 void BadPixels(const uint8_t* data, size_t size) {
     CPixel map(Input(data, size).c_str());
     if (!map.IsValid()) return;
     // A map states its detector's size in its header and holds only its
-    // entries: frames of a detector beyond 4 Mpixels (up to 65535 x 65535)
-    // are what a caller of such a camera holds, not what a fuzzer can.
+    // entries: frames of a detector beyond 2^18 pixels (up to 65535 x 65535)
+    // are what a caller of such a camera holds, not what a fuzzer can make
+    // thousands of times a second.
     const size_t pixels = static_cast<size_t>(map.GetPoint()) * map.GetLine();
-    if (pixels <= (size_t{1} << 22)) {
+    if (pixels <= (size_t{1} << 18)) {
         std::vector<unsigned short> levels(pixels, 5);
         std::vector<float> floats(pixels, 5.0f);
         std::vector<double> doubles(pixels, 5.0);
