@@ -12,6 +12,7 @@ packages=(
   pybind11-dev python3-dev
   libtbb-dev
   python3-dask python3-distributed python3-pytest-timeout
+  clang libclang-rt-14-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -59,14 +59,14 @@ std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
     }
     CPtrOver header(path);
     if (!header.IsValid()) {
-        Problem(path, kNotAFilm);
+        Problem(path, header.GetLastErrorText().empty() ? std::string(kNotAFilm) : header.GetLastErrorText());
         return nullptr;
     }
     std::unique_ptr<CPtr> film;
     if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(path, 0, 0, 1);
     else film = std::make_unique<CPtr>(path, 0, 0, 1);
     if (!film->IsValid()) {
-        Problem(path, kNotAFilm);
+        Problem(path, film->GetLastErrorText().empty() ? std::string(kNotAFilm) : film->GetLastErrorText());
         return nullptr;
     }
     if (!CheckFilmComplete(*film)) return nullptr;

@@ -23,7 +23,7 @@ bool CheckTables(CCorrection& chain, const CorrectionFiles& f, long point, long 
     if (!f.nuc.empty()) {
         CNuc* nuc = chain.GetNuc();
         if (!nuc->IsValid()) {
-            error = "file " + f.nuc + ": not a readable NUC table";
+            error = "file " + f.nuc + ": " + nuc->GetLastErrorText();
             return false;
         }
         if (nuc->GetPoint() != point || nuc->GetLine() != line || nuc->GetSize() != point * line) {
@@ -35,7 +35,7 @@ bool CheckTables(CCorrection& chain, const CorrectionFiles& f, long point, long 
     if (!f.badPixels.empty()) {
         CPixel* map = chain.GetBadPixels();
         if (!map->IsValid()) {
-            error = "file " + f.badPixels + ": not a readable bad-pixel map (" + map->GetLastErrorMessage() + ")";
+            error = "file " + f.badPixels + ": " + map->GetLastErrorText();
             return false;
         }
         if (map->GetPoint() != point || map->GetLine() != line) {
@@ -47,7 +47,7 @@ bool CheckTables(CCorrection& chain, const CorrectionFiles& f, long point, long 
     if (!f.mapping.empty()) {
         CMapping* mapping = chain.GetMapping();
         if (!mapping->IsValid()) {
-            error = "file " + f.mapping + ": not a readable mapping file";
+            error = "file " + f.mapping + ": " + mapping->GetLastErrorText();
             return false;
         }
         if (mapping->GetPoint() != point || mapping->GetLine() != line) {

@@ -1,5 +1,7 @@
 #include "thermokit/processing/FrameFigures.h"
 
+#include "thermokit/platform/RegionFile.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -117,69 +119,6 @@ bool ParseRect(const std::string& text, CRect& rect) {
     return true;
 }
 
-bool ReadRegionFile(const std::string& path, CRgn& region, std::string& error) {
-    const std::string why = FileProblem(path);
-    if (!why.empty()) {
-        error = "file " + path + ": " + why;
-        return false;
-    }
-    std::error_code ec;
-    const auto bytes = std::filesystem::file_size(path, ec);
-    if (ec || bytes > (16u << 20)) {
-        error = "file " + path + ": not a region file (a text file of at most 16 MiB expected)";
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    int number = 0, shapes = 0;
-    while (std::getline(in, line)) {
-        ++number;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.size() > 65536) {
-            error = "file " + path + ": line " + std::to_string(number) + " is too long";
-            return false;
-        }
-        std::istringstream words(line);
-        std::string kind;
-        if (!(words >> kind) || kind[0] == '#') continue;
-        std::vector<long> v;
-        std::string w;
-        bool ok = true;
-        while (words >> w) {
-            char* end = nullptr;
-            const long n = std::strtol(w.c_str(), &end, 10);
-            if (*end || n < -65536 || n > 65536) ok = false;
-            v.push_back(n);
-        }
-        CRgn shape;
-        if (ok && (kind == "rect" || kind == "ellipse") && v.size() == 4 && v[2] > 0 && v[3] > 0) {
-            const int l = static_cast<int>(v[0]), t = static_cast<int>(v[1]);
-            const int r = static_cast<int>(v[0] + v[2]), b = static_cast<int>(v[1] + v[3]);
-            if (kind == "rect") shape.CreateRectRgn(l, t, r, b);
-            else shape.CreateEllipticRgn(l, t, r, b);
-        } else if (ok && kind == "polygon" && v.size() >= 6 && v.size() % 2 == 0 && v.size() <= 2 * 4096) {
-            std::vector<CPoint> pts;
-            for (size_t i = 0; i < v.size(); i += 2) pts.emplace_back(static_cast<int>(v[i]), static_cast<int>(v[i + 1]));
-            shape.CreatePolygonRgn(pts.data(), static_cast<int>(pts.size()), ALTERNATE);
-        } else {
-            error = "file " + path + ": line " + std::to_string(number) +
-                    ": expected \"rect X Y W H\", \"ellipse X Y W H\" or \"polygon X1 Y1 X2 Y2 X3 Y3 ...\"";
-            return false;
-        }
-        if (shapes++ == 0) region.CopyRgn(&shape);
-        else {
-            CRgn all;
-            all.CombineRgn(&region, &shape, RGN_OR);
-            region = all;
-        }
-    }
-    if (shapes == 0) {
-        error = "file " + path + ": no shape (rect, ellipse or polygon lines expected)";
-        return false;
-    }
-    return true;
-}
-
 bool SelectPixels(const std::string& roi, const char* option, const std::string& regionFile, unsigned short point,
                   unsigned short line, const std::string& filmPath, Selection& selection, CRgn& region,
                   std::string& error, bool& usage) {
@@ -199,7 +138,11 @@ bool SelectPixels(const std::string& roi, const char* option, const std::string&
         }
         selection.Rect(r, point);
     } else if (!regionFile.empty()) {
-        if (!ReadRegionFile(regionFile, region, error)) return false;
+        std::string why;
+        if (!ReadRegionFile(regionFile, CRect(0, 0, point, line), region, why)) {
+            error = "file " + regionFile + ": " + why;
+            return false;
+        }
         selection.Region(region, point, line);
         if (selection.pixels.empty()) {
             error = "file " + regionFile + ": the region holds no pixel of the " + std::to_string(point) + " x " +

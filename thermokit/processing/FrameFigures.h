@@ -88,9 +88,6 @@ std::string CsvRow(unsigned long n, double time, const FrameFigures& f, bool cal
 // "x,y,w,h" with w, h > 0; false when it is not that.
 bool ParseRect(const std::string& text, CRect& rect);
 
-// The region of a region file (see above); false with the message.
-bool ReadRegionFile(const std::string& path, CRgn& region, std::string& error);
-
 // The selection of a rectangle ("x,y,w,h", given as option) or a region file
 // in a point x line image; neither: the whole image. False with the message:
 // usage is set when the rectangle's text is wrong (a usage error), cleared
