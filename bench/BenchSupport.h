@@ -5,7 +5,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
+
+#include "thermokit/platform/Dispatch.h"
 
 namespace thermokit::bench {
 
@@ -37,4 +40,25 @@ inline void MemcpyBaseline(benchmark::State& state, size_t bytes) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
 }
 
+// Registers fn once for every kernel variant this processor runs, named
+// name/<variant> and run with that variant forced; configure sets the
+// arguments (as ->Apply(...) would).
+inline int RegisterVariants(const char* name, void (*fn)(benchmark::State&),
+                            void (*configure)(benchmark::internal::Benchmark*)) {
+    for (const std::string& isa : GetIsaList()) {
+        auto* b = benchmark::RegisterBenchmark((std::string(name) + "/" + isa).c_str(), [fn, isa](benchmark::State& s) {
+            SetIsa(isa.c_str());
+            fn(s);
+            SetIsa(nullptr);
+        });
+        configure(b);
+    }
+    return 0;
+}
+
 }  // namespace thermokit::bench
+
+// THERMOKIT_BENCH_VARIANTS(BM_Something, ->Apply(FrameSizes)): BM_Something in every variant.
+#define THERMOKIT_BENCH_VARIANTS(fn, ...)                  \
+    static const int fn##_variants = thermokit::bench::RegisterVariants( \
+        #fn, fn, [](benchmark::internal::Benchmark* b) { b __VA_ARGS__; })

@@ -1,4 +1,6 @@
-// Levels to temperatures: per pixel through Interpolate, and through a level table.
+// Levels to temperatures: per pixel through Interpolate, and through a level
+// table, for a black body and with object parameters (emissivity, reflected
+// temperature, air) folded into the table.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -8,6 +10,7 @@
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/calibration/CObjectParameters.h"
 
 using namespace thermokit;
 using thermokit::bench::FrameSizes;
@@ -63,10 +66,20 @@ void PerPixel(benchmark::State& state, const CCalibration& cal) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(img.size() * 2));
 }
 
-void Table(benchmark::State& state, const CCalibration& cal) {
+// A grey surface before warm surroundings, seen through a little air.
+const CObjectParameters& Grey() {
+    static const CObjectParameters p = [] {
+        CObjectParameters o(0.7, 45.0, 0.9);
+        o.SetAtmosphereTemperature(15.0);
+        return o;
+    }();
+    return p;
+}
+
+void Table(benchmark::State& state, const CCalibration& cal, const CObjectParameters& params = CObjectParameters()) {
     const auto img = MakeImage(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), kMaxLevel);
     std::vector<float> out(img.size());
-    const CLevelTable table(cal, kMaxLevel);
+    const CLevelTable table(cal, params, kMaxLevel);
     for (auto _ : state) {
         table.Apply(img.data(), static_cast<long>(img.size()), out.data());
         benchmark::DoNotOptimize(out.data());
@@ -76,11 +89,11 @@ void Table(benchmark::State& state, const CCalibration& cal) {
 }
 
 // ConvertLevels builds its table every call: the cost of a one-off frame.
-void Convert(benchmark::State& state, const CCalibration& cal) {
+void Convert(benchmark::State& state, const CCalibration& cal, const CObjectParameters& params = CObjectParameters()) {
     const auto img = MakeImage(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)), kMaxLevel);
     std::vector<float> out(img.size());
     for (auto _ : state) {
-        ConvertLevels(cal, img.data(), static_cast<long>(img.size()), kMaxLevel, out.data());
+        ConvertLevels(cal, params, img.data(), static_cast<long>(img.size()), kMaxLevel, out.data());
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
@@ -93,6 +106,11 @@ void BM_CurveConvertLevels(benchmark::State& state) { Convert(state, Curve()); }
 void BM_LawPerPixel(benchmark::State& state) { PerPixel(state, Law()); }
 void BM_LawTable(benchmark::State& state) { Table(state, Law()); }
 void BM_LawConvertLevels(benchmark::State& state) { Convert(state, Law()); }
+// With object parameters: the same gather per frame; the table costs one solve more per level.
+void BM_CurveTableObject(benchmark::State& state) { Table(state, Curve(), Grey()); }
+void BM_LawTableObject(benchmark::State& state) { Table(state, Law(), Grey()); }
+void BM_CurveConvertLevelsObject(benchmark::State& state) { Convert(state, Curve(), Grey()); }
+void BM_LawConvertLevelsObject(benchmark::State& state) { Convert(state, Law(), Grey()); }
 
 // One Interpolate call on the 50-point curve, levels spread over the curve.
 void BM_Interpolate50(benchmark::State& state) {
@@ -112,11 +130,15 @@ void BM_Interpolate50(benchmark::State& state) {
 
 BENCHMARK(BM_Memcpy)->Apply(FrameSizes);
 BENCHMARK(BM_CurvePerPixel)->Apply(FrameSizes);
-BENCHMARK(BM_CurveTable)->Apply(FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_CurveTable, ->Apply(FrameSizes));
 BENCHMARK(BM_CurveConvertLevels)->Apply(FrameSizes);
 BENCHMARK(BM_LawPerPixel)->Apply(FrameSizes);
-BENCHMARK(BM_LawTable)->Apply(FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_LawTable, ->Apply(FrameSizes));
 BENCHMARK(BM_LawConvertLevels)->Apply(FrameSizes);
+BENCHMARK(BM_CurveTableObject)->Apply(FrameSizes);
+BENCHMARK(BM_LawTableObject)->Apply(FrameSizes);
+BENCHMARK(BM_CurveConvertLevelsObject)->Apply(FrameSizes);
+BENCHMARK(BM_LawConvertLevelsObject)->Apply(FrameSizes);
 BENCHMARK(BM_Interpolate50);
 
 BENCHMARK_MAIN();

@@ -46,7 +46,7 @@ void BM_Bit24Update(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(image.size() * 2));
 }
-BENCHMARK(BM_Bit24Update)->Apply(FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_Bit24Update, ->Apply(FrameSizes));
 
 // A plain loop doing the same, for comparison in the same run.
 void BM_PlainLoopReference(benchmark::State& state) {

@@ -11,9 +11,11 @@
 
 #include "BenchSupport.h"
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/File.h"
+#include "thermokit/platform/Parallel.h"
 
 using namespace thermokit;
 
@@ -118,7 +120,22 @@ void BM_AverageAccumulate(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(img.size() * 2));
 }
-BENCHMARK(BM_AverageAccumulate)->Apply(bench::FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_AverageAccumulate, ->Apply(bench::FrameSizes));
+
+// AccumulateFilm over the whole film (read, then added in order) on 1 and 2
+// threads: the frame pipeline's gain (input bytes per second of wall time).
+void BM_AccumulateFilm(benchmark::State& state) {
+    SetThreadCount(static_cast<int>(state.range(0)));
+    CPtr film(Film(), 0, 0, 0);
+    CAverage avg(kPoint, kLine, 14, 0);
+    for (auto _ : state) {
+        avg.ClearCounter();
+        if (!AccumulateFilm(film, avg)) std::abort();
+    }
+    SetThreadCount(0);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kFrames * static_cast<int64_t>(kRecord));
+}
+BENCHMARK(BM_AccumulateFilm)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

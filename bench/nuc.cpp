@@ -126,7 +126,7 @@ void BM_CorrectionApply(benchmark::State& state) {
 
 BENCHMARK(BM_MemcpyFrame)->Apply(FrameSizes);
 BENCHMARK(BM_MemcpyNucTables)->Apply(FrameSizes);
-BENCHMARK(BM_NucApplyLevels)->Apply(FrameSizes);
+THERMOKIT_BENCH_VARIANTS(BM_NucApplyLevels, ->Apply(FrameSizes));
 BENCHMARK(BM_NucApplyLevelsInPlace)->Apply(FrameSizes);
 BENCHMARK(BM_PixelApply5000)->Apply(FrameSizes);
 BENCHMARK(BM_CorrectImage)->Apply(FrameSizes);

@@ -13,9 +13,21 @@
 #   host's /usr/include, without the rest of that folder.
 # - GoogleTest is compiled from Debian's sources in /usr/src/googletest.
 # - Optional libraries with no MinGW build here (SQLite: the settings live in
-#   the system registry instead; others are left out) are not looked for.
+#   the system registry instead; oneTBB, Aravis, cpp-httplib, Python are
+#   left out) are not looked for.
 enable_language(RC)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+
+# The kernels' AVX2 and AVX-512 variants run on Windows too. GCC keeps the
+# Windows stack aligned to 16 bytes only, yet may spill a 32- or 64-byte
+# vector register to it with an aligned move, which faults: the assembler
+# writes every aligned vector move as an unaligned one (as fast on aligned
+# data), so no variant depends on the stack's alignment.
+add_compile_options(-Wa,-muse-unaligned-vector-move)
+
+# The Python package needs a Python built for Windows, which this build does
+# not have.
+set(THERMOKIT_BUILD_PYTHON OFF CACHE BOOL "Build the Python package" FORCE)
 
 # Thread-safe localtime_r and gmtime_r, and M_PI, from the MinGW C headers.
 add_compile_definitions(_POSIX_THREAD_SAFE_FUNCTIONS=200112L _USE_MATH_DEFINES)

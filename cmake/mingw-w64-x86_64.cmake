@@ -13,7 +13,7 @@ set(CMAKE_C_COMPILER ${THERMOKIT_MINGW_TRIPLET}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${THERMOKIT_MINGW_TRIPLET}-g++-posix)
 set(CMAKE_RC_COMPILER ${THERMOKIT_MINGW_TRIPLET}-windres)
 
-# Libraries built for Windows by scripts/windows-deps.sh (libpng) sit in their
+# Libraries built for Windows by scripts/windows-deps.sh (libpng, giflib) sit in their
 # own prefix beside the system's MinGW root (zlib from libz-mingw-w64-dev).
 if(NOT THERMOKIT_WINDOWS_DEPS)
   set(THERMOKIT_WINDOWS_DEPS "${CMAKE_CURRENT_LIST_DIR}/../build/deps/${THERMOKIT_MINGW_TRIPLET}")

@@ -7,11 +7,17 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
-  libpng-dev libsqlite3-dev zlib1g-dev
+  libpng-dev libsqlite3-dev zlib1g-dev libgif-dev
+  libcpp-httplib-dev chromium chromium-driver python3-selenium python3-pytest python3-numpy
+  libaravis-dev aravis-tools libusb-1.0-0-dev
+  pybind11-dev python3-dev
+  libtbb-dev
+  python3-dask python3-distributed python3-pytest-timeout
+  clang libclang-rt-14-dev
   # Windows: MinGW-w64 (POSIX threads), zlib for it, GoogleTest's sources,
-  # dpkg-source (libpng's source package), Wine to run the programs
+  # dpkg-source (the source packages of libpng and giflib), Wine to run the programs
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix libz-mingw-w64-dev
-  googletest dpkg-dev wine64
+  googletest dpkg-dev make wine64
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # The whole test run: installs what the build needs, then builds and runs the
-# test suite twice (release build, then address + undefined sanitizers),
-# checks that an installed thermokit is usable from another CMake project,
-# and builds and tests the Windows library, tool and tests under Wine.
+# test suite twice (release build, then address + undefined sanitizers; the
+# release run includes the Python package's pytest suite), the viewer in a
+# browser, the threaded suites under ThreadSanitizer, every fuzz target for
+# 20 seconds, checks that an installed thermokit is usable from another
+# CMake project and from python3, and builds and tests the Windows library,
+# tool and tests under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -19,6 +22,24 @@ for preset in release asan; do
   ctest --preset "$preset" -j "$jobs"
 done
 
+echo "=== viewer: the page in headless Chromium, the server under load and hostile requests"
+# The release tool for all of it; the sanitizer build for everything but the timings and the load.
+export PYTHONDONTWRITEBYTECODE=1
+THERMOKIT_TOOL=build/release/apps/thermokit/thermokit timeout 900 \
+  /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/viewer
+THERMOKIT_TOOL=build/asan/apps/thermokit/thermokit timeout 600 \
+  /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/viewer -k "command_lines or screened or levels or page"
+echo "=== tsan: acquisition, recording and settings under ThreadSanitizer"
+cmake --preset tsan -DTHERMOKIT_WERROR=$werror >/dev/null
+cmake --build --preset tsan -j "$jobs" --target test_acquisition test_film test_environment
+# TSan cannot start on some kernels' address layouts: run without randomisation.
+norandom=()
+if command -v setarch >/dev/null 2>&1; then norandom=(setarch "$(uname -m)" -R); fi
+"${norandom[@]}" ctest --preset tsan -j "$jobs" -L 'acquisition|film|environment'
+
+echo "=== fuzz: every target for 20 s"
+bash scripts/fuzz.sh 20
+
 echo "=== install and consumer project"
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
@@ -26,6 +47,10 @@ cmake --install build/release --prefix "$prefix/install" >/dev/null
 cmake -S tests/consumer -B "$prefix/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix/install" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 "$prefix/consumer/consumer"
+# The Python package lands where the system's python3 looks under the prefix.
+site=$(/usr/bin/python3 -c 'import sys; print("lib/python%d.%d/dist-packages" % sys.version_info[:2])')
+PYTHONPATH="$prefix/install/$site" /usr/bin/python3 -c \
+  "import thermokit, sys; assert thermokit.__file__.startswith('$prefix/install/'); f = thermokit.simulate(size=(16, 8), frames=2); sys.exit(len(f) != 2)"
 
 echo "=== windows: MinGW-w64 build, tests under Wine, the same bytes as on Linux"
 windows_start=$SECONDS

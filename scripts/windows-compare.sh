@@ -10,7 +10,7 @@
 #    the same bytes.
 # 3. Every file each demo wrote (films, films of doubles, NUC table, bad-pixel
 #    map, calibration) is read by both tools: info (header and image header,
-#    as JSON), render, export (CSV and NumPy), stats and correct give the same
+#    as JSON), render, animate (GIF), export (CSV and NumPy), stats and correct give the same
 #    bytes, for the Linux files and for the Windows files.
 # Files stamped with the time they were saved, and values the C library's
 # exp() and atan2() compute (they may differ in the last bit between glibc
@@ -62,7 +62,7 @@ done
 same "demo figures" "$work/figures.linux" "$work/figures.windows"
 for f in camera.nuc camera.bpr badpixels.txt calibration.cal truth/defects.csv \
          scene_raw.png scene_corrected.png scene_temperature.png scene_isotherms.png \
-         lockin_module.png lockin_phase.png; do
+         materials_temperature.png materials_black_body.png lockin_module.png lockin_phase.png; do
   same "demo/$f" "$work/linux/demo/$f" "$work/windows/demo/$f"
 done
 
@@ -88,6 +88,9 @@ for origin in linux windows; do
   same "export csv" "$work/linux/out.csv" "$work/windows/out.csv"
   both npy export in/films/scene.film --format npy -o out.npy
   same "export npy" "$work/linux/out.npy" "$work/windows/out.npy"
+  both animate animate in/films/scene.film --frames 0:3 -o out.gif
+  same_output animate
+  same "animate" "$work/linux/out.gif" "$work/windows/out.gif"
   both correct correct in/films/scene.film --nuc in/camera.nuc --badpixels in/camera.bpr -o out.film
   same_output correct
   same "correct" "$work/linux/out.film" "$work/windows/out.film"

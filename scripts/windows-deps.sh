@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libraries the Windows build needs that Debian does not ship for
-# MinGW-w64: libpng, from Debian's own source package (the version and the
-# patches of the Linux build, so that both write the same PNG bytes). zlib
+# MinGW-w64: libpng and giflib, from Debian's own source packages (the
+# versions and the patches of the Linux build, so that both write the same
+# PNG and GIF bytes). zlib
 # comes ready-made from libz-mingw-w64-dev; GoogleTest is compiled by the
 # build itself from /usr/src/googletest; CLI11 and nlohmann-json are headers.
 #
@@ -17,12 +18,11 @@ root=$PWD
 triplet=x86_64-w64-mingw32
 prefix=${THERMOKIT_WINDOWS_DEPS:-$root/build/deps/$triplet}
 work=$root/build/deps/work
-stamp=$prefix/.libpng-source
-
-if [ -f "$stamp" ] && [ -f "$prefix/lib/libpng16.a" ] && [ -f "$prefix/include/png.h" ]; then
+png_ready() { [ -f "$prefix/.libpng-source" ] && [ -f "$prefix/lib/libpng16.a" ] && [ -f "$prefix/include/png.h" ]; }
+gif_ready() { [ -f "$prefix/.giflib-source" ] && [ -f "$prefix/lib/libgif.a" ] && [ -f "$prefix/include/gif_lib.h" ]; }
+if png_ready && gif_ready; then
   exit 0
 fi
-echo "windows-deps: building libpng for $triplet into $prefix"
 mkdir -p "$work/apt/lists/partial" "$work/apt/cache/archives/partial" "$work/src"
 
 # deb-src twins of the machine's deb entries (one-line and deb822 forms).
@@ -49,33 +49,62 @@ apt=(-o "Dir::Etc::SourceList=$sources" -o "Dir::Etc::SourceParts=$work/apt/none
      -o "APT::Sandbox::User=root")
 apt-get "${apt[@]}" -qq update
 
-# The newest version that can be fetched (a mirror may list one it does not serve).
-cd "$work/src"
-rm -rf libpng
-fetched=""
-for v in $(apt-cache "${apt[@]}" showsrc libpng1.6 | sed -n 's/^Version: //p' | sort -r -V -u); do
-  rm -f libpng1.6_*
-  if apt-get "${apt[@]}" -qq source --download-only "libpng1.6=$v" >/dev/null 2>&1; then
-    fetched=$v
-    break
-  fi
-done
-if [ -z "$fetched" ]; then
-  echo "windows-deps: the source package libpng1.6 cannot be fetched from the configured mirrors" >&2
-  exit 1
-fi
-dpkg-source --no-check -x libpng1.6_*.dsc libpng >/dev/null
+# Fetches and unpacks source package $1 into $work/src/$2 and prints its
+# version: the newest that can be fetched (a mirror may list one it does not
+# serve).
+fetch_source() {
+  local package=$1 dir=$2 v
+  (
+    cd "$work/src"
+    rm -rf "$dir" "${package}"_*
+    for v in $(apt-cache "${apt[@]}" showsrc "$package" | sed -n 's/^Version: //p' | sort -r -V -u); do
+      rm -f "${package}"_*
+      if apt-get "${apt[@]}" -qq source --download-only "$package=$v" >/dev/null 2>&1; then
+        dpkg-source --no-check -x "${package}"_*.dsc "$dir" >/dev/null
+        echo "$v"
+        exit 0
+      fi
+    done
+    echo "windows-deps: the source package $package cannot be fetched from the configured mirrors" >&2
+    exit 1
+  )
+}
 
-build=$work/build-libpng
-rm -rf "$build"
-cmake -S libpng -B "$build" -G Ninja \
-  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
-  -DTHERMOKIT_WINDOWS_DEPS="$prefix" \
-  -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
-  -DPNG_SHARED=OFF -DPNG_STATIC=ON -DPNG_TESTS=OFF -DPNG_EXECUTABLES=OFF \
-  -DSKIP_INSTALL_PROGRAMS=ON -DSKIP_INSTALL_FILES=ON >/dev/null
-nice cmake --build "$build" >/dev/null
-cmake --install "$build" >/dev/null
-echo "$fetched" >"$stamp"
-rm -rf "$build" "$work/src/libpng"
-echo "windows-deps: libpng $fetched ready"
+if ! png_ready; then
+  echo "windows-deps: building libpng for $triplet into $prefix"
+  fetched=$(fetch_source libpng1.6 libpng)
+  build=$work/build-libpng
+  rm -rf "$build"
+  cmake -S "$work/src/libpng" -B "$build" -G Ninja \
+    -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
+    -DTHERMOKIT_WINDOWS_DEPS="$prefix" \
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
+    -DPNG_SHARED=OFF -DPNG_STATIC=ON -DPNG_TESTS=OFF -DPNG_EXECUTABLES=OFF \
+    -DSKIP_INSTALL_PROGRAMS=ON -DSKIP_INSTALL_FILES=ON >/dev/null
+  nice cmake --build "$build" >/dev/null
+  cmake --install "$build" >/dev/null
+  echo "$fetched" >"$prefix/.libpng-source"
+  rm -rf "$build" "$work/src/libpng"
+  echo "windows-deps: libpng $fetched ready"
+fi
+
+if ! gif_ready; then
+  # giflib has a plain Makefile: its library is a handful of C files, compiled
+  # here as the Makefile lists them (libgif.a and gif_lib.h, nothing else).
+  echo "windows-deps: building giflib for $triplet into $prefix"
+  fetched=$(fetch_source giflib giflib)
+  src=$work/src/giflib
+  objects=$(printf 'thermokit-objects:\n\t@echo $(OBJECTS)\n' | make -s -C "$src" -f Makefile -f - thermokit-objects)
+  build=$work/build-giflib
+  rm -rf "$build"
+  mkdir -p "$build" "$prefix/lib" "$prefix/include"
+  for o in $objects; do
+    nice $triplet-gcc -O2 -std=gnu99 -Wall -c "$src/${o%.o}.c" -o "$build/$o"
+  done
+  (cd "$build" && $triplet-ar rcs libgif.a $objects)
+  cp "$build/libgif.a" "$prefix/lib/libgif.a"
+  cp "$src/gif_lib.h" "$prefix/include/gif_lib.h"
+  echo "$fetched" >"$prefix/.giflib-source"
+  rm -rf "$build" "$src"
+  echo "windows-deps: giflib $fetched ready"
+fi

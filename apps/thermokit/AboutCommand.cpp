@@ -1,8 +1,10 @@
 // thermokit about: what the library holds and how this build runs.
 #include <cstdio>
+#include <string>
 
 #include "Command.h"
-#include "thermokit/platform/CpuFeatures.h"
+#include "thermokit/platform/Dispatch.h"
+#include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Version.h"
 
 namespace thermokit::cli {
@@ -18,7 +20,10 @@ int RunAbout() {
     std::printf("  display/      palettes, look-up tables, display bitmaps, PNG output\n");
     std::printf("  acquisition/  lock-in demodulation, shared-memory mailbox\n");
     std::printf("  environment/  settings store and camera configuration\n");
-    std::printf("Vector code path on this machine: %s\n", CpuFeatures::Best());
+    std::printf("Kernel variant: %s (%s; THERMOKIT_ISA chooses among:", GetIsa(), GetIsaChoice());
+    for (const std::string& name : GetIsaList()) std::printf(" %s", name.c_str());
+    std::printf(")\n");
+    std::printf("Threads for whole films: %d (THERMOKIT_THREADS sets the count)\n", GetThreadCount());
     return kDone;
 }
 

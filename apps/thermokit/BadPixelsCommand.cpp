@@ -9,9 +9,7 @@
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
-#include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
-#include "thermokit/image/CNoise.h"
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/File.h"
@@ -36,29 +34,11 @@ struct DetectOptions {
 // Temporal noise of every pixel of a film: the root-mean-square deviation of
 // its frames from their mean.
 bool FilmNoise(const std::string& path, CPtr& film, std::vector<float>& noise) {
-    const unsigned short point = film.GetPoint(), line = film.GetLine();
-    const unsigned long frames = film.GetFrameNumber();
-    CAverage mean(point, line, film.GetBit(), 0);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!film.ReadFrame(n)) {
-            Error("file " + path + ": cannot read frame " + std::to_string(n));
-            return false;
-        }
-        mean.Accumulate(film.GetFrame(), 1.0);
+    noise.assign(static_cast<size_t>(film.GetSize()), 0.0f);
+    if (!ReadTemporalNoise(film, noise.data())) {
+        Error("file " + path + ": a frame cannot be read");
+        return false;
     }
-    double* m = mean.GetDoubleBuffer(0);
-    if (!m) return false;
-    CNoise rms(point, line, film.GetBit(), 0);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!film.ReadFrame(n)) {
-            Error("file " + path + ": cannot read frame " + std::to_string(n));
-            return false;
-        }
-        rms.Accumulate(film.GetFrame(), m);
-    }
-    const double* r = rms.GetBuffer();
-    if (!r) return false;
-    noise.assign(r, r + film.GetSize());
     return true;
 }
 
@@ -81,7 +61,7 @@ int RunDetect(const DetectOptions& o) {
     if (!o.nuc.empty()) {
         nuc = std::make_unique<CNuc>(o.nuc.c_str());
         if (!nuc->IsValid()) {
-            Error("file " + o.nuc + ": not a readable NUC table");
+            Error("file " + o.nuc + ": " + nuc->GetLastErrorText());
             return kFailed;
         }
         point = nuc->GetPoint();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "Conversion.h"
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/platform/File.h"
 
@@ -88,14 +89,31 @@ struct ConvertOptions {
     double level = NAN;
     double value = NAN;
     bool noExtrapolate = false;
-    double cameraTemperature = NAN;
+    double cameraTemperature = NAN;  // degC
     int lensFormat = -1;
+    bool kelvin = false;
 };
 
 int RunConvert(const ConvertOptions& o) {
     auto cal = OpenCalibration(o.path);
     if (!cal) return kFailed;
-    if (!std::isnan(o.cameraTemperature)) cal->SetCameraTemperature(static_cast<float>(o.cameraTemperature), 1);
+    if (!std::isnan(o.cameraTemperature)) {
+        if (!(o.cameraTemperature > -kKelvinOffset)) {
+            Error("--camera-temperature " + std::to_string(o.cameraTemperature) +
+                  ": expected degrees Celsius above absolute zero (-273.15)");
+            return kUsage;
+        }
+        cal->SetCameraTemperature(static_cast<float>(o.cameraTemperature + kKelvinOffset), 1);
+    }
+    // Temperatures in and out by the tool's rule (degC, or K with --kelvin); other quantities as the curve has them.
+    const int kind = CurveTemperatureUnit(cal->GetUnitY());
+    if (kind < 0 && o.kelvin) {
+        Error("file " + o.path + ": its values are in \"" + cal->GetUnitY() + "\", not temperatures; --kelvin applies to temperatures");
+        return kUsage;
+    }
+    const double curveShift = kind == 1 ? kKelvinOffset : 0.0;  // degC to the curve's unit
+    const double outShift = o.kelvin ? kKelvinOffset : 0.0;
+    const std::string unit = kind < 0 ? cal->GetUnitY() : (o.kelvin ? "K" : "degC");
     if (o.lensFormat >= 0) {
         if (o.lensFormat >= cal->GetLensExtendedClassCount() || !cal->SetCurrentConfig(o.lensFormat)) {
             Error("file " + o.path + ": lens format " + std::to_string(o.lensFormat) + " cannot be selected");
@@ -110,10 +128,10 @@ int RunConvert(const ConvertOptions& o) {
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
         }
-        std::printf("%.6g %s\n", static_cast<double>(y), cal->GetUnitY().c_str());
+        std::printf("%.6g %s\n", kind < 0 ? static_cast<double>(y) : y - curveShift + outShift, unit.c_str());
     } else {
         float x = 0.0f;
-        if (!cal->FindAbscisse(static_cast<float>(o.value), &x, extrapolate)) {
+        if (!cal->FindAbscisse(static_cast<float>(o.value + curveShift), &x, extrapolate)) {
             Error("file " + o.path + ": value " + std::to_string(o.value) +
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
@@ -140,12 +158,13 @@ RegisterCommand reg(400, [](CLI::App& app) {
     auto* convert = calib->add_subcommand("convert", "Convert a level to a value (--level) or a value to a level (--value)");
     convert->add_option("FILE", opts->path, "Calibration file")->required();
     auto* level = convert->add_option("-l,--level", opts->level, "Digital level to convert");
-    auto* value = convert->add_option("-v,--value", opts->value, "Calibrated value to convert");
+    auto* value = convert->add_option("-v,--value", opts->value, "Calibrated value to convert (a temperature in degC)");
     level->excludes(value);
     value->excludes(level);
     convert->add_flag("--no-extrapolate", opts->noExtrapolate, "Refuse values outside the curve");
     convert->add_option("--camera-temperature", opts->cameraTemperature,
-                        "Camera temperature in kelvin (regenerates extended calibrations)");
+                        "Camera temperature, degC (regenerates extended calibrations)");
+    convert->add_flag("--kelvin", opts->kelvin, "Print a temperature in kelvin (K) instead of degC");
     convert->add_option("--lens-format", opts->lensFormat, "Select a lens format by index");
     convert->footer("Example: thermokit calib convert camera.cal --level 8000");
     convert->callback([opts] {

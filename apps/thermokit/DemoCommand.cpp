@@ -22,10 +22,12 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
+#include "Picture.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/calibration/CObjectParameters.h"
 #include "thermokit/display/CBit24.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/display/CLut24.h"
@@ -68,7 +70,9 @@ constexpr double kHitRate = 0.99;          // bad pixels found
 constexpr double kFalseAlarmRate = 0.001;  // of all pixels
 constexpr double kMedianError = 0.2;       // K
 constexpr double kP99Error = 0.5;          // K
-constexpr double kErrorLow = 10.0, kErrorHigh = 100.0;  // degrees C where temperature errors count
+constexpr double kErrorLow = 10.0, kErrorHigh = 100.0;  // degrees Celsius where temperature errors count
+constexpr double kMinEmissivity = 0.7;     // the error targets hold for surfaces of this emissivity and above
+constexpr double kReflected = 50.0;        // degrees Celsius of the surroundings of the materials scene
 constexpr double kRuntime = 60.0;          // s, for the default size
 
 struct Stage {
@@ -96,12 +100,15 @@ private:
                      unsigned short min, unsigned short max, unsigned short palette, CLut24* lutIn = nullptr,
                      bool bar = false);
     bool SaveDoubles(const std::string& path, const std::vector<double>& v, const char* text);
+    // Temperatures (degrees Celsius) over 10..100 degC on the rainbow palette, with a labelled bar.
+    bool SaveTemperatures(const std::string& name, const std::vector<float>& celsius);
 
     int StageNuc();
     int StageBadPixels();
     int StageFpn();
     int StageCalibration();
     int StageScene();
+    int StageEmissivity();
     int StageLockin();
     int WriteTruth();
     int WriteReports(double total);
@@ -224,6 +231,29 @@ bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short
     return ok;
 }
 
+bool Demo::SaveTemperatures(const std::string& name, const std::vector<float>& celsius) {
+    PictureOptions options;
+    options.range = std::to_string(kErrorLow) + ":" + std::to_string(kErrorHigh);
+    options.bar = true;
+    PictureSetup setup;
+    const std::string path = Utf8FromPath(m_dir / PathFromUtf8(name));
+    if (PreparePicture(options, setup) != kDone) return false;
+    Picture picture(setup, Picture::kValues, static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line),
+                    0, nullptr, "degC");
+    const std::vector<double> values(celsius.begin(), celsius.end());
+    std::string error;
+    if (!picture.Finish(error)) {
+        Error(error);
+        return false;
+    }
+    picture.Draw(nullptr, values.data());
+    if (!picture.SavePng(path.c_str())) {
+        Error("file " + path + ": cannot be written");
+        return false;
+    }
+    return true;
+}
+
 // Robust centre and spread of a map: median and 1.4826 x median absolute deviation.
 void Robust(const std::vector<float>& v, const std::vector<unsigned char>* skip, double& median, double& sigma) {
     std::vector<float> a;
@@ -261,7 +291,7 @@ double SpatialStd(const std::vector<double>& v, const std::vector<unsigned char>
 
 // ---- 1. Two-point NUC and temporal noise -----------------------------------
 int Demo::StageNuc() {
-    Begin("NUC: black bodies at 20 and 80 C, two-point table; noise film at 25 C");
+    Begin("NUC: black bodies at 20 and 80 degC, two-point table; noise film at 25 degC");
     const unsigned long noiseFrames = std::max<unsigned long>(8, 2 * m_nFrames);
     if (!Record("bb_20C.film", CSimScene::Uniform(20.0), m_nFrames)) return 0;
     if (!Record("bb_80C.film", CSimScene::Uniform(80.0), m_nFrames)) return 0;
@@ -305,12 +335,12 @@ int Demo::StageNuc() {
         return 0;
     }
     m_noise.assign(nmap, nmap + m_size);
-    noise.SaveNoise(Utf8FromPath(m_dir / "noise_map.film").c_str(), "DL", "temporal noise at 25 C");
+    noise.SaveNoise(Utf8FromPath(m_dir / "noise_map.film").c_str(), "DL", "temporal noise at 25 degC");
     double med = 0, sig = 0;
     Robust(m_noise, nullptr, med, sig);
     m_temporalNoise = med;
     End(f1 + f2 + 2 * f3);
-    m_report["nuc"] = {{"file", "camera.nuc"}, {"cold_celsius", 20.0}, {"hot_celsius", 80.0},
+    m_report["nuc"] = {{"file", "camera.nuc"}, {"cold_degC", 20.0}, {"hot_degC", 80.0},
                        {"frames_per_film", m_nFrames}, {"noise_frames", f3}, {"temporal_noise_dl", med}};
     return 1;
 }
@@ -389,7 +419,7 @@ int Demo::StageBadPixels() {
 
 // ---- 3. Fixed-pattern noise before and after ---------------------------------
 int Demo::StageFpn() {
-    Begin("Fixed-pattern noise: black body at 50 C, raw and corrected");
+    Begin("Fixed-pattern noise: black body at 50 degC, raw and corrected");
     if (!Record("bb_50C.film", CSimScene::Uniform(50.0), m_nFrames)) return 0;
     std::vector<double> raw, corrected;
     unsigned long f1 = 0, f2 = 0;
@@ -403,7 +433,7 @@ int Demo::StageFpn() {
     const bool met = after <= kFpnRatio * before || after <= level;
     m_failed |= !met;
     End(f1 + f2);
-    m_report["fpn"] = {{"celsius", 50.0},
+    m_report["fpn"] = {{"degC", 50.0},
                        {"frames_averaged", f1},
                        {"before_dl", before},
                        {"after_dl", after},
@@ -419,7 +449,7 @@ int Demo::StageFpn() {
 int Demo::StageCalibration() {
     const double step = m_o.quick ? 5.0 : 2.5;
     const unsigned long frames = m_o.quick ? 1 : 2;
-    Begin("Calibration: black bodies from 0 to 110 C, corrected, curve and law");
+    Begin("Calibration: black bodies from 0 to 110 degC, corrected, curve and law");
     m_cal = std::make_unique<CCalibration>(m_det->GetConfig().camera, 0);
     std::vector<double> levels, kelvin;
     unsigned long total = 0;
@@ -484,7 +514,7 @@ int Demo::StageCalibration() {
     m_report["calibration"] = {
         {"file", "calibration.cal"},
         {"points", levels.size()},
-        {"step_celsius", step},
+        {"step_degC", step},
         {"curve", [&] {
              json a = json::array();
              for (size_t k = 0; k < levels.size(); ++k) a.push_back({levels[k], kelvin[k] - kKelvin});
@@ -497,6 +527,28 @@ int Demo::StageCalibration() {
         {"curve_vs_fitted_law_max_k", curveDiff}};
     return 1;
 }
+
+// |error| in millikelvin up to 50 K: exact order statistics at that resolution.
+struct ErrorHistogram {
+    static constexpr int kBins = 50000;
+    std::vector<uint64_t> bins = std::vector<uint64_t>(kBins + 1, 0);
+    uint64_t count = 0;
+    void Add(double error) {
+        const double a = std::isfinite(error) ? std::fabs(error) : 1e9;
+        const long bin = static_cast<long>(a * 1000.0);
+        ++bins[bin < kBins ? bin : kBins];
+        ++count;
+    }
+    double Quantile(double q) const {
+        const uint64_t want = static_cast<uint64_t>(std::ceil(q * count));
+        uint64_t acc = 0;
+        for (int b = 0; b <= kBins; ++b) {
+            acc += bins[b];
+            if (acc >= want && acc > 0) return (b + 0.5) / 1000.0;
+        }
+        return 0.0;
+    }
+};
 
 // ---- 5. Scene: correction, temperatures, pictures -----------------------------
 int Demo::StageScene() {
@@ -519,10 +571,7 @@ int Demo::StageScene() {
     const unsigned short maxLevel = film.GetMaxLevel();
     CLevelTable table(*m_cal, maxLevel, 1);
     std::vector<float> temp(m_size);
-    // |error| histogram in millikelvin up to 50 K (exact order statistics at that resolution).
-    constexpr int kBins = 50000;
-    std::vector<uint64_t> histo(kBins + 1, 0);
-    uint64_t counted = 0;
+    ErrorHistogram histo;
     double worst = 0.0, sum = 0.0;
     struct {
         long frame = -1, index = -1;
@@ -552,22 +601,12 @@ int Demo::StageScene() {
                 worst = a;
                 worstAt = {static_cast<long>(k), i, t[i], static_cast<double>(temp[i])};
             }
-            const long bin = static_cast<long>(a * 1000.0);
-            ++histo[bin < kBins ? bin : kBins];
-            ++counted;
+            histo.Add(e);
         }
     }
     const double tProcess = std::chrono::duration<double>(Clock::now() - m_t0).count() - tProcess0;
-    auto quantile = [&](double q) {
-        const uint64_t want = static_cast<uint64_t>(std::ceil(q * counted));
-        uint64_t acc = 0;
-        for (int b = 0; b <= kBins; ++b) {
-            acc += histo[b];
-            if (acc >= want && acc > 0) return (b + 0.5) / 1000.0;
-        }
-        return 0.0;
-    };
-    const double median = counted ? quantile(0.5) : 0.0, p99 = counted ? quantile(0.99) : 0.0;
+    const uint64_t counted = histo.count;
+    const double median = histo.Quantile(0.5), p99 = histo.Quantile(0.99);
     const bool met = counted > 0 && median < kMedianError && p99 < kP99Error;
     m_failed |= !met;
 
@@ -580,14 +619,8 @@ int Demo::StageScene() {
     MinMaxHisto(firstCorrected.data(), m_size, &lo, &hi, maxLevel, 99.0f, -1.0f, nullptr);
     ok &= SavePicture("scene_corrected.png", firstCorrected, maxLevel, lo, std::max<unsigned short>(hi, lo + 1),
                       CLogPalette::GREY);
-    // Temperatures over 10..100 C spread on the palette, with its bar.
-    std::vector<unsigned short> tl(m_size);
-    for (long i = 0; i < m_size; ++i) {
-        double x = (firstTemp[i] - kErrorLow) / (kErrorHigh - kErrorLow) * maxLevel;
-        tl[i] = !(x > 0) ? 0 : x >= maxLevel ? maxLevel : static_cast<unsigned short>(x);
-    }
-    ok &= SavePicture("scene_temperature.png", tl, maxLevel, 0, maxLevel, CLogPalette::RAINBOW, nullptr, true);
-    // Isotherms on the hot spot: levels of 45..55 C in yellow, 55 C and above in red.
+    ok &= SaveTemperatures("scene_temperature.png", firstTemp);
+    // Isotherms on the hot spot: levels of 60..70 degC in yellow, 70 degC and above in red.
     float l60 = 0, l70 = 0;
     m_cal->FindAbscisse(60.0f, &l60, 1);
     m_cal->FindAbscisse(70.0f, &l70, 1);
@@ -602,7 +635,7 @@ int Demo::StageScene() {
     End(2 * frames);
     m_report["temperature"] = {{"frames", frames},
                                {"pixels_counted", counted},
-                               {"range_celsius", {kErrorLow, kErrorHigh}},
+                               {"range_degC", {kErrorLow, kErrorHigh}},
                                {"median_abs_k", median},
                                {"p99_abs_k", p99},
                                {"worst_abs_k", worst},
@@ -611,8 +644,8 @@ int Demo::StageScene() {
                                 {{"frame", worstAt.frame},
                                  {"x", worstAt.index >= 0 ? worstAt.index % m_point : -1},
                                  {"y", worstAt.index >= 0 ? worstAt.index / m_point : -1},
-                                 {"true_celsius", worstAt.truth},
-                                 {"measured_celsius", worstAt.measured},
+                                 {"true_degC", worstAt.truth},
+                                 {"measured_degC", worstAt.measured},
                                  {"replaced_bad_pixel", worstAt.index >= 0 && m_found[worstAt.index] != 0}}},
                                {"target", {{"median_abs_k_max", kMedianError}, {"p99_abs_k_max", kP99Error}}},
                                {"target_met", met}};
@@ -621,7 +654,93 @@ int Demo::StageScene() {
     return 1;
 }
 
-// ---- 6. Lock-in -----------------------------------------------------------------
+// ---- 6. Emissivity ---------------------------------------------------------------
+// A plate of three materials before warm surroundings, converted once with
+// each band's emissivity and the surroundings' temperature, and once as if it
+// were a black body.
+int Demo::StageEmissivity() {
+    const unsigned long frames = std::max<unsigned long>(4, 2 * m_nFrames);
+    Begin("Emissivity: plate in bands of emissivity 0.95, 0.7 and 0.3 before surroundings at 50 degC");
+    CSimScene::MaterialsParams p;
+    CSimScene::Surface surface;
+    surface.reflectedCelsius = kReflected;
+    surface.atmosphereCelsius = kReflected;
+    const CSimScene scene = CSimScene::Materials(p).SetSurface(surface);
+    const std::string truthPath = Utf8FromPath(m_dir / "truth" / "materials_temperature.film");
+    if (!Record("materials.film", scene, frames, truthPath)) return 0;
+    CPtr film(Film("materials.film"), 0, 0, 0);
+    CPtrFloat truth(truthPath, 0, 0, 0);
+    if (!film.IsValid() || !truth.IsValid()) {
+        Error("file " + Film("materials.film") + ": cannot be read back");
+        return 0;
+    }
+    CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
+    const unsigned short maxLevel = film.GetMaxLevel();
+    // The parameters an operator gives for each band (the film's header holds the surroundings' temperature).
+    std::vector<CLevelTable> right;
+    for (const double e : p.emissivity) {
+        CObjectParameters params;
+        params.SetFromFilmHeader(film.GetEmissivity(), film.GetAmbiantTemperature());
+        params.SetEmissivity(e);
+        right.emplace_back(*m_cal, params, maxLevel, 1);
+    }
+    const CLevelTable blackBody(*m_cal, maxLevel, 1);
+    ErrorHistogram good[3], naive[3];
+    std::vector<float> a(m_size), b(m_size), firstRight, firstBlack;
+    for (unsigned long k = 0; k < frames; ++k) {
+        if (!film.ReadFrame(k) || !truth.ReadFrame(k)) {
+            Error("file " + Film("materials.film") + ": frame " + std::to_string(k) + " cannot be read");
+            return 0;
+        }
+        unsigned short* lv = film.GetFrame()->GetBuffer();
+        corr.Apply(lv, maxLevel);
+        blackBody.Apply(lv, m_size, b.data());
+        const double* t = truth.GetDoubleBuffer();
+        for (int y = 0; y < m_line; ++y) {
+            const int band = CSimScene::Band(m_line, y);
+            const long row = static_cast<long>(y) * m_point;
+            right[band].Apply(lv + row, m_point, a.data() + row);
+            for (long i = row; i < row + m_point; ++i) {
+                if (t[i] < kErrorLow || t[i] > kErrorHigh) continue;
+                good[band].Add(static_cast<double>(a[i]) - t[i]);
+                naive[band].Add(static_cast<double>(b[i]) - t[i]);
+            }
+        }
+        if (k == 0) firstRight = a, firstBlack = b;
+    }
+    if (!SaveTemperatures("materials_temperature.png", firstRight) ||
+        !SaveTemperatures("materials_black_body.png", firstBlack))
+        return 0;
+    json bands = json::array();
+    bool met = true;
+    for (int band = 0; band < 3; ++band) {
+        const bool checked = p.emissivity[band] >= kMinEmissivity;
+        const double median = good[band].Quantile(0.5), p99 = good[band].Quantile(0.99);
+        const bool ok = good[band].count > 0 && median < kMedianError && p99 < kP99Error;
+        if (checked) met &= ok;
+        bands.push_back({{"emissivity", p.emissivity[band]},
+                         {"pixels_counted", good[band].count},
+                         {"median_abs_k", median},
+                         {"p99_abs_k", p99},
+                         {"black_body_median_abs_k", naive[band].Quantile(0.5)},
+                         {"black_body_p99_abs_k", naive[band].Quantile(0.99)},
+                         {"target_checked", checked},
+                         {"target_met", ok}});
+    }
+    m_failed |= !met;
+    End(frames);
+    m_report["emissivity"] = {{"frames", frames},
+                              {"reflected_degC", kReflected},
+                              {"range_degC", {kErrorLow, kErrorHigh}},
+                              {"bands", bands},
+                              {"target", {{"emissivity_min", kMinEmissivity},
+                                          {"median_abs_k_max", kMedianError},
+                                          {"p99_abs_k_max", kP99Error}}},
+                              {"target_met", met}};
+    return 1;
+}
+
+// ---- 7. Lock-in -----------------------------------------------------------------
 int Demo::StageLockin() {
     Begin("Lock-in: periodically heated sample with a buried defect");
     CSimScene::LockinParams p;
@@ -787,26 +906,34 @@ int Demo::WriteReports(double total) {
                   yes(b["target_met"].get<bool>()));
     md << buf;
     const auto& t = r["temperature"];
-    std::snprintf(buf, sizeof buf, "| Scene temperature error, 10..100 C | median %.3f K, 99th percentile %.3f K, worst %.2f K | median < 0.2 K, p99 < 0.5 K | %s |\n",
+    std::snprintf(buf, sizeof buf, "| Scene temperature error, 10..100 degC | median %.3f K, 99th percentile %.3f K, worst %.2f K | median < 0.2 K, p99 < 0.5 K | %s |\n",
                   t["median_abs_k"].get<double>(), t["p99_abs_k"].get<double>(), t["worst_abs_k"].get<double>(),
                   yes(t["target_met"].get<bool>()));
     md << buf;
+    const auto& em = r["emissivity"];
+    for (const auto& band : em["bands"]) {
+        if (!band["target_checked"].get<bool>()) continue;
+        std::snprintf(buf, sizeof buf, "| Temperature error, emissivity %.2f, 10..100 degC | median %.3f K, 99th percentile %.3f K | median < 0.2 K, p99 < 0.5 K | %s |\n",
+                      band["emissivity"].get<double>(), band["median_abs_k"].get<double>(),
+                      band["p99_abs_k"].get<double>(), yes(band["target_met"].get<bool>()));
+        md << buf;
+    }
     std::snprintf(buf, sizeof buf, "| Run time | %.1f s | < 60 s at 640 x 512 | %s |\n\n", total,
                   defaultSize ? yes(runtimeMet) : "not checked at this size");
     md << buf;
     const auto& w = t["worst_at"];
     if (w["frame"].get<long>() >= 0) {
-        std::snprintf(buf, sizeof buf, "Largest temperature error: frame %ld, pixel (%ld, %ld), true %.2f C, measured "
-                      "%.2f C%s.\n\n",
-                      w["frame"].get<long>(), w["x"].get<long>(), w["y"].get<long>(), w["true_celsius"].get<double>(),
-                      w["measured_celsius"].get<double>(),
+        std::snprintf(buf, sizeof buf, "Largest temperature error: frame %ld, pixel (%ld, %ld), true %.2f degC, measured "
+                      "%.2f degC%s.\n\n",
+                      w["frame"].get<long>(), w["x"].get<long>(), w["y"].get<long>(), w["true_degC"].get<double>(),
+                      w["measured_degC"].get<double>(),
                       w["replaced_bad_pixel"].get<bool>() ? ", a bad pixel replaced by its neighbour" : "");
         md << buf;
     }
     const auto& c = r["calibration"];
     md << "## Calibration\n\n";
     std::snprintf(buf, sizeof buf, "%zu black-body points, curve in calibration.cal. Radiometric law fitted to them "
-                  "(rms %.2f DL) against the law the films carry: largest difference %.3f K over 10..100 C; the "
+                  "(rms %.2f DL) against the law the films carry: largest difference %.3f K over 10..100 degC; the "
                   "curve against the fitted law: %.3f K.\n\n",
                   c["points"].get<size_t>(), c["law_fit_rms_dl"].get<double>(), c["law_difference_max_k"].get<double>(),
                   c["curve_vs_fitted_law_max_k"].get<double>());
@@ -816,6 +943,19 @@ int Demo::WriteReports(double total) {
         std::snprintf(buf, sizeof buf, "| %s | %.6g | %.6g |\n", k,
                       c["law_fitted"].is_null() ? 0.0 : c["law_fitted"][k].get<double>(),
                       c["law_in_films"].is_null() ? 0.0 : c["law_in_films"][k].get<double>());
+        md << buf;
+    }
+    md << "\n## Emissivity\n\n";
+    std::snprintf(buf, sizeof buf, "A plate from 10 to 100 degC in three bands of emissivity before surroundings at "
+                  "%.0f degC, converted with each band's emissivity and the surroundings' temperature (the film's "
+                  "ambient temperature), and as if it were a black body. Absolute errors over 10..100 degC:\n\n",
+                  em["reflected_degC"].get<double>());
+    md << buf;
+    md << "| Emissivity | right parameters: median | p99 | assumed black body: median | p99 |\n|---|---|---|---|---|\n";
+    for (const auto& band : em["bands"]) {
+        std::snprintf(buf, sizeof buf, "| %.2f | %.3f K | %.3f K | %.2f K | %.2f K |\n", band["emissivity"].get<double>(),
+                      band["median_abs_k"].get<double>(), band["p99_abs_k"].get<double>(),
+                      band["black_body_median_abs_k"].get<double>(), band["black_body_p99_abs_k"].get<double>());
         md << buf;
     }
     const auto& l = r["lockin"];
@@ -832,11 +972,12 @@ int Demo::WriteReports(double total) {
         md << buf;
     }
     md << "\n## Files\n\n"
-          "- films/: every simulated film (black bodies, noise, calibration points, scene, lock-in)\n"
+          "- films/: every simulated film (black bodies, noise, calibration points, scene, materials, lock-in)\n"
           "- camera.nuc, camera.bpr, badpixels.txt, calibration.cal, noise_map.film\n"
-          "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 C on the bar), scene_isotherms.png (60..70 C yellow, above 70 C red)\n"
+          "- scene_raw.png, scene_corrected.png, scene_temperature.png (10..100 degC on the bar), scene_isotherms.png (60..70 degC yellow, above 70 degC red)\n"
+          "- materials_temperature.png (each band with its emissivity), materials_black_body.png (read as a black body), 10..100 degC\n"
           "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
-          "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
+          "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, materials_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
     if (!md.good()) {
         Error("file " + Utf8FromPath(m_dir / "report.md") + ": cannot be written");
         return 0;
@@ -871,7 +1012,7 @@ int Demo::Run() {
                 cfg.lambda2, cfg.fNumber, each, each, each);
 
     if (!WriteTruth() || !StageNuc() || !StageBadPixels() || !StageFpn() || !StageCalibration() || !StageScene() ||
-        !StageLockin())
+        !StageEmissivity() || !StageLockin())
         return kFailed;
     const double total = std::chrono::duration<double>(Clock::now() - start).count();
     if (!WriteReports(total)) return kFailed;
@@ -885,6 +1026,11 @@ int Demo::Run() {
     std::printf("  temperature error: median %.3f K, p99 %.3f K, worst %.2f K\n",
                 r["temperature"]["median_abs_k"].get<double>(), r["temperature"]["p99_abs_k"].get<double>(),
                 r["temperature"]["worst_abs_k"].get<double>());
+    for (const auto& band : r["emissivity"]["bands"])
+        std::printf("  emissivity %.2f: median %.3f K, p99 %.3f K (as a black body: median %.2f K, p99 %.2f K)\n",
+                    band["emissivity"].get<double>(), band["median_abs_k"].get<double>(),
+                    band["p99_abs_k"].get<double>(), band["black_body_median_abs_k"].get<double>(),
+                    band["black_body_p99_abs_k"].get<double>());
     std::printf("  lock-in defect: phase %+.2f deg (CNR %.1f), module %+.1f %%\n",
                 r["lockin"]["phase_contrast_deg"].get<double>(), r["lockin"]["phase_cnr"].get<double>(),
                 100.0 * r["lockin"]["module_contrast"].get<double>());

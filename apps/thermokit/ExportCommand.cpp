@@ -1,5 +1,6 @@
 // thermokit export: frames of a film as PNG pictures, CSV text, raw
-// little-endian samples or a NumPy array, levels or calibrated values.
+// little-endian samples or a NumPy array: levels, temperatures (or a curve's
+// values) through a calibration, or the values of a film of doubles.
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -8,11 +9,12 @@
 #include <vector>
 
 #include "Command.h"
+#include "Conversion.h"
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "Picture.h"
 #include "Progress.h"
-#include "thermokit/calibration/CLevelTable.h"
+#include "thermokit/processing/FilmExport.h"
 #include "thermokit/image/CFrame.h"
 
 namespace thermokit::cli {
@@ -21,13 +23,11 @@ namespace {
 struct ExportOptions {
     std::string file;
     std::string frames;
+    unsigned long step = 1;
     std::string format;
     std::string output;
-    std::string calib;
-    bool embedded = false;
-    std::string palette = "2";
-    std::string range;
-    double cut = -1.0;
+    ConversionOptions conversion;
+    PictureOptions picture;
 };
 
 // Name of frame n in a PNG sequence: OUT with one number pattern ("f%04d.png":
@@ -57,149 +57,78 @@ bool SequenceName(const std::string& out, unsigned long n, std::string& name) {
     return true;
 }
 
-// The NumPy 1.0 header: magic, version, header length, the dictionary padded
-// with spaces and a newline so that the data starts on a 64-byte boundary.
-std::string NpyHeader(const char* descr, unsigned long frames, unsigned line, unsigned point) {
-    char dict[160];
-    std::snprintf(dict, sizeof(dict), "{'descr': '%s', 'fortran_order': False, 'shape': (%lu, %u, %u), }", descr,
-                  frames, line, point);
-    std::string header(dict);
-    const size_t total = 10 + header.size() + 1;
-    header.append((64 - total % 64) % 64, ' ');
-    header += '\n';
-    std::string out("\x93NUMPY\x01\x00", 8);
-    out += static_cast<char>(header.size() & 0xff);
-    out += static_cast<char>((header.size() >> 8) & 0xff);
-    return out + header;
-}
-
 int RunExport(const ExportOptions& o) {
     const std::string& fmt = o.format;
     if (fmt != "png" && fmt != "csv" && fmt != "raw" && fmt != "npy") {
         Error("--format " + fmt + ": expected png, csv, raw or npy");
         return kUsage;
     }
-    PictureOptions picture;
+    if (!CheckConversionOptions(o.conversion)) return kUsage;
+    PictureSetup setup;
     if (fmt == "png") {
-        if (!o.calib.empty() || o.embedded) {
-            Error("--format png draws levels: --calib and --embedded do not apply");
-            return kUsage;
-        }
-        if (!o.range.empty() && !ParseRange(o.range, picture.lo, picture.hi)) {
-            Error("--range " + o.range + ": expected MIN:MAX with MIN below MAX");
-            return kUsage;
-        }
-        picture.hasRange = !o.range.empty();
-        picture.cut = o.cut;
         std::string name;
         if (!SequenceName(o.output, 0, name)) {
             Error("-o " + o.output + ": one number pattern (%d, %05d, %lu ...) and no other '%' expected");
             return kUsage;
         }
-        picture.palette = PaletteNumber(o.palette);
-        if (picture.palette < 0 || picture.palette >= CLogPalette::FIRST_CUSTOM) {
-            Error("unknown palette \"" + o.palette + "\" (thermokit palette list shows them)");
-            return kUsage;
-        }
+        if (const int code = PreparePicture(o.picture, setup); code != kDone) return code;
+    } else if (!o.picture.range.empty() || o.picture.cut >= 0.0 || !o.picture.isotherms.empty() || o.picture.bar ||
+               !o.picture.paletteFile.empty()) {
+        Error("--range, --cut, --isotherm, --bar and --palette-file draw pictures: they apply to --format png");
+        return kUsage;
     }
     Film film;
     if (!OpenFilm(o.file, film)) return kFailed;
     unsigned long first = 0, last = 0;
     if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
-    std::unique_ptr<CCalibration> cal;
-    if (!LoadOptionalCalibration(o.calib, o.embedded, film, o.file, cal)) return kFailed;
-    const long size = static_cast<long>(film.point) * film.line;
-    const unsigned long count = last - first + 1;
-    CLevelTable table;
-    if (cal) table.Build(*cal, film.ptr->GetMaxLevel());
-    std::vector<float> values(cal ? static_cast<size_t>(size) : 0);
-    const double* doubles = film.doubles ? static_cast<CPtrFloat*>(film.ptr.get())->GetDoubleBuffer() : nullptr;
+    const bool cal = o.conversion.Requested();
+    Conversion conv;
+    if (cal && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
+    const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
+    const unsigned long count = frames.size();
     Progress progress("export", count);
 
     if (fmt == "png") {
-        // Every picture is made under a temporary name; all are renamed once all are drawn.
+        // One range for the whole sequence. Every picture is made under a
+        // temporary name; all are renamed once all are drawn.
+        std::unique_ptr<Picture> picture;
+        if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
         std::vector<std::unique_ptr<OutputFile>> outs;
-        for (unsigned long n = first; n <= last; ++n) {
-            if (!ReadFilmFrame(film, o.file, n)) return kFailed;
+        for (const unsigned long n : frames) {
+            if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
             std::string name;
             SequenceName(o.output, n, name);
             outs.push_back(std::make_unique<OutputFile>(name));
-            unsigned short min = 0, max = 0;
-            const int drawn = DrawPicture(film.ptr->GetFrame()->GetBuffer(), doubles, film.point, film.line,
-                                          film.ptr->GetMaxLevel(), picture, outs.back()->c_str(), min, max);
-            if (drawn == 0) {
-                Error("--cut " + std::to_string(o.cut) + ": no display range left");
-                return kFailed;
-            }
-            if (drawn < 0) {
+            if (!picture->SavePng(outs.back()->c_str())) {
                 Error("file " + outs.back()->Path() + ": cannot be written");
                 return kFailed;
             }
-            progress.Step(n - first + 1);
+            progress.Step(outs.size());
         }
         for (auto& out : outs)
             if (!out->Commit()) return kFailed;
         progress.Done();
-        Note("%s .. %s: %lu picture(s) of %u x %u\n", outs.front()->Path().c_str(), outs.back()->Path().c_str(), count,
-             film.point, film.line);
+        Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
+             outs.back()->Path().c_str(), count, film.point, film.line, setup.paletteName.c_str(),
+             picture->DescribeRange().c_str());
         return kDone;
     }
 
     OutputFile out(o.output);
-    std::FILE* f = std::fopen(out.c_str(), "wb");
-    if (!f) {
-        Error("file " + o.output + ": cannot be written (" + std::strerror(errno) + ")");
-        return kFailed;
-    }
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(f, std::fclose);
-    const char* descr = film.doubles ? "<f8" : (cal ? "<f4" : "<u2");
-    if (fmt == "npy") {
-        const std::string h = NpyHeader(descr, count, film.line, film.point);
-        std::fwrite(h.data(), 1, h.size(), f);
-    } else if (fmt == "csv") {
-        std::fprintf(f, "frame,line");
-        for (unsigned x = 0; x < film.point; ++x) std::fprintf(f, ",x%u", x);
-        std::fprintf(f, "\n");
-    }
-    std::string text;
-    for (unsigned long n = first; n <= last; ++n) {
-        if (!ReadFilmFrame(film, o.file, n)) return kFailed;
-        const unsigned short* levels = film.ptr->GetFrame()->GetBuffer();
-        if (cal) table.Apply(levels, size, values.data());
-        if (fmt == "csv") {
-            char cell[40];
-            for (unsigned y = 0; y < film.line; ++y) {
-                text.clear();
-                std::snprintf(cell, sizeof(cell), "%lu,%u", n, y);
-                text += cell;
-                for (unsigned x = 0; x < film.point; ++x) {
-                    const long i = static_cast<long>(y) * film.point + x;
-                    if (doubles) std::snprintf(cell, sizeof(cell), ",%.17g", doubles[i]);
-                    else if (cal) std::snprintf(cell, sizeof(cell), ",%.9g", static_cast<double>(values[i]));
-                    else std::snprintf(cell, sizeof(cell), ",%u", levels[i]);
-                    text += cell;
-                }
-                text += '\n';
-                std::fwrite(text.data(), 1, text.size(), f);
-            }
-        } else if (doubles) {
-            std::fwrite(doubles, sizeof(double), static_cast<size_t>(size), f);
-        } else if (cal) {
-            std::fwrite(values.data(), sizeof(float), static_cast<size_t>(size), f);
-        } else {
-            std::fwrite(levels, sizeof(unsigned short), static_cast<size_t>(size), f);
-        }
-        progress.Step(n - first + 1);
-    }
-    const bool failed = std::ferror(f) != 0;
-    if (std::fclose(closer.release()) != 0 || failed) {
-        Error("file " + o.output + ": cannot be written (disk full?)");
+    std::string error;
+    if (!ExportFilm(*film.ptr, o.file, frames, fmt, cal ? &conv : nullptr, out.Temp(), o.output, error,
+                    [&](unsigned long done) { progress.Step(done); })) {
+        Error(error);
         return kFailed;
     }
     if (!out.Commit()) return kFailed;
     progress.Done();
+    const std::string kind = film.doubles ? "doubles"
+                             : cal        ? (conv.temperatures ? "temperatures" : "calibrated values") +
+                                         std::string(" (float, ") + conv.unit + ")"
+                                          : "levels (u16)";
     Note("%s: %lu frame(s) of %u x %u as %s %s\n", o.output.c_str(), count, film.point, film.line, fmt.c_str(),
-         film.doubles ? "doubles" : (cal ? "calibrated values (float)" : "levels (u16)"));
+         kind.c_str());
     return kDone;
 }
 
@@ -208,19 +137,15 @@ RegisterCommand reg(320, [](CLI::App& app) {
     auto* sub = app.add_subcommand("export", "Write frames of a film as PNG pictures, CSV, raw samples or a NumPy array");
     sub->add_option("film", o->file, "Film file")->required();
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--format", o->format, "png, csv, raw (little-endian) or npy")->required();
     sub->add_option("-o,--output", o->output,
                     "File to write; for png the pattern of the pictures (OUT-NNNNN.png, or a printf pattern)")
         ->required();
-    auto* calib = sub->add_option("--calib", o->calib, "Calibration file: write calibrated values (float) instead of levels");
-    auto* embedded = sub->add_flag("--embedded", o->embedded, "Use the film's own radiometric law (degrees Celsius)");
-    calib->excludes(embedded);
-    sub->add_option("--palette", o->palette, "png: palette name or number (default 2, rainbow)");
-    auto* range = sub->add_option("--range", o->range, "png: display range MIN:MAX");
-    auto* cut = sub->add_option("--cut", o->cut, "png: percent of the pixels cut from the display range (default 1)")
-                    ->check(CLI::Range(0.0, 100.0));
-    range->excludes(cut);
-    sub->footer("Example: thermokit export run.film --frames 0:99 --format npy --embedded -o run.npy");
+    AddConversionOptions(sub, o->conversion);
+    AddPictureOptions(sub, o->picture);
+    sub->footer("Example: thermokit export run.film --frames 0:99 --format npy --embedded -o run.npy\n"
+                "         thermokit export run.film --format png --embedded --range 20:60 --bar -o png/run.png");
     sub->callback([o] { SetAction([o] { return RunExport(*o); }); });
 });
 

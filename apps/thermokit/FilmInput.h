@@ -1,7 +1,8 @@
 #pragma once
 // What the film commands share: opening a film with a clear message, frame
-// ranges, rectangles, region files and the calibration that turns levels
-// into temperatures.
+// ranges and rectangles (rectangles and region files are read by the
+// library's FrameFigures.h; the calibration that turns levels into
+// temperatures: Conversion.h).
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -13,41 +14,24 @@
 #include <vector>
 
 #include "Command.h"
-#include "thermokit/calibration/CCalibration.h"
-#include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/FilmReader.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
-#include "thermokit/platform/Utf8Path.h"
+#include "thermokit/processing/FilmPicture.h"
+#include "thermokit/processing/FrameFigures.h"
 
 namespace thermokit::cli {
 
-// Why a file cannot be used, as the end of "file X: ...": missing, empty or
-// not of the expected kind.
-inline std::string MissingOrEmpty(const std::string& path) {
-    if (!File::Exists(path)) return "not found";
-    File f;
-    if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened (" + f.GetLastErrorText() + ")";
-    if (f.GetLength() == 0) return "empty file";
-    return std::string();
-}
+// Why a file cannot be used, as the end of "file X: ...": missing, unreadable
+// or empty (empty when it can be read).
+inline std::string MissingOrEmpty(const std::string& path) { return FileProblem(path); }
 
 // False with a message when the file ends before the last frame its header
 // counts (a film cut short by a full disk or an interrupted copy).
-inline bool FilmComplete(const CPtr& film, const std::string& path) {
-    const unsigned long frames = film.GetFrameNumber();
-    if (frames == 0) return true;
-    const uint64_t end = film.OffsetImage(frames - 1) + film.GetImageSize();
-    const int64_t size = film.GetFileSize();
-    if (size < 0 || static_cast<uint64_t>(size) < end) {
-        Error("file " + path + ": shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) +
-              " bytes, " + std::to_string(end) + " expected); the film is truncated");
-        return false;
-    }
-    return true;
-}
+inline bool FilmComplete(const CPtr& film, const std::string&) { return CheckFilmComplete(film) != 0; }
 
 // A film of 16-bit levels (CPtr) or of doubles (CPtrFloat); null with a message.
 struct Film {
@@ -58,24 +42,9 @@ struct Film {
 };
 
 inline bool OpenFilm(const std::string& path, Film& film) {
-    const std::string why = MissingOrEmpty(path);
-    if (!why.empty()) {
-        Error("file " + path + ": " + why);
-        return false;
-    }
-    CPtrOver header(path);
-    if (!header.IsValid()) {
-        Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
-        return false;
-    }
-    film.doubles = CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8;
-    if (film.doubles) film.ptr = std::make_unique<CPtrFloat>(path, 0, 0, 1);
-    else film.ptr = std::make_unique<CPtr>(path, 0, 0, 1);
-    if (!film.ptr->IsValid()) {
-        Error("file " + path + ": not a film, or its header is damaged or does not fit the file");
-        return false;
-    }
-    if (!FilmComplete(*film.ptr, path)) return false;
+    film.ptr = OpenFilmForReading(path);
+    if (!film.ptr) return false;
+    film.doubles = film.ptr->GetPixelBytes() == 8;
     film.frames = film.ptr->GetFrameNumber();
     film.point = film.ptr->GetPoint();
     film.line = film.ptr->GetLine();
@@ -84,11 +53,10 @@ inline bool OpenFilm(const std::string& path, Film& film) {
 
 // Reads image n into the film's own frame (and double buffer); false with a message.
 inline bool ReadFilmFrame(Film& film, const std::string& path, unsigned long n) {
-    if (!film.ptr->ReadFrame(n)) {
-        Error("file " + path + ": frame " + std::to_string(n) + " cannot be read (the file is shorter than its header says)");
-        return false;
-    }
-    return true;
+    std::string error;
+    if (thermokit::ReadFilmFrame(*film.ptr, path, n, error)) return true;
+    Error(error);
+    return false;
 }
 
 // "A:B" (both inclusive; "A:" to the last frame, ":B" from the first, "A" one
@@ -128,23 +96,6 @@ inline bool ParseFrames(const std::string& text, unsigned long count, unsigned l
     return true;
 }
 
-// "x,y,w,h" with w, h > 0; false when it is not that.
-inline bool ParseRect(const std::string& text, CRect& rect) {
-    long v[4];
-    const char* p = text.c_str();
-    for (int i = 0; i < 4; ++i) {
-        char* end = nullptr;
-        v[i] = std::strtol(p, &end, 10);
-        if (end == p || (i < 3 && *end != ',') || (i == 3 && *end != '\0')) return false;
-        if (v[i] < 0 || v[i] > 65535) return false;
-        p = end + 1;
-    }
-    if (v[2] <= 0 || v[3] <= 0) return false;
-    rect.SetRect(static_cast<int>(v[0]), static_cast<int>(v[1]), static_cast<int>(v[0] + v[2]),
-                 static_cast<int>(v[1] + v[3]));
-    return true;
-}
-
 // "X,Y"; false when it is not that.
 inline bool ParsePoint(const std::string& text, long& x, long& y) {
     char* end = nullptr;
@@ -164,125 +115,6 @@ inline bool RectInFilm(const CRect& r, const Film& film, const std::string& path
         return false;
     }
     return true;
-}
-
-// A region file: text, one shape a line, the union of them all.
-//   rect X Y W H          pixels X..X+W-1, Y..Y+H-1
-//   ellipse X Y W H       the ellipse inscribed in that rectangle
-//   polygon X1 Y1 X2 Y2 X3 Y3 ...   at least three corners
-// Blank lines and lines starting with '#' are ignored. Anything else is an
-// error naming the file and the line.
-inline bool ReadRegionFile(const std::string& path, CRgn& region) {
-    const std::string why = MissingOrEmpty(path);
-    if (!why.empty()) {
-        Error("file " + path + ": " + why);
-        return false;
-    }
-    std::error_code ec;
-    const auto bytes = std::filesystem::file_size(PathFromUtf8(path), ec);
-    if (ec || bytes > (16u << 20)) {
-        Error("file " + path + ": not a region file (a text file of at most 16 MiB expected)");
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    int number = 0, shapes = 0;
-    while (std::getline(in, line)) {
-        ++number;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.size() > 65536) {
-            Error("file " + path + ": line " + std::to_string(number) + " is too long");
-            return false;
-        }
-        std::istringstream words(line);
-        std::string kind;
-        if (!(words >> kind) || kind[0] == '#') continue;
-        std::vector<long> v;
-        std::string w;
-        bool ok = true;
-        while (words >> w) {
-            char* end = nullptr;
-            const long n = std::strtol(w.c_str(), &end, 10);
-            if (*end || n < -65536 || n > 65536) ok = false;
-            v.push_back(n);
-        }
-        CRgn shape;
-        if (ok && (kind == "rect" || kind == "ellipse") && v.size() == 4 && v[2] > 0 && v[3] > 0) {
-            const int l = static_cast<int>(v[0]), t = static_cast<int>(v[1]);
-            const int r = static_cast<int>(v[0] + v[2]), b = static_cast<int>(v[1] + v[3]);
-            if (kind == "rect") shape.CreateRectRgn(l, t, r, b);
-            else shape.CreateEllipticRgn(l, t, r, b);
-        } else if (ok && kind == "polygon" && v.size() >= 6 && v.size() % 2 == 0 && v.size() <= 2 * 4096) {
-            std::vector<CPoint> pts;
-            for (size_t i = 0; i < v.size(); i += 2) pts.emplace_back(static_cast<int>(v[i]), static_cast<int>(v[i + 1]));
-            shape.CreatePolygonRgn(pts.data(), static_cast<int>(pts.size()), ALTERNATE);
-        } else {
-            Error("file " + path + ": line " + std::to_string(number) +
-                  ": expected \"rect X Y W H\", \"ellipse X Y W H\" or \"polygon X1 Y1 X2 Y2 X3 Y3 ...\"");
-            return false;
-        }
-        if (shapes++ == 0) region.CopyRgn(&shape);
-        else {
-            CRgn all;
-            all.CombineRgn(&region, &shape, RGN_OR);
-            region = all;
-        }
-    }
-    if (shapes == 0) {
-        Error("file " + path + ": no shape (rect, ellipse or polygon lines expected)");
-        return false;
-    }
-    return true;
-}
-
-// The calibration of --calib FILE or of the film's own radiometric law
-// (--embedded); null with a message.
-inline std::unique_ptr<CCalibration> LoadCalibration(const std::string& calibPath, bool embedded, CPtrOver& film,
-                                                     const std::string& filmPath) {
-    if (embedded) {
-        _SCalibrationRBF law{};
-        if (!film.GetRBFCalibParam(&law)) {
-            Error("file " + filmPath + ": the film carries no radiometric law (--embedded needs one; use --calib FILE)");
-            return nullptr;
-        }
-        return std::make_unique<CCalibrationRBF>(law);
-    }
-    const std::string why = MissingOrEmpty(calibPath);
-    if (!why.empty()) {
-        Error("file " + calibPath + ": " + why);
-        return nullptr;
-    }
-    auto cal = std::make_unique<CCalibration>("", 0);
-    if (!cal->Open(calibPath.c_str())) {
-        Error("file " + calibPath + ": not a readable calibration file (tag \"EXP\" expected, or the file is damaged)");
-        return nullptr;
-    }
-    if (cal->GetSize() < 2) {
-        Error("file " + calibPath + ": the calibration curve has fewer than two points");
-        return nullptr;
-    }
-    return cal;
-}
-
-// The optional calibration of a command that converts levels (--calib FILE or
-// --embedded). True when the command may go on: cal stays null when neither
-// option was given. A film of doubles holds values already and is refused.
-inline bool LoadOptionalCalibration(const std::string& calibPath, bool embedded, Film& film,
-                                    const std::string& filmPath, std::unique_ptr<CCalibration>& cal) {
-    if (calibPath.empty() && !embedded) return true;
-    if (film.doubles) {
-        Error("file " + filmPath + ": a film of doubles holds values already; --calib and --embedded apply to levels");
-        return false;
-    }
-    cal = LoadCalibration(calibPath, embedded, *film.ptr, filmPath);
-    return cal != nullptr;
-}
-
-// The unit of the calibrated values: the curve's Y unit, or degrees Celsius for a law.
-inline std::string CalibrationUnit(CCalibration& cal, bool embedded) {
-    if (embedded) return "degC";
-    const std::string u = cal.GetUnitY();
-    return u.empty() ? std::string("value") : u;
 }
 
 }  // namespace thermokit::cli

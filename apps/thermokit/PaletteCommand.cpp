@@ -6,6 +6,7 @@
 
 #include "Command.h"
 #include "OutputFile.h"
+#include "Picture.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/platform/CWnd.h"
 
@@ -22,27 +23,9 @@ struct PaletteOptions {
     int height = 0;
 };
 
-bool SameName(const std::string& a, const std::string& b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
-            return false;
-    return true;
-}
-
-// Loads the custom palettes of the file (if any); false with a message when it cannot be read.
-bool LoadCustom(const std::string& file, CLogPalette& reader) {
-    if (file.empty()) return true;
-    if (!reader.ReadIniFile(file.c_str())) {
-        Error("file " + file + ": cannot be read");
-        return false;
-    }
-    return true;
-}
-
 int RunList(const PaletteOptions& o) {
     CLogPalette reader(CLogPalette::GREY, 0, nullptr);
-    if (!LoadCustom(o.file, reader)) return kFailed;
+    if (!LoadCustomPalettes(o.file, reader)) return kFailed;
     for (int i = 0; i < CLogPalette::FIRST_CUSTOM; ++i) {
         CLogPalette p(static_cast<unsigned short>(i), 0, nullptr);
         std::printf("%3d  %-12s %3d entries\n", i, CLogPalette::GetPaletteName(i).c_str(), p.GetEntryCount());
@@ -60,23 +43,9 @@ int RunList(const PaletteOptions& o) {
     return kDone;
 }
 
-// Palette number from a number or a name (built-in names first, then the file's); -1 when unknown.
-int ResolvePalette(const std::string& text, const CLogPalette& reader) {
-    if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
-        const long n = std::strtol(text.c_str(), nullptr, 10);
-        return (text.size() <= 5 && n <= 65535) ? static_cast<int>(n) : -1;
-    }
-    for (int i = 0; i < CLogPalette::FIRST_CUSTOM; ++i)
-        if (SameName(text, CLogPalette::GetPaletteName(i))) return i;
-    const auto& names = *reader.GetCustomPalleteName();
-    for (size_t k = 0; k < names.size(); ++k)
-        if (SameName(text, names[k])) return CLogPalette::FIRST_CUSTOM + static_cast<int>(k);
-    return -1;
-}
-
 int RunRender(const PaletteOptions& o) {
     CLogPalette reader(CLogPalette::GREY, 0, nullptr);
-    if (!LoadCustom(o.file, reader)) return kFailed;
+    if (!LoadCustomPalettes(o.file, reader)) return kFailed;
     const int number = ResolvePalette(o.palette, reader);
     if (number < 0) {
         Error("unknown palette \"" + o.palette + "\" (thermokit palette list shows them)");

@@ -1,100 +1,66 @@
 #pragma once
-// A frame through a palette into a PNG picture: what render draws and what
-// export writes for each frame of a PNG sequence.
-#include <cctype>
-#include <cmath>
-#include <cstdlib>
+// Frames of a film drawn through a palette in render, export --format png and
+// animate: the options --palette, --palette-file, --range, --cut, --isotherm
+// and --bar. What they draw is the library's FilmPicture.h, shared with the
+// Python package's batch runs.
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "thermokit/display/CBit24.h"
+#include "Command.h"
+#include "Conversion.h"
+#include "FilmInput.h"
 #include "thermokit/display/CLogPalette.h"
-#include "thermokit/display/CLut24.h"
-#include "thermokit/film/CPtrOver.h"
-#include "thermokit/image/PixelArray.h"
+#include "thermokit/processing/FilmPicture.h"
 
 namespace thermokit::cli {
 
-// "MIN:MAX" as two numbers; false when it is not that.
-inline bool ParseRange(const std::string& text, double& lo, double& hi) {
-    const size_t colon = text.find(':');
-    if (colon == std::string::npos) return false;
-    char* end = nullptr;
-    const std::string a = text.substr(0, colon), b = text.substr(colon + 1);
-    lo = std::strtod(a.c_str(), &end);
-    if (a.empty() || *end) return false;
-    hi = std::strtod(b.c_str(), &end);
-    if (b.empty() || *end) return false;
-    return lo < hi;
+inline void AddPictureOptions(CLI::App* sub, PictureOptions& o) {
+    sub->add_option("--palette", o.palette, "Palette name or number (default 2, rainbow)");
+    sub->add_option("--palette-file", o.paletteFile, "Palette file with custom palettes (their names or numbers 11..)");
+    sub->add_option("--range", o.range,
+                    "Display range LO:HI (degC with a calibration, levels without, a film of doubles' own unit), "
+                    "or auto (default): one range for all frames drawn");
+    sub->add_option("--cut", o.cut, "auto range: percent of the pixels cut from it, half at each end (default 1)")
+        ->check(CLI::Range(0.0, 100.0));
+    sub->add_option("--isotherm", o.isotherms,
+                    "LO:HI[:COLOUR] in the unit of --range: those values in one colour (name or RRGGBB; at most 3)")
+        ->allow_extra_args(false);
+    sub->add_flag("--bar", o.bar, "A colour bar with its scale beside the image");
 }
 
-// A built-in palette by number or name (any case); -1 when unknown.
-inline int PaletteNumber(const std::string& text) {
-    if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos && text.size() <= 5)
-        return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
-    for (int i = 0; i < CLogPalette::FIRST_CUSTOM; ++i) {
-        const std::string name = CLogPalette::GetPaletteName(i);
-        if (name.size() != text.size()) continue;
-        bool same = true;
-        for (size_t k = 0; k < name.size() && same; ++k)
-            same = std::tolower(static_cast<unsigned char>(name[k])) == std::tolower(static_cast<unsigned char>(text[k]));
-        if (same) return i;
-    }
-    return -1;
+// Checks the options; kUsage or kFailed (palette file) with a message, kDone when usable.
+inline int PreparePicture(const PictureOptions& o, PictureSetup& s) {
+    std::string error;
+    bool fileFailed = false;
+    if (thermokit::PreparePicture(o, s, error, &fileFailed)) return kDone;
+    Error(error);
+    return fileFailed ? kFailed : kUsage;
 }
 
-struct PictureOptions {
-    int palette = 2;
-    bool hasRange = false;
-    double lo = 0.0, hi = 0.0;  // display range: levels, or values of a film of doubles
-    double cut = -1.0;          // percent cut from the range, half at each end (default 1)
-};
+// Loads the custom palettes of the file (if any); false with a message when it cannot be read.
+inline bool LoadCustomPalettes(const std::string& file, CLogPalette& reader) {
+    std::string error;
+    if (thermokit::LoadCustomPalettes(file, reader, error)) return true;
+    Error(error);
+    return false;
+}
 
-// Draws point x line levels (or, when values is given, doubles spread over
-// 16-bit levels between their finite extremes) into path. min and max receive
-// the display range in levels. 0 when the cut leaves no range (1 when the
-// picture was drawn, -1 when it could not be written).
-inline int DrawPicture(const unsigned short* pixels, const double* values, unsigned short point, unsigned short line,
-                       unsigned short maxLevel, const PictureOptions& o, const char* path, unsigned short& min,
-                       unsigned short& max) {
-    const long size = static_cast<long>(point) * line;
-    std::vector<unsigned short> levels(pixels, pixels + size);
-    double vmin = 0.0, vmax = 0.0;
-    if (values) {
-        bool any = false;
-        for (long i = 0; i < size; ++i) {
-            if (!std::isfinite(values[i])) continue;
-            if (!any) vmin = vmax = values[i], any = true;
-            else if (values[i] < vmin) vmin = values[i];
-            else if (values[i] > vmax) vmax = values[i];
-        }
-        if (vmax == vmin) vmax = vmin + 1.0;
-        maxLevel = 65535;
-        float scale[17];
-        for (int k = 0; k < 17; ++k) scale[k] = static_cast<float>(vmin + (vmax - vmin) * k / 16);
-        CPtrOver::ConvDoubleToSpecialUnit(values, size, levels.data(), scale, maxLevel);
-    }
-    auto toLevel = [&](double x) -> unsigned short {
-        if (values) x = (x - vmin) / (vmax - vmin) * maxLevel;
-        if (!(x > 0.0)) return 0;
-        return x >= maxLevel ? maxLevel : static_cast<unsigned short>(x);
-    };
-    min = 0;
-    max = maxLevel;
-    if (o.hasRange) {
-        min = toLevel(o.lo);
-        max = toLevel(o.hi);
-    } else {
-        const float cut = o.cut >= 0.0 ? static_cast<float>(o.cut) : 1.0f;
-        if (!MinMaxHisto(levels.data(), size, &min, &max, maxLevel, 100.0f - cut, -1.0f, nullptr)) return 0;
-    }
-    if (max <= min) max = static_cast<unsigned short>(min < maxLevel ? min + 1 : min);
-    CLogPalette palette(static_cast<unsigned short>(o.palette), 0, nullptr);
-    CLut24 lut(maxLevel);
-    lut.Update(nullptr, &palette, min, max);
-    CBit24 bitmap(size, 1, 0);
-    if (!bitmap.Update(levels.data(), &lut) || !bitmap.SavePng(path, point, line)) return -1;
-    return 1;
+// The picture of a film's frames, its range read from every frame when automatic; false with a message.
+inline bool StartFilmPicture(const PictureSetup& setup, Film& film, const std::string& path, const Conversion* conv,
+                             const std::vector<unsigned long>& frames, std::unique_ptr<Picture>& picture) {
+    std::string error;
+    if (thermokit::StartFilmPicture(setup, *film.ptr, path, conv, frames, picture, error)) return true;
+    Error(error);
+    return false;
+}
+
+// Reads frame n and draws it; false with a message.
+inline bool DrawFilmFrame(Picture& picture, Film& film, const std::string& path, unsigned long n) {
+    std::string error;
+    if (thermokit::DrawFilmFrame(picture, *film.ptr, path, n, error)) return true;
+    Error(error);
+    return false;
 }
 
 }  // namespace thermokit::cli

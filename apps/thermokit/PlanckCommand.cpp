@@ -11,8 +11,8 @@ namespace thermokit::cli {
 namespace {
 
 struct PlanckOptions {
-    double temperature = 0.0;
-    bool celsius = false;
+    double temperature = 0.0;  // degC
+    bool kelvin = false;
     std::vector<double> band{3.0, 5.0};
     double transmission1 = 100.0;
     double transmission2 = 100.0;
@@ -26,8 +26,14 @@ struct PlanckOptions {
 };
 
 int RunPlanck(const PlanckOptions& o) {
+    if (!(o.temperature > -273.15)) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%g", o.temperature);
+        Error(std::string("-t ") + text + ": expected degrees Celsius above absolute zero (-273.15)");
+        return kUsage;
+    }
     CPlanck p;
-    p.m_dTemperature = o.celsius ? o.temperature + 273.15 : o.temperature;
+    p.m_dTemperature = o.temperature + 273.15;
     p.m_dLambda1 = o.band.at(0);
     p.m_dLambda2 = o.band.at(1);
     p.m_dTransmission1 = o.transmission1;
@@ -39,13 +45,14 @@ int RunPlanck(const PlanckOptions& o) {
     p.m_dPixelPitchX = o.pitchX;
     p.m_dPixelPitchY = o.pitchY > 0.0 ? o.pitchY : o.pitchX;
     if (!p.Calculer()) {
-        Error("planck: the band is refused (the temperature must be above 10 K and the band limits "
+        Error("planck: the band is refused (the temperature must be above 10 K, -263.15 degC, and the band limits "
               "positive with the upper limit above the lower one)");
         return kFailed;
     }
     if (o.json) {
         nlohmann::json j = {
-            {"temperature_K", p.m_dTemperature},      {"lambda1_um", p.m_dLambda1},
+            {o.kelvin ? "temperature_K" : "temperature_degC", o.kelvin ? p.m_dTemperature : o.temperature},
+            {"lambda1_um", p.m_dLambda1},
             {"lambda2_um", p.m_dLambda2},             {"radiance_W_m2_sr", p.m_dRadianceEnergy},
             {"photon_radiance_s_m2_sr", p.m_dRadiancePhoton}, {"pixel_area_m2", p.m_dPixelArea},
             {"photon_flux_s", p.m_dPhotonFlux},       {"power_W", p.m_dPower},
@@ -53,8 +60,8 @@ int RunPlanck(const PlanckOptions& o) {
         std::printf("%s\n", j.dump(2).c_str());
         return kDone;
     }
-    std::printf("Black body at %.3f K (%.3f degC), band %.4g-%.4g um\n", p.m_dTemperature, p.m_dTemperature - 273.15,
-                p.m_dLambda1, p.m_dLambda2);
+    std::printf("Black body at %.3f %s, band %.4g-%.4g um\n", o.kelvin ? p.m_dTemperature : o.temperature,
+                o.kelvin ? "K" : "degC", p.m_dLambda1, p.m_dLambda2);
     std::printf("  band radiance          %.6e W/(m2.sr)\n", p.m_dRadianceEnergy);
     std::printf("  band photon radiance   %.6e photons/(s.m2.sr)\n", p.m_dRadiancePhoton);
     std::printf("Pixel %.4g x %.4g um behind f/%.4g, transmissions %.4g%% x %.4g%%, factor %.4g\n", p.m_dPixelPitchX,
@@ -70,9 +77,8 @@ int RunPlanck(const PlanckOptions& o) {
 RegisterCommand reg(410, [](CLI::App& app) {
     auto opts = std::make_shared<PlanckOptions>();
     auto* sub = app.add_subcommand("planck", "Band radiance, photon radiance and pixel budget of a black body");
-    sub->add_option("-t,--temperature", opts->temperature, "Black-body temperature (kelvin, or Celsius with --celsius)")
-        ->required();
-    sub->add_flag("--celsius", opts->celsius, "The temperature is in degrees Celsius");
+    sub->add_option("-t,--temperature", opts->temperature, "Black-body temperature, degC")->required();
+    sub->add_flag("--kelvin", opts->kelvin, "Print the temperature in kelvin (K) instead of degC");
     sub->add_option("-b,--band", opts->band, "Lower and upper band limits, micrometres")->expected(2)->capture_default_str();
     sub->add_option("--transmission1", opts->transmission1, "First transmission factor, percent")->capture_default_str();
     sub->add_option("--transmission2", opts->transmission2, "Second transmission factor, percent")->capture_default_str();
@@ -83,7 +89,7 @@ RegisterCommand reg(410, [](CLI::App& app) {
     sub->add_option("--pitch", opts->pitchX, "Pixel pitch (width), micrometres")->capture_default_str();
     sub->add_option("--pitch-y", opts->pitchY, "Pixel height, micrometres (default: the pitch)");
     sub->add_flag("--json", opts->json, "Print the results as JSON");
-    sub->footer("Example: thermokit planck -t 30 --celsius -b 3.7 4.1 -f 2 --pitch 15 --qe 70 --integration 1000");
+    sub->footer("Example: thermokit planck -t 30 -b 3.7 4.1 -f 2 --pitch 15 --qe 70 --integration 1000");
     sub->callback([opts] { SetAction([opts] { return RunPlanck(*opts); }); });
 });
 

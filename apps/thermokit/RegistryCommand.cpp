@@ -97,8 +97,12 @@ bool UseUser(const Options& o, int key) { return CRegistry::HasUserRoot(key) && 
 
 // A key that already exists, without creating the store or the key.
 HKEY OpenExisting(RegistryRoot root, const std::string& path, bool write) {
-    if (!RegistryStore::Exists(RegistryStore::StorePath(root))) return HKEY();
-    return RegistryKey::OpenRoot(root, write).OpenSubKey(path, false);
+    const std::string file = RegistryStore::StorePath(root);
+    if (!RegistryStore::Exists(file)) return HKEY();
+    std::string why;
+    const HKEY rootKey = RegistryKey::OpenRoot(root, write, &why);
+    if (!rootKey) Error("file " + file + ": " + why + "; its settings are not used");
+    return rootKey.OpenSubKey(path, false);
 }
 
 const char* TypeName(unsigned long type) {
@@ -392,7 +396,7 @@ RegisterCommand reg(700, [](CLI::App& app) {
 
     auto* get = registry->add_subcommand("get", "Print a value (user's copy first, then the machine's)");
     AddCommon(get, o, "Value name");
-    get->add_option("--type,-t", o.type, "Read through the typed reader (default used when absent)")
+    get->add_option("--type", o.type, "Read through the typed reader (default used when absent)")
         ->check(CLI::IsMember(kTypes));
     get->add_option("--default,-d", o.defaultValue, "Default for --type");
     get->footer("Example: thermokit registry get 8 Point --type word --default 320");
@@ -404,7 +408,7 @@ RegisterCommand reg(700, [](CLI::App& app) {
     auto* set = registry->add_subcommand("set", "Write a typed value (user's copy; machine's too for administrators)");
     AddCommon(set, o, "Value name");
     set->add_option("value", o.value, "The value")->required();
-    set->add_option("--type,-t", o.type, "Value type")->required()->check(CLI::IsMember(kTypes));
+    set->add_option("--type", o.type, "Value type")->required()->check(CLI::IsMember(kTypes));
     set->add_option("--decimals", o.decimals, "Decimals of a double (default: as many as given)")
         ->check(CLI::Range(0, 30));
     set->footer("Example: thermokit registry set setup Camera \"Kelm LW\" --type string");

@@ -1,5 +1,8 @@
 // thermokit simulate: films of the simulated camera looking at a uniform
-// black body, a heated plate with a hot spot, or a periodically heated sample.
+// black body, a heated plate with a hot spot, a periodically heated sample or
+// a plate of three materials, each surface with its emissivity, reflected
+// surroundings and the air between.
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -23,7 +26,8 @@ struct SimulateOptions {
     int bits = 14;
     long frames = 10;
     double temperature = 30.0;
-    double left = 15.0, right = 55.0, spot = 50.0;
+    double left = NAN, right = NAN, spot = 50.0;
+    double emissivity = 1.0, reflected = 20.0, transmission = 1.0, atmosphere = NAN;
     double move = 0.0;
     int period = 16;
     double amplitude = 0.6;
@@ -56,14 +60,27 @@ int RunSimulate(const SimulateOptions& o) {
     cfg.seed = o.seed;
     cfg.frameRate = o.rate;
     if (o.defects) {
-        const long size = static_cast<long>(cfg.point) * cfg.line;
-        cfg.deadCount = cfg.hotCount = cfg.noisyCount = static_cast<int>(size / 5000 > 3 ? size / 5000 : 3);
+        cfg.deadCount = cfg.hotCount = cfg.noisyCount = CSimDetector::DefaultDefectCount(cfg.point, cfg.line);
     }
+    CSimScene::Surface surface;
+    if (!(o.emissivity > 0.0 && o.emissivity <= 1.0) || !(o.transmission > 0.0 && o.transmission <= 1.0)) {
+        Error("--emissivity and --transmission: expected values above 0 and at most 1");
+        return kUsage;
+    }
+    surface.emissivity = o.emissivity;
+    surface.transmission = o.transmission;
+    surface.reflectedCelsius = o.reflected;
+    surface.atmosphereCelsius = std::isnan(o.atmosphere) ? o.reflected : o.atmosphere;
+    for (const double t : {o.temperature, o.left, o.right, surface.reflectedCelsius, surface.atmosphereCelsius})
+        if (!(t > -273.15) && !std::isnan(t)) {
+            Error("-t, --left, --right, --reflected, --atmosphere: expected degrees Celsius above absolute zero (-273.15)");
+            return kUsage;
+        }
     CSimScene scene = CSimScene::Uniform(o.temperature);
     if (o.scene == "plate") {
         CSimScene::PlateParams p;
-        p.leftCelsius = o.left;
-        p.rightCelsius = o.right;
+        if (!std::isnan(o.left)) p.leftCelsius = o.left;
+        if (!std::isnan(o.right)) p.rightCelsius = o.right;
         p.spotRise = o.spot;
         p.moveX = o.move;
         scene = CSimScene::Plate(p);
@@ -73,10 +90,16 @@ int RunSimulate(const SimulateOptions& o) {
         p.framesPerPeriod = o.period;
         p.amplitude = o.amplitude;
         scene = CSimScene::Lockin(p);
+    } else if (o.scene == "materials") {
+        CSimScene::MaterialsParams p;
+        if (!std::isnan(o.left)) p.leftCelsius = o.left;
+        if (!std::isnan(o.right)) p.rightCelsius = o.right;
+        scene = CSimScene::Materials(p);
     } else if (o.scene != "uniform") {
-        Error("--scene " + o.scene + ": expected uniform, plate or lockin");
+        Error("--scene " + o.scene + ": expected uniform, plate, lockin or materials");
         return kUsage;
     }
+    scene.SetSurface(surface);
     CSimDetector detector(cfg);
     OutputFile out(o.output);
     std::unique_ptr<OutputFile> truth;
@@ -93,7 +116,7 @@ int RunSimulate(const SimulateOptions& o) {
     progress.Done();
     Note("%s: %ld frame(s) of %u x %u, %u bits, %s\n", o.output.c_str(), o.frames, cfg.point, cfg.line, cfg.bit,
          scene.Describe().c_str());
-    if (truth) Note("%s: the true temperatures, degrees Celsius, a film of doubles\n", o.truth.c_str());
+    if (truth) Note("%s: the true temperatures (degC), a film of doubles\n", o.truth.c_str());
     return kDone;
 }
 
@@ -101,14 +124,21 @@ RegisterCommand reg(360, [](CLI::App& app) {
     auto o = std::make_shared<SimulateOptions>();
     auto* sub = app.add_subcommand("simulate", "Write a film of the simulated camera");
     sub->add_option("-o,--output", o->output, "Film to write")->required();
-    sub->add_option("--scene", o->scene, "uniform, plate or lockin (default uniform)");
+    sub->add_option("--scene", o->scene,
+                    "uniform, plate, lockin or materials (a plate in three bands of emissivity 0.95, 0.7, 0.3; "
+                    "default uniform)");
     sub->add_option("--size", o->size, "Detector size WxH (default 320x256)");
     sub->add_option("--bits", o->bits, "Bit depth (default 14)")->check(CLI::Range(8, 16));
     sub->add_option("--frames", o->frames, "Number of frames (default 10)")->check(CLI::Range(1L, 1000000L));
     sub->add_option("-t,--temperature", o->temperature,
-                    "uniform: black-body temperature; lockin: mean sample temperature (degrees Celsius, default 30)");
-    sub->add_option("--left", o->left, "plate: left edge temperature, degrees Celsius (default 15)");
-    sub->add_option("--right", o->right, "plate: right edge temperature, degrees Celsius (default 55)");
+                    "uniform: black-body temperature; lockin: mean sample temperature (degC, default 30)");
+    sub->add_option("--left", o->left, "plate, materials: left edge temperature, degC (default 15, materials 10)");
+    sub->add_option("--right", o->right, "plate, materials: right edge temperature, degC (default 55, materials 100)");
+    sub->add_option("--emissivity", o->emissivity,
+                    "Emissivity of the scene's surface, above 0 and at most 1 (default 1; materials have theirs)");
+    sub->add_option("--reflected", o->reflected, "Temperature of the surroundings the surface reflects, degC (default 20)");
+    sub->add_option("--transmission", o->transmission, "Transmission of the air before the camera (default 1)");
+    sub->add_option("--atmosphere", o->atmosphere, "Temperature of that air, degC (default: the reflected one)");
     sub->add_option("--spot", o->spot, "plate: rise at the hot spot's centre, K (default 50)");
     sub->add_option("--move", o->move, "plate: pixels the spot moves right each frame (default 0)");
     sub->add_option("--period", o->period, "lockin: frames per excitation period (default 16)")->check(CLI::Range(2, 100000));

@@ -3,13 +3,16 @@
 #if defined(_WIN32)
 #include <fcntl.h>
 #include <io.h>
+#include <sys/stat.h>
 
 #include "thermokit/platform/Win32.h"
 #else
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 #endif
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -56,7 +59,36 @@ void OnInterrupt(void (*cleanup)()) {
     SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
 }
 
+namespace {
+
+std::atomic<bool (*)()> g_divert{nullptr};
+
+// Registered after OnInterrupt's handler, so called before it: TRUE ends the
+// event's handling here.
+BOOL WINAPI OnDivertedEvent(DWORD event) {
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT && event != CTRL_CLOSE_EVENT) return FALSE;
+    bool (*divert)() = g_divert.load();
+    return divert && divert() ? TRUE : FALSE;
+}
+
+}  // namespace
+
+void DivertInterrupt(bool (*divert)()) {
+    g_divert = divert;
+    SetConsoleCtrlHandler(OnDivertedEvent, TRUE);
+}
+
+void RestoreInterrupt() {
+    SetConsoleCtrlHandler(OnDivertedEvent, FALSE);
+    g_divert = nullptr;
+}
+
 void RemoveFileNow(const char* path) { DeleteFileW(win32::FileName(path).c_str()); }
+
+int CreateOutputDescriptor(const std::string& path) {
+    return _wopen(win32::FileName(path).c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY | _O_NOINHERIT,
+                  _S_IREAD | _S_IWRITE);
+}
 
 bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why) {
     if (MoveFileExW(win32::FileName(from).c_str(), win32::FileName(to).c_str(),
@@ -107,7 +139,40 @@ void OnInterrupt(void (*cleanup)()) {
     for (int s : {SIGINT, SIGTERM, SIGHUP}) ::signal(s, OnSignal);
 }
 
+namespace {
+
+bool (*volatile g_divert)() = nullptr;
+struct sigaction g_previous[3];
+constexpr int kSignals[3] = {SIGINT, SIGTERM, SIGHUP};
+
+void OnDivertedSignal(int signal) {
+    if (g_divert && g_divert()) return;
+    for (int i = 0; i < 3; ++i)
+        if (kSignals[i] == signal) sigaction(signal, &g_previous[i], nullptr);
+    raise(signal);
+}
+
+}  // namespace
+
+void DivertInterrupt(bool (*divert)()) {
+    g_divert = divert;
+    struct sigaction action {};
+    action.sa_handler = OnDivertedSignal;
+    action.sa_flags = SA_RESTART;  // threads blocked in the system carry on undisturbed
+    sigemptyset(&action.sa_mask);
+    for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &action, &g_previous[i]);
+}
+
+void RestoreInterrupt() {
+    for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &g_previous[i], nullptr);
+    g_divert = nullptr;
+}
+
 void RemoveFileNow(const char* path) { unlink(path); }
+
+int CreateOutputDescriptor(const std::string& path) {
+    return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
 
 bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why) {
     if (std::rename(from.c_str(), to.c_str()) == 0) return true;

@@ -29,9 +29,21 @@ bool IsTerminal(std::FILE* stream);
 // later calls change nothing.
 void OnInterrupt(void (*cleanup)());
 
+// From now until RestoreInterrupt, an interruption first calls divert (from
+// a signal handler or another thread: lock-free work only); when it returns
+// false the interruption does what it did before (OnInterrupt's cleanup, or
+// the end of the tool). Threads blocked in the system carry on undisturbed.
+void DivertInterrupt(bool (*divert)());
+void RestoreInterrupt();
+
 // Removes a file; safe in cleanup. On Windows, files the C library still
 // holds open are closed first (the tool is about to end).
 void RemoveFileNow(const char* path);
+
+// A new file for writing, as a C library descriptor with the permissions the
+// user's mask leaves (truncated when it exists; not inherited by child
+// processes; bytes as written on every system). -1 with errno set.
+int CreateOutputDescriptor(const std::string& path);
 
 // Replaces to with from in one step (rename; MoveFileExW with
 // MOVEFILE_REPLACE_EXISTING on Windows). False with the system's reason in

@@ -10,8 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
+#include "Conversion.h"
 #include "FilmInput.h"
-#include "thermokit/calibration/CLevelTable.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 
@@ -20,8 +20,7 @@ namespace {
 
 struct TemperatureOptions {
     std::string file;
-    std::string calib;
-    bool embedded = false;
+    ConversionOptions conversion;
     std::string pixel;
     std::string roi;
     long frame = 0;
@@ -29,6 +28,7 @@ struct TemperatureOptions {
 };
 
 int RunTemperature(const TemperatureOptions& o) {
+    if (!CheckConversionOptions(o.conversion)) return kUsage;
     long px = -1, py = -1;
     if (!o.pixel.empty() && !ParsePoint(o.pixel, px, py)) {
         Error("--pixel " + o.pixel + ": expected X,Y");
@@ -58,34 +58,43 @@ int RunTemperature(const TemperatureOptions& o) {
     }
     if (o.roi.empty()) r.SetRect(0, 0, film.point, film.line);
     else if (!RectInFilm(r, film, o.file, "--roi")) return kFailed;
-    auto cal = LoadCalibration(o.calib, o.embedded, *film.ptr, o.file);
-    if (!cal) return kFailed;
+    Conversion conv;
+    if (!LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
     if (!ReadFilmFrame(film, o.file, n)) return kFailed;
-    const std::string unit = CalibrationUnit(*cal, o.embedded);
+    const std::string& unit = conv.unit;
+    const std::string object = DescribeParameters(conv);
     CFrame* frame = film.ptr->GetFrame();
     const unsigned short maxLevel = film.ptr->GetMaxLevel();
     nlohmann::ordered_json j;
     j["file"] = o.file;
     j["frame"] = n;
     j["unit"] = unit;
+    if (!object.empty())
+        j["object"] = {{"emissivity", conv.params.GetEmissivity()},
+                       {"reflected_" + unit, conv.FromCelsius(conv.params.GetReflectedTemperature())},
+                       {"atmosphere_" + unit, conv.FromCelsius(conv.params.GetAtmosphereTemperature())},
+                       {"transmission", conv.params.GetTransmission()}};
     if (!o.pixel.empty()) {
         const unsigned short level = frame->GetPixel(static_cast<unsigned short>(px), static_cast<unsigned short>(py));
-        float value = 0.0f;
         const unsigned short masked = static_cast<unsigned short>(level & maxLevel);
-        const int ok = cal->Interpolate(static_cast<float>(masked), &value);
+        const float value = conv.Value(masked);
+        const bool ok = std::isfinite(value);
         if (o.json) {
             j["pixel"] = {px, py};
             j["level"] = masked;
             if (ok) j["value"] = value;
             else j["value"] = nullptr;
-        } else if (ok) {
+            std::printf("%s\n", j.dump(2).c_str());
+            return kDone;
+        }
+        if (ok)
             std::printf("%s frame %lu pixel (%ld,%ld): level %u, %.4f %s\n", o.file.c_str(), n, px, py, masked,
                         static_cast<double>(value), unit.c_str());
-        } else {
-            std::printf("%s frame %lu pixel (%ld,%ld): level %u, no value (outside the calibration)\n", o.file.c_str(),
-                        n, px, py, masked);
-        }
-        if (o.json) std::printf("%s\n", j.dump(2).c_str());
+        else
+            std::printf("%s frame %lu pixel (%ld,%ld): level %u, no value (outside the calibration's domain, or no "
+                        "object temperature explains it)\n",
+                        o.file.c_str(), n, px, py, masked);
+        if (!object.empty()) std::printf("  object: %s\n", object.c_str());
         return kDone;
     }
     // A rectangle (the whole image by default): extremes with their places, mean and spread.
@@ -99,7 +108,8 @@ int RunTemperature(const TemperatureOptions& o) {
             levels[k] = frame->GetBuffer()[where[k]];
         }
     std::vector<float> values(static_cast<size_t>(count));
-    ConvertLevels(*cal, levels.data(), count, maxLevel, values.data());
+    for (long i = 0; i < count; ++i) levels[i] &= maxLevel;
+    conv.Apply(levels.data(), count, values.data());
     std::vector<float> finite;
     std::vector<long> place;
     for (long i = 0; i < count; ++i)
@@ -107,22 +117,33 @@ int RunTemperature(const TemperatureOptions& o) {
             finite.push_back(values[i]);
             place.push_back(where[i]);
         }
-    if (finite.empty()) {
-        Error("file " + o.file + ": no level of frame " + std::to_string(n) + " in " + o.roi +
-              " converts through the calibration");
-        return kFailed;
-    }
-    float min = 0.0f, max = 0.0f;
-    long minAt = 0, maxAt = 0;
-    MinMaxPosition(finite.data(), static_cast<long>(finite.size()), &min, &max, minAt, maxAt, nullptr);
-    double mean = 0.0, sd = 0.0;
-    StdDev(finite.data(), static_cast<long>(finite.size()), &sd, &mean);
-    const long minX = place[minAt] % film.point, minY = place[minAt] / film.point;
-    const long maxX = place[maxAt] % film.point, maxY = place[maxAt] / film.point;
+    const long converted = static_cast<long>(finite.size());
     if (o.json) {
         j["rect"] = {r.left, r.top, r.Width(), r.Height()};
         j["pixels"] = count;
-        j["converted"] = finite.size();
+        j["converted"] = converted;
+        j["not_converted"] = count - converted;
+    }
+    if (finite.empty()) {
+        // No level converts (all outside the domain, or no object temperature explains them): nothing to tell.
+        if (o.json) {
+            for (const char* key : {"min", "max", "mean", "stddev"}) j[key] = nullptr;
+            std::printf("%s\n", j.dump(2).c_str());
+        } else {
+            std::printf("%s frame %lu, rectangle %d,%d,%d,%d (%ld pixels, 0 converted, %ld not converted), %s\n",
+                        o.file.c_str(), n, r.left, r.top, r.Width(), r.Height(), count, count, unit.c_str());
+            if (!object.empty()) std::printf("  object  %s\n", object.c_str());
+        }
+        return kDone;
+    }
+    float min = 0.0f, max = 0.0f;
+    long minAt = 0, maxAt = 0;
+    MinMaxPosition(finite.data(), converted, &min, &max, minAt, maxAt, nullptr);
+    double mean = 0.0, sd = 0.0;
+    StdDev(finite.data(), converted, &sd, &mean);
+    const long minX = place[minAt] % film.point, minY = place[minAt] / film.point;
+    const long maxX = place[maxAt] % film.point, maxY = place[maxAt] / film.point;
+    if (o.json) {
         j["min"] = {{"value", min}, {"x", minX}, {"y", minY}};
         j["max"] = {{"value", max}, {"x", maxX}, {"y", maxY}};
         j["mean"] = mean;
@@ -130,8 +151,10 @@ int RunTemperature(const TemperatureOptions& o) {
         std::printf("%s\n", j.dump(2).c_str());
         return kDone;
     }
-    std::printf("%s frame %lu, rectangle %d,%d,%d,%d (%ld pixels, %zu converted), %s\n", o.file.c_str(), n, r.left,
-                r.top, r.Width(), r.Height(), count, finite.size(), unit.c_str());
+    std::printf("%s frame %lu, rectangle %d,%d,%d,%d (%ld pixels, %ld converted, %ld not converted), %s\n",
+                o.file.c_str(), n, r.left, r.top, r.Width(), r.Height(), count, converted, count - converted,
+                unit.c_str());
+    if (!object.empty()) std::printf("  object  %s\n", object.c_str());
     std::printf("  min     %.4f at (%ld,%ld)\n", static_cast<double>(min), minX, minY);
     std::printf("  max     %.4f at (%ld,%ld)\n", static_cast<double>(max), maxX, maxY);
     std::printf("  mean    %.4f\n", mean);
@@ -143,17 +166,15 @@ RegisterCommand reg(340, [](CLI::App& app) {
     auto o = std::make_shared<TemperatureOptions>();
     auto* sub = app.add_subcommand("temperature", "Temperatures of one frame at a pixel or over a rectangle");
     sub->add_option("film", o->file, "Film file")->required();
-    auto* calib = sub->add_option("--calib", o->calib, "Calibration file");
-    auto* embedded = sub->add_flag("--embedded", o->embedded, "The film's own radiometric law (degrees Celsius)");
-    calib->excludes(embedded);
+    AddConversionOptions(sub, o->conversion);
     auto* pixel = sub->add_option("--pixel", o->pixel, "One pixel X,Y");
     auto* roi = sub->add_option("--roi", o->roi, "Rectangle x,y,w,h (default the whole image)");
     pixel->excludes(roi);
     sub->add_option("--frame", o->frame, "Frame number (default 0)")->check(CLI::NonNegativeNumber);
     sub->add_flag("--json", o->json, "Write JSON");
-    sub->footer("Example: thermokit temperature run.film --embedded --pixel 320,256 --frame 5");
+    sub->footer("Example: thermokit temperature run.film --embedded --emissivity 0.7 --reflected 25 --roi 100,80,64,48");
     sub->callback([o] {
-        if (o->calib.empty() && !o->embedded)
+        if (!o->conversion.Requested())
             throw CLI::ValidationError("temperature", "give --calib FILE or --embedded");
         SetAction([o] { return RunTemperature(*o); });
     });

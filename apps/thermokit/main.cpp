@@ -7,7 +7,6 @@
 
 #include "Command.h"
 #include "System.h"
-#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Version.h"
 
 namespace thermokit::cli {

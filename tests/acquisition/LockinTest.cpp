@@ -27,48 +27,32 @@ DATA_LOCKIN Params() {
 
 }  // namespace
 
-// Vector and scalar sums agree to the bit, with and without a reference,
-// on a pixel count that leaves a remainder for both paths.
-TEST(Lockin, VectorAndScalarPathsGiveIdenticalSums) {
+// The sums follow the rule for one pixel done by hand, frames with and
+// without the reference image mixed, read midway and at the end (every kernel
+// variant matches the scalar one: KernelVariantsTest).
+TEST(Lockin, SumsFollowTheRule) {
     const unsigned short point = 37, line = 23;
     const size_t n = size_t{point} * line;
-    CLockin vec(point, line, 14, 0), sca(point, line, 14, 0);
-    vec.SetVectorPath(1);
-    sca.SetVectorPath(0);
-    EXPECT_EQ(sca.UsesVectorPath(), 0);
-#if defined(__x86_64__) || defined(__aarch64__)
-    EXPECT_EQ(vec.UsesVectorPath(), 1);
-#endif
+    CLockin l(point, line, 14, 0);
     std::vector<double> reference(n);
     for (size_t i = 0; i < n; ++i) reference[i] = 1000.25 + static_cast<double>(i % 97) * 3.3;
-    for (int withReference = 0; withReference < 2; ++withReference) {
+    double re = 0, im = 0;
+    for (int f = 0; f < 23; ++f) {
         DATA_LOCKIN p = Params();
-        p.bSubtractReference = withReference;
-        vec.SetParameters(&p);
-        sca.SetParameters(&p);
-        vec.Reset();
-        sca.Reset();
-        for (int f = 0; f < 24; ++f) {
-            auto img = Levels(n, static_cast<uint32_t>(f * 7 + withReference));
-            const double angle = 2 * M_PI * f / 24 + 0.1;
-            ASSERT_EQ(vec.Accumulate(img.data(), static_cast<int32_t>(n), angle, reference.data()), 1);
-            ASSERT_EQ(sca.Accumulate(img.data(), static_cast<int32_t>(n), angle, reference.data()), 1);
+        p.bSubtractReference = f >= 13 && f < 16;
+        l.SetParameters(&p);
+        auto img = Levels(n, static_cast<uint32_t>(f * 7));
+        const double angle = 2 * M_PI * f / 24 + 0.1;
+        ASSERT_EQ(l.Accumulate(img.data(), static_cast<int32_t>(n), angle, reference.data()), 1);
+        const double d = img[n - 1] - (p.bSubtractReference ? reference[n - 1] : 0.0);
+        re += d * std::cos(angle);
+        im += d * std::sin(angle);
+        if (f == 9 || f == 22) {
+            EXPECT_EQ(l.GetReal()[n - 1], re) << f;
+            EXPECT_EQ(l.GetImag()[n - 1], im) << f;
         }
-        EXPECT_EQ(std::memcmp(vec.GetReal(), sca.GetReal(), n * sizeof(double)), 0);
-        EXPECT_EQ(std::memcmp(vec.GetImag(), sca.GetImag(), n * sizeof(double)), 0);
-        // And the sums are what the rule says for one pixel, done by hand.
-        double re = 0, im = 0;
-        for (int f = 0; f < 24; ++f) {
-            const double angle = 2 * M_PI * f / 24 + 0.1;
-            const double d = Levels(n, static_cast<uint32_t>(f * 7 + withReference))[n - 1] -
-                             (withReference ? reference[n - 1] : 0.0);
-            re += d * std::cos(angle);
-            im += d * std::sin(angle);
-        }
-        EXPECT_EQ(vec.GetReal()[n - 1], re);
-        EXPECT_EQ(vec.GetImag()[n - 1], im);
-        EXPECT_EQ(vec.GetFrame(), 24u);
     }
+    EXPECT_EQ(l.GetFrame(), 23u);
 }
 
 TEST(Lockin, RefusedFramesLeaveTheSumsAlone) {

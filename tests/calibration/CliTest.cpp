@@ -53,7 +53,9 @@ TEST(PlanckCli, BudgetAndRefusal) {
     ToolRun r = Tool("planck -t 300 -b 3 5 --json");
     EXPECT_EQ(r.status, 0) << r.out;
     EXPECT_NE(r.out.find("\"radiance_W_m2_sr\""), std::string::npos);
-    EXPECT_EQ(Tool("planck -t 10 -b 3 5").status, 1);
+    EXPECT_NE(r.out.find("\"temperature_degC\": 300.0"), std::string::npos) << r.out;  // -t is degC
+    EXPECT_EQ(Tool("planck -t -263.15 -b 3 5").status, 1);                            // 10 K: below the band's floor
+    EXPECT_EQ(Tool("planck -t -273.15 -b 3 5").status, 2);                            // absolute zero
     EXPECT_EQ(Tool("planck -t 300 -b 5 3").status, 1);
     EXPECT_EQ(Tool("planck -b 3 5").status, 2);
 }

@@ -1,12 +1,18 @@
 #pragma once
 // Running the tool as a process on files made by the library, in a folder of
-// the test's own.
+// the test's own; splitting its text, reading its pictures back.
+#include <png.h>
+
 #include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/ToolRun.h"
+#include "thermokit/film/CPtr.h"
+#include "thermokit/image/CFrame.h"
 
 namespace clitest {
 
@@ -45,6 +51,47 @@ inline std::vector<std::string> List(const std::string& dir) {
 inline Result Tool(const std::string& args) {
     thermokit::test::ToolRun run = thermokit::test::RunTool(args, thermokit::test::ToolErrors::kSeparate);
     return Result{run.status, std::move(run.out), std::move(run.err)};
+}
+
+// A film of point x line levels, level(i, k) for pixel i of frame k.
+inline void MakeFilm(const std::string& path, unsigned short point, unsigned short line, unsigned short bit,
+                     int frames, const std::function<unsigned short(long, int)>& level,
+                     const char* camera = "CliCam") {
+    thermokit::CPtr film(point, line, bit, 0, 1, 0);
+    film.SetFileName(path);
+    film.SetCamera(camera);
+    film.SetComment("made by the tool's tests");
+    for (int k = 0; k < frames; ++k) {
+        for (long i = 0; i < film.GetSize(); ++i) film.GetFrame()->GetBuffer()[i] = level(i, k);
+        film.GetFrame()->SetTime(100.0 + k);
+        ASSERT_EQ(film.AddFrame(), 1);
+    }
+}
+
+inline std::vector<std::string> Split(const std::string& text, char sep) {
+    std::vector<std::string> parts;
+    std::string part;
+    std::istringstream in(text);
+    while (std::getline(in, part, sep)) parts.push_back(part);
+    return parts;
+}
+
+// An 8-bit RGB picture read back with libpng; width 0 on failure.
+struct Picture {
+    unsigned width = 0, height = 0;
+    std::vector<unsigned char> rgb;
+};
+inline Picture ReadPng(const std::string& path) {
+    Picture p;
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, path.c_str())) return p;
+    image.format = PNG_FORMAT_RGB;
+    p.rgb.resize(PNG_IMAGE_SIZE(image));
+    if (!png_image_finish_read(&image, nullptr, p.rgb.data(), 0, nullptr)) return Picture{};
+    p.width = image.width;
+    p.height = image.height;
+    return p;
 }
 
 }  // namespace clitest

@@ -42,20 +42,6 @@ namespace {
 
 bool ToolBuilt() { return !std::string(THERMOKIT_TOOL_PATH).empty(); }
 
-// A film of point x line levels, level(i, k) for pixel i of frame k.
-void MakeFilm(const std::string& path, unsigned short point, unsigned short line, unsigned short bit, int frames,
-              const std::function<unsigned short(long, int)>& level, const char* camera = "CliCam") {
-    CPtr film(point, line, bit, 0, 1, 0);
-    film.SetFileName(path);
-    film.SetCamera(camera);
-    film.SetComment("made by the tool's tests");
-    for (int k = 0; k < frames; ++k) {
-        for (long i = 0; i < film.GetSize(); ++i) film.GetFrame()->GetBuffer()[i] = level(i, k);
-        film.GetFrame()->SetTime(100.0 + k);
-        ASSERT_EQ(film.AddFrame(), 1);
-    }
-}
-
 unsigned short Ramp(long i, int k) { return static_cast<unsigned short>(i * 10 + k); }
 
 // A calibration from level 0 to 4000 onto 0 to 100 degrees, in a straight line.
@@ -66,32 +52,6 @@ void MakeCalibration(const std::string& path) {
     ASSERT_TRUE(cal.Add(2000.0f, 50.0f));
     ASSERT_TRUE(cal.Add(4000.0f, 100.0f));
     ASSERT_EQ(cal.Save(path.c_str()), 1);
-}
-
-std::vector<std::string> Split(const std::string& text, char sep) {
-    std::vector<std::string> parts;
-    std::string part;
-    std::istringstream in(text);
-    while (std::getline(in, part, sep)) parts.push_back(part);
-    return parts;
-}
-
-// An 8-bit RGB picture read back with libpng; width 0 on failure.
-struct Picture {
-    unsigned width = 0, height = 0;
-    std::vector<unsigned char> rgb;
-};
-Picture ReadPng(const std::string& path) {
-    Picture p;
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&image, path.c_str())) return p;
-    image.format = PNG_FORMAT_RGB;
-    p.rgb.resize(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, p.rgb.data(), 0, nullptr)) return Picture{};
-    p.width = image.width;
-    p.height = image.height;
-    return p;
 }
 
 }  // namespace
@@ -331,7 +291,7 @@ TEST(Cli, StatsOverImageRectangleAndRegion) {
     ASSERT_EQ(lines.size(), 3u) << r.out;
     EXPECT_EQ(lines[0].substr(0, 39), "frame,time_s,pixels,min,max,mean,stddev");
     auto cells = Split(lines[2], ',');
-    ASSERT_EQ(cells.size(), 12u);
+    ASSERT_EQ(cells.size(), 13u);
     std::vector<double> v;
     for (long i = 0; i < 12; ++i) v.push_back(1100 + 7 * i);
     double mean, sd;
@@ -580,8 +540,8 @@ TEST(Cli, BadFilesFailCleanlyEverywhere) {
 TEST(Cli, HelpExamplesUsageAndQuiet) {
     if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
     for (const char* command :
-         {"info", "render", "export", "stats", "temperature", "edit", "simulate", "nuc compute", "badpixels detect",
-          "correct", "record", "lockin", "demo", "calib info", "calib convert", "planck", "palette list",
+         {"info", "render", "animate", "export", "stats", "temperature", "edit", "simulate", "nuc compute", "badpixels detect",
+          "correct", "cameras", "record", "lockin", "demo", "calib info", "calib convert", "planck", "palette list",
           "palette render", "about", "nuc", "badpixels", "palette", "calib", "registry", "registry get",
           "registry export"}) {
         const Result r = Tool(std::string(command) + " --help");

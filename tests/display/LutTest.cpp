@@ -10,6 +10,8 @@
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/display/CLut.h"
 #include "thermokit/display/CLut24.h"
+#include "thermokit/display/CBit24.h"
+#include "thermokit/display/RgbPicture.h"
 
 using namespace thermokit;
 
@@ -307,4 +309,25 @@ TEST(Lut8, RangesDeltaAndIndexTable) {
     EXPECT_EQ(big.GetBuffer()[0], 0);
     EXPECT_EQ(big.GetBuffer()[512], 512 * 255 / 1023);
     EXPECT_EQ(big.GetBuffer()[1023], 255);
+}
+
+// RGB pictures take the colours CBit24 draws, red first, levels masked alike.
+TEST(RgbPicture, SameColoursAsTheBitmapInRedGreenBlueOrder) {
+    CLogPalette palette(CLogPalette::HOTMETAL, 0, nullptr);
+    CLut24 lut(4095);
+    lut.Update(nullptr, &palette, 100, 3000);
+    const std::vector<unsigned short> levels = {0, 99, 100, 1500, 3000, 4095, 0xF123, 0xFFFF};
+    CBit24 bitmap(static_cast<long>(levels.size()), 1, 0);
+    ASSERT_TRUE(bitmap.Update(levels.data(), &lut));
+    std::vector<uint8_t> rgb(3 * levels.size());
+    LutToRgb(lut, levels.data(), static_cast<long>(levels.size()), rgb.data());
+    for (size_t i = 0; i < levels.size(); ++i) {
+        const uint32_t bgra = bitmap.GetBuffer()[i];
+        EXPECT_EQ(rgb[3 * i], (bgra >> 16) & 0xFF) << i;
+        EXPECT_EQ(rgb[3 * i + 1], (bgra >> 8) & 0xFF) << i;
+        EXPECT_EQ(rgb[3 * i + 2], bgra & 0xFF) << i;
+    }
+    // Hot metal ends near (255, 255, 128): red and blue are told apart.
+    EXPECT_EQ(rgb[3 * 5], 255);
+    EXPECT_LT(rgb[3 * 5 + 2], 200);
 }

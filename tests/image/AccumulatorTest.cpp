@@ -146,6 +146,34 @@ TEST(Average, VectorPathsMatchTheScalarRule) {
     }
 }
 
+// Long runs of whole level images (past the 32-bit totals' limit), the mean read
+// at the end or after every image, then another weight: the sums stay those
+// of one addition a pixel in double, in order.
+TEST(Average, LongRunsOfLevelImagesKeepTheRunningSums) {
+    const int n = 5;
+    CAverage seldom(n, 1, 16, 0), often(n, 1, 16, 0);
+    std::vector<double> ref(n, 0.0);
+    std::vector<unsigned short> img(n);
+    double weight = 0.0;
+    for (uint32_t k = 0; k < 65543; ++k) {
+        for (int i = 0; i < n; ++i) img[i] = static_cast<unsigned short>(65535 - (k * 7 + i) % 13 / 12);
+        const double w = k < 65540 ? 1.0 : 0.3;
+        ASSERT_EQ(seldom.Accumulate(img.data(), n, 16, w), 1);
+        ASSERT_EQ(often.Accumulate(img.data(), n, 16, w), 1);
+        for (int i = 0; i < n; ++i) ref[i] += img[i] * w;
+        weight += w;
+        if (k < 3) {
+            ASSERT_NE(often.GetDoubleBuffer(0), nullptr);
+        }
+        if (k == 65539 || k == 65542) {
+            const double* a = seldom.GetDoubleBuffer(0);
+            const double* b = often.GetDoubleBuffer(0);
+            for (int i = 0; i < n; ++i) ASSERT_TRUE(a[i] == ref[i] / weight && b[i] == a[i]) << k << " " << i;
+        }
+    }
+    EXPECT_EQ(seldom.GetFrame(), 65543u);
+}
+
 TEST(Average, SaveAverageWritesLevelsOrDoubles) {
     CAverage avg(4, 2, 14, 0);
     const std::string name = Temp("avg");

@@ -2,12 +2,14 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <numeric>
 #include <vector>
 
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/Statistics.h"
 #include "thermokit/platform/CRgn.h"
 
 using namespace thermokit;
@@ -550,4 +552,31 @@ TEST(PixelArray, LineDoublingAndPixelFootprint) {
     EXPECT_DOUBLE_EQ(GetPixelRes(15.0, 25.0, 1.0), 0.6);
     EXPECT_DOUBLE_EQ(GetPixelRes(25.0, 50.0, 10.0), 5.0);
     EXPECT_EQ(GetPixelRes(15.0, 0.0, 1.0), 0.0);
+}
+
+// Measurements leave out what is not finite (levels a calibration could not
+// convert), keep the order of the rest, and say how many counted.
+TEST(Statistics, FiniteValuesOnlyAndTheirCount) {
+    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+    const std::vector<float> v = {nan, 2.5f, -inf, 1.0f, 4.0f, nan};
+    const std::vector<float> finite = {2.5f, 1.0f, 4.0f};
+    const FrameStatistics a = Measure(v.data(), static_cast<long>(v.size()));
+    const FrameStatistics b = Measure(finite.data(), static_cast<long>(finite.size()));
+    EXPECT_EQ(a.count, 3);
+    EXPECT_EQ(a.min, 1.0);
+    EXPECT_EQ(a.max, 4.0);
+    EXPECT_EQ(a.mean, b.mean);
+    EXPECT_EQ(a.stdDev, b.stdDev);
+    double sd = 0.0, mean = 0.0;
+    StdDev(finite.data(), 3, &sd, &mean);
+    EXPECT_EQ(a.stdDev, sd);
+    const std::vector<double> none = {std::nan(""), std::nan("")};
+    const FrameStatistics c = Measure(none.data(), 2);
+    EXPECT_EQ(c.count, 0);
+    EXPECT_TRUE(std::isnan(c.min) && std::isnan(c.max) && std::isnan(c.mean) && std::isnan(c.stdDev));
+    const std::vector<unsigned short> levels = {7, 0, 65535};
+    const FrameStatistics d = Measure(levels.data(), 3);
+    EXPECT_EQ(d.count, 3);
+    EXPECT_EQ(d.min, 0.0);
+    EXPECT_EQ(d.max, 65535.0);
 }

@@ -73,7 +73,7 @@ TEST_F(Demo, MeetsEveryTargetOnASmallDetector) {
     EXPECT_LT(t["p99_abs_k"].get<double>(), 0.5);
     EXPECT_GE(t["worst_abs_k"].get<double>(), t["p99_abs_k"].get<double>() - 0.001);
     const auto& w = t["worst_at"];
-    EXPECT_NEAR(std::fabs(w["measured_celsius"].get<double>() - w["true_celsius"].get<double>()),
+    EXPECT_NEAR(std::fabs(w["measured_degC"].get<double>() - w["true_degC"].get<double>()),
                 t["worst_abs_k"].get<double>(), 1e-6);
     EXPECT_LT(w["x"].get<long>(), 160);
     EXPECT_LT(w["frame"].get<long>(), t["frames"].get<long>());
@@ -85,7 +85,19 @@ TEST_F(Demo, MeetsEveryTargetOnASmallDetector) {
     EXPECT_LT(r["calibration"]["law_difference_max_k"].get<double>(), 0.2);
     EXPECT_TRUE(r["all_targets_met"].get<bool>());
     EXPECT_FALSE(r["runtime"]["checked"].get<bool>());
-    EXPECT_EQ(r["stages"].size(), 6u);
+    EXPECT_EQ(r["stages"].size(), 7u);
+
+    // The materials: right within the targets for emissivities of 0.7 and above, far off as a black body.
+    const auto& bands = r["emissivity"]["bands"];
+    ASSERT_EQ(bands.size(), 3u);
+    for (const auto& band : bands) {
+        EXPECT_GT(band["pixels_counted"].get<long>(), 1000);
+        if (band["emissivity"].get<double>() >= 0.7) {
+            EXPECT_LT(band["median_abs_k"].get<double>(), 0.2);
+            EXPECT_LT(band["p99_abs_k"].get<double>(), 0.5);
+        }
+        EXPECT_GT(band["black_body_median_abs_k"].get<double>(), 5.0 * band["median_abs_k"].get<double>() + 0.5);
+    }
 }
 
 TEST_F(Demo, WritesEveryPromisedFile) {
@@ -94,7 +106,8 @@ TEST_F(Demo, WritesEveryPromisedFile) {
                              "scene_raw.png", "scene_corrected.png", "scene_temperature.png", "scene_isotherms.png",
                              "lockin_module.png", "lockin_phase.png", "films/scene.film", "films/lockin.film",
                              "truth/gain.film", "truth/offset.film", "truth/defects.csv",
-                             "truth/scene_temperature.film"}) {
+                             "truth/scene_temperature.film", "materials_temperature.png", "materials_black_body.png",
+                             "truth/materials_temperature.film"}) {
         const fs::path p = fs::path(s_dir) / name;
         EXPECT_TRUE(fs::exists(p) && fs::file_size(p) > 0) << name;
     }
@@ -140,7 +153,7 @@ TEST_F(Demo, SameSeedSameFigures) {
     ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --frames 6"), 0);
     const auto r = nlohmann::json::parse(std::ifstream(again + "/report.json"), nullptr, false);
     ASSERT_TRUE(r.is_object());
-    for (const char* key : {"fpn", "bad_pixels", "temperature", "lockin", "calibration"})
+    for (const char* key : {"fpn", "bad_pixels", "temperature", "emissivity", "lockin", "calibration"})
         EXPECT_EQ(r[key], s_report[key]) << key;
     {
         std::ifstream a(s_dir + "/films/scene.film", std::ios::binary), b(again + "/films/scene.film", std::ios::binary);

@@ -4,79 +4,19 @@
 #include <cstring>
 #include <vector>
 
+#include "thermokit/acquisition/LockinKernels.h"
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/CpuFeatures.h"
-#include "thermokit/platform/TargetClones.h"
+#include "thermokit/platform/KernelTable.h"
 
 namespace thermokit {
 
+namespace kernels {
+THERMOKIT_DEFINE_KERNELS(LockinKernels, Lockin)
+}  // namespace kernels
+
 namespace {
-
-// The vector path: a plain loop the compiler turns into two (SSE2), four
-// (AVX2) or eight (AVX-512) doubles at a time, chosen once at start-up.
-// Each sum is the same sequence of IEEE operations as the scalar path, and
-// no multiply-add is fused, so the results agree to the bit.
-THERMOKIT_CLONES
-void AccumulateVector(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
-                      double* __restrict real, double* __restrict imag) {
-    if (reference) {
-        for (int32_t i = 0; i < n; ++i) {
-            const double d = static_cast<double>(levels[i]) - reference[i];
-            real[i] += d * c;
-            imag[i] += d * s;
-        }
-    } else {
-        for (int32_t i = 0; i < n; ++i) {
-            const double d = static_cast<double>(levels[i]);
-            real[i] += d * c;
-            imag[i] += d * s;
-        }
-    }
-}
-
-// The scalar path: four pixels a pass, then the rest one by one; kept out of
-// the vectoriser so that it stays the reference the vector path is held to.
-// kSubtract: each level less its reference value.
-template <bool kSubtract>
-__attribute__((optimize("no-tree-vectorize"))) void AccumulateScalarWith(const unsigned short* levels,
-                                                                          const double* reference, int32_t n,
-                                                                          double c, double s, double* real,
-                                                                          double* imag) {
-    const auto level = [&](int32_t i) {
-        if constexpr (kSubtract)
-            return static_cast<double>(levels[i]) - reference[i];
-        else
-            return static_cast<double>(levels[i]);
-    };
-    int32_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const double d0 = level(i);
-        const double d1 = level(i + 1);
-        const double d2 = level(i + 2);
-        const double d3 = level(i + 3);
-        real[i] += d0 * c;
-        imag[i] += d0 * s;
-        real[i + 1] += d1 * c;
-        imag[i + 1] += d1 * s;
-        real[i + 2] += d2 * c;
-        imag[i + 2] += d2 * s;
-        real[i + 3] += d3 * c;
-        imag[i + 3] += d3 * s;
-    }
-    for (; i < n; ++i) {
-        const double d = level(i);
-        real[i] += d * c;
-        imag[i] += d * s;
-    }
-}
-
-void AccumulateScalar(const unsigned short* levels, const double* reference, int32_t n, double c, double s,
-                      double* real, double* imag) {
-    if (reference)
-        AccumulateScalarWith<true>(levels, reference, n, c, s, real, imag);
-    else
-        AccumulateScalarWith<false>(levels, reference, n, c, s, real, imag);
-}
 
 // Recomputes a result image (value(i) at each of the n pixels, then filter) unless it already holds
 // the result for this filter; done and lastFilter record what it holds.
@@ -91,17 +31,18 @@ void Refresh(double* image, int32_t n, unsigned short filter, int force, unsigne
     done = 1;
 }
 
-bool VectorAvailable() {
-    const CpuFeatures& f = CpuFeatures::Get();
-    return f.sse2 || f.neon;
-}
-
 }  // namespace
+
+double CLockin::ReferenceAngle(double frequency, unsigned long frame, double frameRate) {
+    return 2.0 * M_PI * frequency * static_cast<double>(frame) / frameRate;
+}
 
 CLockin::CLockin(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation)
     : CFrame(point, line, bit, rotation, 0) {
+    // What the processor offers, as recorded; the accumulation runs the
+    // kernel variant the dispatcher chose, which gives the same sums.
     m_bSse = CpuFeatures::Get().sse ? 1 : 0;
-    m_bSse2 = VectorAvailable() ? 1 : 0;
+    m_bSse2 = CpuFeatures::Get().sse2 || CpuFeatures::Get().neon ? 1 : 0;
     Init();
 }
 
@@ -110,6 +51,7 @@ CLockin::~CLockin() {
     AlignedFree(m_pImag);
     AlignedFree(m_pModule);
     AlignedFree(m_pPhase);
+    AlignedFree(m_pHeld);
 }
 
 void CLockin::Init() {
@@ -117,6 +59,10 @@ void CLockin::Init() {
     AlignedFree(m_pImag);
     AlignedFree(m_pModule);
     AlignedFree(m_pPhase);
+    AlignedFree(m_pHeld);
+    m_nHeldLimit = GetSize() >= (1L << 20) ? kHeld : 4;
+    m_pHeld = static_cast<unsigned short*>(
+        AlignedAlloc(static_cast<size_t>(m_nHeldLimit) * static_cast<size_t>(GetSize()) * sizeof(unsigned short)));
     const size_t bytes = static_cast<size_t>(GetSize()) * sizeof(double);
     m_pReal = static_cast<double*>(AlignedAlloc(bytes));
     m_pImag = static_cast<double*>(AlignedAlloc(bytes));
@@ -128,6 +74,7 @@ void CLockin::Init() {
 }
 
 void CLockin::Reset() {
+    m_nHeld = 0;
     m_nFrame = 0;
     m_bModuleDone = 0;
     m_bPhaseDone = 0;
@@ -143,8 +90,6 @@ void CLockin::SetParameters(DATA_LOCKIN* parameters) {
     m_bPhaseDone = 0;
 }
 
-void CLockin::SetVectorPath(int enable) { m_bSse2 = enable && VectorAvailable() ? 1 : 0; }
-
 int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, double* reference) {
     if (count != GetSize() || (count > 0 && (!levels || !m_pReal || !m_pImag))) return 0;
     const double* ref = nullptr;
@@ -154,10 +99,21 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
     }
     const double c = std::cos(angle);
     const double s = std::sin(angle);
-    if (m_bSse2)
-        AccumulateVector(levels, ref, count, c, s, m_pReal, m_pImag);
-    else
-        AccumulateScalar(levels, ref, count, c, s, m_pReal, m_pImag);
+    if (!ref && m_pHeld && count > 0) {
+        // Frames that no cache holds go round it (no read before the write).
+        auto* held = reinterpret_cast<unsigned char*>(m_pHeld + static_cast<size_t>(m_nHeld) * static_cast<size_t>(count));
+        const size_t bytes = static_cast<size_t>(count) * sizeof(unsigned short);
+        if (m_nHeldLimit == kHeld)
+            kernels::Pixel().copyStreaming(held, reinterpret_cast<const unsigned char*>(levels), bytes);
+        else
+            std::memcpy(held, levels, bytes);
+        m_adHeldCos[m_nHeld] = c;
+        m_adHeldSin[m_nHeld] = s;
+        if (++m_nHeld == m_nHeldLimit) AddHeldFrames();
+    } else {
+        AddHeldFrames();
+        kernels::Lockin().accumulate(levels, ref, count, c, s, m_pReal, m_pImag);
+    }
     ++m_nFrame;
     m_bModuleDone = 0;
     m_bPhaseDone = 0;
@@ -167,6 +123,13 @@ int CLockin::Accumulate(unsigned short* levels, int32_t count, double angle, dou
 int CLockin::Accumulate(CFrame* frame, double angle, double* reference) {
     if (!frame) return 0;
     return Accumulate(frame->GetBuffer(), static_cast<int32_t>(frame->GetSize()), angle, reference);
+}
+
+void CLockin::AddHeldFrames() const {
+    if (m_nHeld == 0) return;
+    kernels::Lockin().accumulateHeld(m_pHeld, m_nHeld, m_adHeldCos, m_adHeldSin, static_cast<int32_t>(GetSize()),
+                                     m_pReal, m_pImag);
+    m_nHeld = 0;
 }
 
 double CLockin::Module(int32_t i) const {
@@ -191,6 +154,7 @@ double CLockin::Phase(int32_t i) const {
 
 double* CLockin::GetModule(unsigned short filter, int force) {
     if (m_nFrame == 0 || !m_pModule) return nullptr;
+    AddHeldFrames();
     const double scale = m_Parameters.dScaleA - m_Parameters.dScaleB;
     Refresh(
         m_pModule, static_cast<int32_t>(GetSize()), filter, force, m_nModuleFilter, m_bModuleDone,
@@ -206,6 +170,7 @@ double* CLockin::GetModule(unsigned short filter, int force) {
 
 double* CLockin::GetPhase(unsigned short filter, int force) {
     if (m_nFrame == 0 || !m_pPhase) return nullptr;
+    AddHeldFrames();
     Refresh(
         m_pPhase, static_cast<int32_t>(GetSize()), filter, force, m_nPhaseFilter, m_bPhaseDone,
         [&](int32_t i) { return Module(i) > m_Parameters.dThreshold ? Phase(i) : 0.0; },

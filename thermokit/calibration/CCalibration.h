@@ -14,12 +14,13 @@
 
 #include "thermokit/platform/CObject.h"
 #include "thermokit/platform/CRect.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
 class File;
 
-class CCalibration : public CObject {
+class CCalibration : public CObject, public LastError {
     THERMOKIT_DECLARE_DYNAMIC(CCalibration)
 
 public:
@@ -131,6 +132,20 @@ public:
     // 2 when the calibration has extended classes (the camera temperature changes the curve), else 0.
     virtual int GetCalibModifyParam();
     virtual int SetRectDetector(CRect rect);
+
+    // The radiometric signal: the quantity that grows in proportion to the
+    // radiance reaching the detector, up to a constant. Radiations that add up
+    // at the detector (an object, what it reflects, the air in between; see
+    // CObjectParameters) add up in this quantity, so the object model works in
+    // it. For a curve the signal is the level itself: a constant offset of the
+    // levels cancels in the model's weighted sums. A radiometric law has a
+    // signal of its own and overrides the three.
+    // The signal of a level; 0 when the level has none (outside the law's domain).
+    virtual int LevelToSignal(float level, double* signal) const;
+    // The calibrated value (Y) of a signal and the signal of a value, by the
+    // rule of Interpolate and FindAbscisse; 0 when there is none.
+    virtual int SignalToValue(double signal, double* value, int extrapolate = 1) const;
+    virtual int ValueToSignal(double value, double* signal, int extrapolate = 1) const;
 
     // Files.
     int Open(const char* fileName);

@@ -104,6 +104,16 @@ int CCalibrationComp::Interpolate(float level, float* temperature, int extrapola
     return CCalibrationRBF::Interpolate(reference, temperature, extrapolate);
 }
 
+int CCalibrationComp::LevelToSignal(float level, double* signal) const {
+    double d, g;
+    int usable;
+    if (!GetDrift(&d, &g, &usable)) {
+        if (!usable) return 0;
+        return CCalibrationRBF::LevelToSignal(level, signal);
+    }
+    return CCalibrationRBF::LevelToSignal(static_cast<float>((level - d) / g), signal);
+}
+
 int CCalibrationComp::FindAbscisse(float temperature, float* level, int extrapolate) const {
     double d, g;
     int usable;

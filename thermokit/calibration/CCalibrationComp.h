@@ -46,6 +46,8 @@ public:
     float* GetCurveY() override;
     int FindAbscisse(float temperature, float* level, int extrapolate = 1) const override;
     int Interpolate(float level, float* temperature, int extrapolate = 1) const override;
+    // The law's signal of the level brought back to the reference camera temperature.
+    int LevelToSignal(float level, double* signal) const override;
     // 2 while a compensation record is set (the camera temperature changes the conversion), else as the base.
     int GetCalibModifyParam() override;
 

@@ -1,6 +1,7 @@
 #include "thermokit/calibration/CCalibrationRBF.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 namespace thermokit {
@@ -134,6 +135,60 @@ int CCalibrationRBF::FindAbscisse(float temperature, float* level, int extrapola
     if (!(T > 0.0)) return 0;
     *level = static_cast<float>(tempToImg(T));
     return 1;
+}
+
+int CCalibrationRBF::LevelToSignal(float level, double* signal) const {
+    if (!m_bLaw) return CCalibration::LevelToSignal(level, signal);
+    if (!signal || !(level > 0.0f)) return 0;
+    const int lv = level >= 65536.0f ? 65536 : static_cast<int>(level);  // as Interpolate
+    const double s = imgToPow(lv, m_Param.m_nOffset, m_Param.m_fScale);
+    if (!(s > 0.0) || !std::isfinite(s)) return 0;
+    *signal = s;
+    return 1;
+}
+
+int CCalibrationRBF::SignalToValue(double signal, double* value, int extrapolate) const {
+    if (!m_bLaw) return CCalibration::SignalToValue(signal, value, extrapolate);
+    if (!value || !(signal > 0.0)) return 0;
+    const double t = objSigToDblTemp(signal) - kKelvin;
+    if (!std::isfinite(t)) return 0;
+    *value = t;
+    return 1;
+}
+
+int CCalibrationRBF::ValueToSignal(double value, double* signal, int extrapolate) const {
+    if (!m_bLaw) return CCalibration::ValueToSignal(value, signal, extrapolate);
+    const double T = value + kKelvin;
+    if (!signal || !(T > 0.0)) return 0;
+    const double s = tempToObjSig(T);
+    if (!std::isfinite(s)) return 0;
+    *signal = s;
+    return 1;
+}
+
+std::string CCalibrationRBF::CheckLaw(const _SCalibrationRBF& law) {
+    auto text = [](double v) {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%g", v);
+        return std::string(buf);
+    };
+    const struct {
+        const char* name;
+        double value;
+        bool positive;  // must be above 0, not only finite
+    } fields[] = {{"R (m_fR)", law.m_fR, true},
+                  {"B (m_fB)", law.m_fB, true},
+                  {"F (m_fF)", law.m_fF, false},
+                  {"scale (m_fScale)", law.m_fScale, true},
+                  {"non-linearity (m_fNonLinearity)", law.m_fNonLinearity, false}};
+    const size_t used = law.m_wNonLinear ? 5 : 4;  // the linear law does not read the non-linearity
+    for (size_t i = 0; i < used; ++i) {
+        const auto& f = fields[i];
+        if (!std::isfinite(f.value)) return f.name + std::string(" is ") + text(f.value) + ", not a finite number";
+        if (f.positive && !(f.value > 0.0))
+            return f.name + std::string(" is ") + text(f.value) + "; the law needs it above 0";
+    }
+    return std::string();
 }
 
 float* CCalibrationRBF::GetCurveX() {

@@ -8,6 +8,7 @@
 // the curve calibration it derives from.
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "thermokit/calibration/CCalibration.h"
 
@@ -105,6 +106,19 @@ public:
     int FindAbscisse(float temperature, float* level, int extrapolate = 1) const override;
     // With a law: the first two X are recomputed from their Y, clamped to [0, 65536].
     float* GetCurveX() override;
+
+    // The law's signal (imgToPow) is the radiometric signal: LevelToSignal is
+    // 0 where it is not above 0 (level 0, and the levels below the law's zero,
+    // which Interpolate turns into -273.15); SignalToValue gives degrees Celsius
+    // and is 0 where the result is not finite. Without a law, the base's.
+    int LevelToSignal(float level, double* signal) const override;
+    int SignalToValue(double signal, double* value, int extrapolate = 1) const override;
+    int ValueToSignal(double value, double* signal, int extrapolate = 1) const override;
+
+    // Why a law cannot give temperatures: the first field that is not a
+    // finite number, or that makes the law degenerate (R, B or the scale not
+    // above 0), named as in the record; empty when the law is usable.
+    static std::string CheckLaw(const _SCalibrationRBF& law);
 
     int HasLaw() const { return m_bLaw; }
     const _SCalibrationRBF& GetRBFParam() const { return m_Param; }

@@ -1,14 +1,12 @@
 #include "thermokit/display/CBit24.h"
 
-#include <bit>
-#include <cstring>
 
 #include "thermokit/display/BitmapShared.h"
 #include "thermokit/display/CLut24.h"
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/Display.h"
 #include "thermokit/platform/Messages.h"
 #include "thermokit/platform/PngWriter.h"
-#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
@@ -16,30 +14,10 @@ const char* const CBit24::kTrueColorMessage =
     "This software requires true color 24/32 bits mode in your display. Please select 24/32 bits or 16 Millions or "
     "True color in the settings of your display system.";
 
-// Eight levels are read as two 64-bit words and split with shifts: fewer
-// loads than one 16-bit load a pixel, which is what limits this loop. Gather
-// instructions are slower than this on the machines we measured, so the
-// variants differ only in the scalar instructions (BMI2 shifts on x86-64-v3).
-THERMOKIT_CLONES_V3
-void MapLevelsToPixels(const uint16_t* __restrict in, uint32_t* __restrict out, long count,
-                       const uint32_t* __restrict lut, uint16_t mask) {
-    static_assert(std::endian::native == std::endian::little);
-    const uint64_t m = mask;
-    long i = 0;
-    for (; i + 8 <= count; i += 8) {
-        uint64_t a, b;
-        std::memcpy(&a, in + i, 8);
-        std::memcpy(&b, in + i + 4, 8);
-        out[i + 0] = lut[a & m];
-        out[i + 1] = lut[(a >> 16) & m];
-        out[i + 2] = lut[(a >> 32) & m];
-        out[i + 3] = lut[(a >> 48) & m];
-        out[i + 4] = lut[b & m];
-        out[i + 5] = lut[(b >> 16) & m];
-        out[i + 6] = lut[(b >> 32) & m];
-        out[i + 7] = lut[(b >> 48) & m];
-    }
-    for (; i < count; ++i) out[i] = lut[in[i] & mask];
+void MapLevelsToPixels(const uint16_t* in, uint32_t* out, long count, const uint32_t* lut, uint16_t mask) {
+    // A bitmap is drawn later, not read back now: beyond a megabyte its
+    // stores skip the cache.
+    if (count > 0) kernels::Pixel().lookup32(lut, mask, in, count, out, count >= (1L << 18));
 }
 
 CBit24::CBit24(long size, int quiet, int bottomUp) : m_bBottomUp(bottomUp) {

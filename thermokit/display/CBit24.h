@@ -69,8 +69,8 @@ private:
     int m_nLine = 0;
 };
 
-// Levels to pixels through a table: out[i] = lut[in[i] & mask]. Compiled for
-// several instruction sets; every variant gives the same pixels.
+// Levels to pixels through a table: out[i] = lut[in[i] & mask], the table
+// holding mask + 1 entries.
 void MapLevelsToPixels(const uint16_t* in, uint32_t* out, long count, const uint32_t* lut, uint16_t mask);
 
 }  // namespace thermokit

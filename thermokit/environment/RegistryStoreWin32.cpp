@@ -313,8 +313,12 @@ bool RegistryStore::Remove(const std::string& path) {
     return rc == ERROR_SUCCESS || rc == ERROR_FILE_NOT_FOUND;
 }
 
-std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool write, bool) {
-    if (path.empty()) return nullptr;
+std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool write, bool, std::string* why) {
+    if (why) why->clear();
+    if (path.empty()) {
+        if (why) *why = "no settings store: no key named";
+        return nullptr;
+    }
     ::HKEY root;
     std::string below;
     Locate(path, &root, &below);
@@ -329,7 +333,14 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool
         // the right to write (a plain user and the machine's key), it fails.
         rc = RegOpenKeyExW(root, below.empty() ? nullptr : win32::Widen(below).c_str(), 0, Access(write), &key);
     }
-    if (rc != ERROR_SUCCESS) return nullptr;
+    if (rc != ERROR_SUCCESS) {
+        if (why) {
+            if (rc == ERROR_FILE_NOT_FOUND || rc == ERROR_PATH_NOT_FOUND) *why = "no settings store (no such key)";
+            else if (rc == ERROR_ACCESS_DENIED) *why = "cannot be opened (access denied)";
+            else *why = "cannot be opened (" + win32::ErrorText(static_cast<unsigned long>(rc)) + ")";
+        }
+        return nullptr;
+    }
     auto store = std::shared_ptr<RegistryStore>(new RegistryStore());
     store->m_path = FullName(root, below);
     store->m_root = Own(key);
@@ -337,16 +348,16 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool
     return store;
 }
 
-RegistryKey RegistryKey::OpenRootAt(const std::string& path, bool write, bool privateFile) {
-    auto store = RegistryStore::Open(path, write, privateFile);
+RegistryKey RegistryKey::OpenRootAt(const std::string& path, bool write, bool privateFile, std::string* why) {
+    auto store = RegistryStore::Open(path, write, privateFile, why);
     if (!store) return RegistryKey();
     const bool writable = store->m_writable;
     std::shared_ptr<void> handle = store->m_root;
     return RegistryKey(std::move(store), std::move(handle), std::string(), writable);
 }
 
-RegistryKey RegistryKey::OpenRoot(RegistryRoot root, bool write) {
-    return OpenRootAt(RegistryStore::StorePath(root), write, root == RegistryRoot::User);
+RegistryKey RegistryKey::OpenRoot(RegistryRoot root, bool write, std::string* why) {
+    return OpenRootAt(RegistryStore::StorePath(root), write, root == RegistryRoot::User, why);
 }
 
 RegistryKey RegistryKey::OpenSubKey(const std::string& path, bool create) const {

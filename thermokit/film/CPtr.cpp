@@ -1,50 +1,21 @@
 #include "thermokit/film/CPtr.h"
 
+#include <cerrno>
 #include <cstring>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/CRgn.h"
-#include "thermokit/platform/CpuFeatures.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
-#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
-
-namespace {
-
-// The OR of all values: a read-only pass, cheaper than masking, that tells
-// whether a film's pixels need masking at all.
-THERMOKIT_CLONES
-unsigned short OrAll(const unsigned short* p, long n) {
-    unsigned short acc = 0;
-    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
-    return acc;
-}
-
-#if defined(__x86_64__)
-__attribute__((target("avx512f,avx512bw,avx512vl,avx2,prefer-vector-width=512")))
-unsigned short OrAll512(const unsigned short* p, long n) {
-    unsigned short acc = 0;
-    for (long i = 0; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
-    return acc;
-}
-#endif
-
-// The widest form of OrAll this processor runs, chosen once.
-unsigned short OrLevels(const unsigned short* p, long n) {
-#if defined(__x86_64__)
-    static const bool wide = CpuFeatures::Get().avx512f && CpuFeatures::Get().avx512bw;
-    if (wide) return OrAll512(p, n);
-#endif
-    return OrAll(p, n);
-}
-
-}  // namespace
 
 // A read-only descriptor kept between reads. Begin() does what opening the
 // file for reading with the sharing asked for does (find the file by name,
@@ -84,13 +55,22 @@ CPtr::CPtr(const std::string& fileName, int unused1, int unused2, int b24) : CPt
 }
 
 CPtr::CPtr(const std::string& fileName, int b24, unsigned bytesPerPixel) : CPtrOver(fileName) {
-    if (m_bValid && PixelBytes(m_Header) != bytesPerPixel) m_bValid = 0;
+    if (m_bValid && PixelBytes(m_Header) != bytesPerPixel) {
+        m_bValid = 0;
+        SetLastError(ErrorKind::Format, bytesPerPixel == 2 ? "a film of doubles, not of 16-bit levels"
+                                                           : "a film of 16-bit levels, not of doubles");
+    }
     if (m_bValid) {
         InitImage();
-        m_pFrame = new CFrame(GetPoint(), GetLine(), GetBit(), 0, b24);
-    } else {
-        m_pFrame = new CFrame(static_cast<unsigned short>(0), static_cast<unsigned short>(0), 16, 0, b24);
+        try {
+            m_pFrame = new CFrame(GetPoint(), GetLine(), GetBit(), 0, b24);
+        } catch (const std::bad_alloc&) {
+            m_bValid = 0;
+            SetLastError(ErrorKind::Memory,
+                         "an image of " + std::to_string(GetSize()) + " pixels cannot be allocated");
+        }
     }
+    if (!m_pFrame) m_pFrame = new CFrame(static_cast<unsigned short>(0), static_cast<unsigned short>(0), 16, 0, b24);
 }
 
 CPtr::CPtr(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
@@ -164,13 +144,20 @@ uint64_t CPtr::OffsetTrame(unsigned long n) const { return OffsetImage(n) + GetI
 
 // ---------------------------------------------------------------- messages
 
-void CPtr::ReadFailed(unsigned long n) const {
+void CPtr::ReadFailed(unsigned long n, int err) {
     Messages::ShowMessage(Format("Cannot read frame #%ld in file %s.", static_cast<long>(n), m_strFileName.c_str()),
                           "thermokit", MB_ICONERROR);
+    const std::string what = "frame " + std::to_string(n) + " cannot be read";
+    if (err > 0) SetLastError(what, err);
+    else if (err == 0) SetLastError(ErrorKind::Format, what + " (the file ends before it)");
+    else SetLastError(ErrorKind::Argument, what + " (no film open, or no frame of the film's size to read into)");
 }
-void CPtr::SaveFailed(unsigned long n) const {
+void CPtr::SaveFailed(unsigned long n, int err) {
     Messages::ShowMessage(Format("Cannot save frame #%ld in file %s.", static_cast<long>(n), m_strFileName.c_str()),
                           "thermokit", MB_ICONERROR);
+    const std::string what = "frame " + std::to_string(n) + " cannot be written";
+    if (err > 0) SetLastError(what, err);
+    else SetLastError(ErrorKind::Argument, what + " (no film, or no frame of the film's size to write)");
 }
 
 // ---------------------------------------------------------------- reading
@@ -193,7 +180,7 @@ double CPtr::ImageTime(const unsigned char* image, int irigbPlay) {
 int CPtr::ReadImage(unsigned long n, void* pixels, size_t bytes, double* time) {
     if (!m_pCache) m_pCache = std::make_unique<ReadCache>();
     ReadCache& cache = *m_pCache;
-    if (!cache.Begin(m_strFileName, ReadSharing())) return 0;
+    if (!cache.Begin(m_strFileName, ReadSharing())) return SetLastError("cannot be opened", cache.file);
     const uint32_t ihs = GetImageHeaderSize();
     const uint64_t at = OffsetImage(n);
     const uint64_t pixelsAt = OffsetTrame(n);
@@ -207,9 +194,10 @@ int CPtr::ReadImage(unsigned long n, void* pixels, size_t bytes, double* time) {
         const File::Span body[1] = {{pixels, bytes}};
         ok = (ihs == 0 || cache.file.ReadSpansAt(at, head, 1)) && cache.file.ReadSpansAt(pixelsAt, body, 1);
     }
+    const int err = ok ? 0 : cache.file.GetLastError();
     cache.End();
     if (!ok) {
-        ReadFailed(n);
+        ReadFailed(n, err);
         return 0;
     }
     if (time) *time = ImageTime(m_Image, IsIRIGBPlay());
@@ -228,7 +216,7 @@ int CPtr::Read(unsigned long n, CFrame* f) {
     // Clear the bits above the depth (only when some pixel has one: a
     // well-formed film has none, and looking is cheaper than writing).
     const unsigned short maxLevel = GetMaxLevel();
-    if (maxLevel != 0xFFFF && (OrLevels(f->GetBuffer(), GetSize()) & ~maxLevel))
+    if (maxLevel != 0xFFFF && (kernels::Pixel().orU16(f->GetBuffer(), GetSize()) & ~maxLevel))
         thermokit::Mask(f->GetBuffer(), GetSize(), maxLevel);
     return 1;
 }
@@ -269,7 +257,7 @@ int CPtr::ReadTime(unsigned long n, double& t) {
     }
     if (!m_pCache) m_pCache = std::make_unique<ReadCache>();
     ReadCache& cache = *m_pCache;
-    if (!cache.Begin(m_strFileName, ReadSharing())) return 0;
+    if (!cache.Begin(m_strFileName, ReadSharing())) return SetLastError("cannot be opened", cache.file);
     alignas(8) unsigned char image[PtrImage::kSize];
     std::memcpy(image, m_Image, sizeof(image));
     bool ok = true;
@@ -277,9 +265,10 @@ int CPtr::ReadTime(unsigned long n, double& t) {
         const File::Span spans[1] = {{image, sizeof(image)}};
         ok = cache.file.ReadSpansAt(OffsetImage(n), spans, 1);
     }
+    const int err = ok ? 0 : cache.file.GetLastError();
     cache.End();
     if (!ok) {
-        ReadFailed(n);
+        ReadFailed(n, err);
         return 0;
     }
     t = ImageTime(image, IsIRIGBPlay());
@@ -292,7 +281,7 @@ int CPtr::WriteImage(unsigned long n, const void* pixels, size_t bytes) {
     ReleaseCache();  // the next read looks the file up again
     File file;
     if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate | File::modeNoTruncate)) {
-        SaveFailed(n);
+        SaveFailed(n, file.GetLastError() ? file.GetLastError() : EIO);
         return 0;
     }
     const uint32_t ihs = GetImageHeaderSize();
@@ -314,7 +303,7 @@ int CPtr::WriteImage(unsigned long n, const void* pixels, size_t bytes) {
         }
     }
     if (!ok) {
-        SaveFailed(n);
+        SaveFailed(n, file.GetLastError() ? file.GetLastError() : ENOSPC);
         return 0;
     }
     return 1;
@@ -381,7 +370,7 @@ int CPtr::StartNewFile() {
     ReleaseCache();
     File file;
     if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate)) {
-        SaveFailed(0);
+        SaveFailed(0, file.GetLastError() ? file.GetLastError() : EIO);
         return 0;
     }
     return 1;

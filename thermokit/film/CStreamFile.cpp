@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(__x86_64__)
-#include <emmintrin.h>
-#endif
+#include "thermokit/image/PixelKernels.h"
 
 #include "thermokit/platform/StreamIo.h"
 
@@ -24,33 +22,9 @@ int64_t AlignDown(int64_t position, int64_t bank) {
 }
 
 // Copies into a bank. The bank goes to the disk, not back to the processor,
-// so on x86-64 large copies use streaming stores that skip the cache (no
-// read for ownership, no eviction of the caller's data).
-void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) {
-#if defined(__x86_64__)
-    if (n >= 64 * 1024) {
-        while (reinterpret_cast<uintptr_t>(dst) & 15) {
-            *dst++ = *src++;
-            --n;
-        }
-        size_t i = 0;
-        for (; i + 64 <= n; i += 64) {
-            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 16));
-            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 32));
-            const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 48));
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), d);
-        }
-        _mm_sfence();  // the stores are visible before the bank is handed over
-        std::memcpy(dst + i, src + i, n - i);
-        return;
-    }
-#endif
-    std::memcpy(dst, src, n);
-}
+// so large copies use stores that skip the cache (no read for ownership, no
+// eviction of the caller's data).
+void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) { kernels::Pixel().copyStreaming(dst, src, n); }
 
 }  // namespace
 
@@ -93,6 +67,20 @@ int64_t CStreamFile::GetErrorPosition() const {
     return position;
 }
 
+uint64_t CStreamFile::GetBankWaits() const {
+    m_pLock->Lock();
+    const uint64_t waits = m_nBankWaits;
+    m_pLock->Unlock();
+    return waits;
+}
+
+uint64_t CStreamFile::GetBytesCopied() const {
+    m_pLock->Lock();
+    const uint64_t bytes = m_nBytesCopied;
+    m_pLock->Unlock();
+    return bytes;
+}
+
 int CStreamFile::SetBankNumber(int n) {
     if (m_hFile != kNoFile || n < 1 || n > kMaxBanks) return 0;
     m_pLock->Lock();
@@ -131,6 +119,8 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
     m_nPending = 0;
     m_bError = 0;
     m_nErrorPosition = -1;
+    m_nBankWaits = 0;
+    m_nBytesCopied = 0;
     m_bDirty = false;
     m_bDirect = direct;
     m_strFileName = name;
@@ -213,6 +203,8 @@ int CStreamFile::CanWrite(CCriticalSection* lock, int banksNeeded) {
 }
 
 unsigned char* CStreamFile::GetFreeBank(CCriticalSection* lock) {
+    // Every bank full and not yet on disk: the caller is about to wait.
+    if (m_nPending >= m_nBankNumber) ++m_nBankWaits;
     if (!CanWrite(lock, m_nBankNumber) || !m_pBanks) return nullptr;
     return m_pBanks[m_nCurrentBank];
 }
@@ -239,6 +231,7 @@ int CStreamFile::Write(const void* data, unsigned long size, unsigned long* writ
         m_pLock->Lock();
         m_nBankOffset += static_cast<uint32_t>(n);
         m_bDirty = true;
+        m_nBytesCopied += n;
         src += n;
         left -= n;
         if (written) *written += n;

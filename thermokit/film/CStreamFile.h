@@ -97,6 +97,10 @@ public:
     // that follow keep their places.
     int64_t GetErrorPosition() const;
     bool IsDirect() const { return m_bDirect; }
+    // Since OpenFile: the times Write found every bank full and waited for
+    // the disk, and the bytes Write copied into the banks.
+    uint64_t GetBankWaits() const;
+    uint64_t GetBytesCopied() const;
     int GetBankNumber() const { return m_nBankNumber; }
     unsigned long GetBankSize() const { return m_nBankSize; }
     const std::string& GetFileName() const { return m_strFileName; }
@@ -154,6 +158,8 @@ private:
     bool m_bDirect = false;
     bool m_bDirty = false;  // the caller has put bytes into the current bank
     int64_t m_nErrorPosition = -1;  // see GetErrorPosition
+    uint64_t m_nBankWaits = 0;      // see GetBankWaits
+    uint64_t m_nBytesCopied = 0;    // see GetBytesCopied
 };
 
 }  // namespace thermokit

@@ -4,52 +4,12 @@
 #include <cstring>
 #include <new>
 
+#include "thermokit/image/PixelKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
-#include "thermokit/platform/CpuFeatures.h"
-#include "thermokit/platform/TargetClones.h"
 
 namespace thermokit {
 
 namespace {
-
-// sum[i] += (data[i] & mask) x weight. Every variant does the same two
-// correctly rounded double operations a pixel, so they agree bit for bit.
-THERMOKIT_CLONES
-void AccumulateLevels(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
-                      double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
-}
-
-#if defined(__x86_64__)
-// The same loop with 512-bit vectors (the compiler keeps to 256 bits for
-// the avx512f clone above): twice the pixels an instruction.
-__attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx2,prefer-vector-width=512")))
-void AccumulateLevels512(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
-                         double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
-}
-#endif
-
-using LevelsKernel = void (*)(double*, const unsigned short*, long, unsigned short, double);
-
-// Chosen once from the processor's features.
-LevelsKernel PickLevelsKernel() {
-#if defined(__x86_64__)
-    const CpuFeatures& cpu = CpuFeatures::Get();
-    if (cpu.avx512f && cpu.avx512bw) return AccumulateLevels512;
-#endif
-    return AccumulateLevels;
-}
-
-THERMOKIT_CLONES
-void AccumulateFloats(double* __restrict sum, const float* __restrict data, long n, double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(data[i]) * weight;
-}
-
-THERMOKIT_CLONES
-void AccumulateDoubles(double* __restrict sum, const double* __restrict data, long n, double weight) {
-    for (long i = 0; i < n; ++i) sum[i] += data[i] * weight;
-}
 
 // A double mean to a level: truncated toward zero, then its low 16 bits (as
 // a 32-bit integer conversion gives); what no 32-bit integer holds becomes 0.
@@ -75,13 +35,15 @@ CAverage::CAverage(unsigned short* buffer, unsigned short point, unsigned short 
 CAverage::~CAverage() {
     AlignedFree(m_pdSum);
     AlignedFree(m_pdMean);
+    AlignedFree(m_pnCount);
 }
 
 void CAverage::Init() {
     const size_t bytes = static_cast<size_t>(GetSize()) * sizeof(double);
     m_pdSum = static_cast<double*>(AlignedAlloc(bytes, 64));
     m_pdMean = static_cast<double*>(AlignedAlloc(bytes, 64));
-    if (!m_pdSum || !m_pdMean) throw std::bad_alloc();
+    m_pnCount = static_cast<uint32_t*>(AlignedAlloc(static_cast<size_t>(GetSize()) * sizeof(uint32_t), 64));
+    if (!m_pdSum || !m_pdMean || !m_pnCount) throw std::bad_alloc();
     Reset();
 }
 
@@ -92,6 +54,16 @@ void CAverage::ClearCounter() {
     const size_t n = static_cast<size_t>(GetSize());
     for (size_t i = 0; i < n; ++i) m_pdSum[i] = 0.0;
     for (size_t i = 0; i < n; ++i) m_pdMean[i] = 0.0;
+    std::memset(m_pnCount, 0, n * sizeof(uint32_t));
+    m_nCounted = 0;
+    m_bExact = 1;
+    m_bFoldEach = 0;
+}
+
+void CAverage::Fold() {
+    if (m_nCounted == 0) return;
+    kernels::Pixel().foldCounts(m_pdSum, m_pnCount, GetSize());
+    m_nCounted = 0;
 }
 
 void CAverage::Reset() {
@@ -103,8 +75,18 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
     const unsigned short mask =
         (bit >= 1 && bit <= 15) ? static_cast<unsigned short>(0xFFFFu >> (16 - bit)) : static_cast<unsigned short>(0xFFFF);
-    static const LevelsKernel kernel = PickLevelsKernel();
-    kernel(m_pdSum, data, n, mask, weight);
+    if (weight == 1.0 && m_bExact && !m_bFoldEach) {
+        // The sums hold whole numbers below 2^53, where every double addition
+        // of a level is exact: adding the levels in 32 bits first, then their
+        // total, gives the same sums with a fifth of the memory traffic.
+        if (m_nCounted == kMaxCounted) Fold();
+        kernels::Pixel().countLevels(m_pnCount, data, n, mask);
+        ++m_nCounted;
+    } else {
+        Fold();
+        kernels::Pixel().accumulateLevels(m_pdSum, data, n, mask, weight);
+        if (weight != 1.0) m_bExact = 0;
+    }
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
@@ -113,7 +95,9 @@ int CAverage::Accumulate(unsigned short* data, long n, unsigned short bit, doubl
 
 int CAverage::Accumulate(float* data, long n, double weight) {
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
-    AccumulateFloats(m_pdSum, data, n, weight);
+    Fold();
+    m_bExact = 0;
+    kernels::Pixel().accumulateFloats(m_pdSum, data, n, weight);
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
@@ -122,7 +106,9 @@ int CAverage::Accumulate(float* data, long n, double weight) {
 
 int CAverage::Accumulate(double* data, long n, double weight) {
     if (!(weight > 0.0) || n != GetSize() || !data) return 0;
-    AccumulateDoubles(m_pdSum, data, n, weight);
+    Fold();
+    m_bExact = 0;
+    kernels::Pixel().accumulateDoubles(m_pdSum, data, n, weight);
     ++m_nFrame;
     m_dWeight += weight;
     m_bDivided = 0;
@@ -138,6 +124,10 @@ int CAverage::Divide(int force) {
     if (m_nFrame == 0 || !(m_dWeight > 0.0)) return 0;
     if (m_bDivided && !force) return 1;
     m_bDivided = 1;
+    // A mean asked for after (almost) every image: from now on the images go
+    // straight into the sums, without the 32-bit totals in between.
+    if (m_nCounted == 1) m_bFoldEach = 1;
+    Fold();
     const long n = GetSize();
     for (long i = 0; i < n; ++i) m_pdMean[i] = m_pdSum[i] / m_dWeight;
     if (m_pBuffer)

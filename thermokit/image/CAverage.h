@@ -53,6 +53,20 @@ protected:
     uint32_t m_nFrame = 0;
     int m_bDivided = 0;
     double m_dWeight = 0.0;
+
+private:
+    // Adds the 32-bit totals to the sums and clears them.
+    void Fold();
+
+    // Images of levels with weight 1.0, while the sums hold whole numbers
+    // (m_bExact), are first totalled per pixel in 32 bits (m_nCounted of
+    // them, at most kMaxCounted: 65537 x 65535 < 2^32) and added to the sums
+    // when the mean is formed or another kind of image comes.
+    static constexpr uint32_t kMaxCounted = 65536;
+    uint32_t* m_pnCount = nullptr;
+    uint32_t m_nCounted = 0;
+    int m_bExact = 1;
+    int m_bFoldEach = 0;
 };
 
 }  // namespace thermokit

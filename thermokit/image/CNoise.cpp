@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "thermokit/image/PixelKernels.h"
+
 namespace thermokit {
 
 CNoise::CNoise(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation)
@@ -42,19 +44,9 @@ void CNoise::Reset() {
     m_bDivided = 0;
 }
 
-namespace {
-template <class T>
-void AddSquares(double* square, const T* data, const double* mean, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) {
-        const double d = static_cast<double>(data[i]) - mean[i];
-        square[i] += d * d;
-    }
-}
-}  // namespace
-
 int CNoise::Accumulate(unsigned short* data, long n, double* mean) {
     if (n != static_cast<long>(m_nSize) || !data || !mean) return 0;
-    AddSquares(m_pdSquare, data, mean, m_nSize);
+    kernels::Pixel().squaresLevels(m_pdSquare, data, mean, m_nSize);
     ++m_nFrame;
     m_bDivided = 0;
     return 1;
@@ -62,7 +54,7 @@ int CNoise::Accumulate(unsigned short* data, long n, double* mean) {
 
 int CNoise::Accumulate(float* data, long n, double* mean) {
     if (n != static_cast<long>(m_nSize) || !data || !mean) return 0;
-    AddSquares(m_pdSquare, data, mean, m_nSize);
+    kernels::Pixel().squaresFloats(m_pdSquare, data, mean, m_nSize);
     ++m_nFrame;
     m_bDivided = 0;
     return 1;
@@ -70,7 +62,7 @@ int CNoise::Accumulate(float* data, long n, double* mean) {
 
 int CNoise::Accumulate(double* data, long n, double* mean) {
     if (n != static_cast<long>(m_nSize) || !data || !mean) return 0;
-    AddSquares(m_pdSquare, data, mean, m_nSize);
+    kernels::Pixel().squaresDoubles(m_pdSquare, data, mean, m_nSize);
     ++m_nFrame;
     m_bDivided = 0;
     return 1;

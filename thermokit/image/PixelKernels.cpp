@@ -1,22 +1,28 @@
+// The pixel kernels, compiled once per instruction-set variant (and once as
+// the scalar reference): see platform/KernelTable.h. Most are plain loops the
+// compiler vectorises for the variant's instructions; where it cannot do well
+// the x86 forms below use intrinsics of the variant (never in the reference).
+// Every variant computes the same integer and IEEE results: no operation is
+// contracted or reordered across pixels.
 #include "thermokit/image/PixelKernels.h"
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
-#include "thermokit/platform/TargetClones.h"
+#include "thermokit/platform/KernelTable.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
+#if !defined(THERMOKIT_KERNEL_NS)
+#error "compiled only through the kernel variants of thermokit/CMakeLists.txt"
 #endif
 
-// Several instruction sets for the hot loops, the best one chosen once by the
-// loader (GCC function multiversioning). The loops are plain C++; every
-// variant computes the same integer results.
-#define TK_CLONES THERMOKIT_CLONES_V3_V4
+#if defined(__SSE2__) && !defined(THERMOKIT_KERNEL_REFERENCE)
+#define TK_X86_VECTORS 1
+#include <immintrin.h>
+#endif
+
 #define TK_INLINE inline __attribute__((always_inline))
 
-namespace thermokit::kernels {
+namespace thermokit::kernels::THERMOKIT_KERNEL_NS {
 
 namespace {
 
@@ -25,7 +31,7 @@ namespace {
 constexpr long kSumChunk = 65536;
 
 template <bool IgnoreZero, bool WantSum>
-TK_INLINE void MinMaxBody(const unsigned short* p, long n, unsigned short mask, MinMaxU16Result& r) {
+void MinMax(const unsigned short* p, long n, unsigned short mask, MinMaxU16Result& r) {
     unsigned short mn = r.min, mx = r.max;
     uint64_t sum = 0, zeros = 0;
     for (long base = 0; base < n; base += kSumChunk) {
@@ -55,20 +61,7 @@ TK_INLINE void MinMaxBody(const unsigned short* p, long n, unsigned short mask, 
     r.zeros = zeros;
 }
 
-TK_CLONES void MinMaxPlain(const unsigned short* p, long n, unsigned short mask, MinMaxU16Result& r) {
-    MinMaxBody<false, false>(p, n, mask, r);
-}
-TK_CLONES void MinMaxSum(const unsigned short* p, long n, unsigned short mask, MinMaxU16Result& r) {
-    MinMaxBody<false, true>(p, n, mask, r);
-}
-TK_CLONES void MinMaxNoZero(const unsigned short* p, long n, unsigned short mask, MinMaxU16Result& r) {
-    MinMaxBody<true, false>(p, n, mask, r);
-}
-TK_CLONES void MinMaxNoZeroSum(const unsigned short* p, long n, unsigned short mask, MinMaxU16Result& r) {
-    MinMaxBody<true, true>(p, n, mask, r);
-}
-
-TK_CLONES void MomentsChunks(const unsigned short* p, long n, uint64_t& sumOut, uint128& sqOut) {
+void Moments(const unsigned short* p, long n, uint64_t& sumOut, uint128& sqOut) {
     uint64_t sum = 0;
     uint128 sq = 0;
     for (long base = 0; base < n; base += kSumChunk) {
@@ -87,100 +80,73 @@ TK_CLONES void MomentsChunks(const unsigned short* p, long n, uint64_t& sumOut, 
     sqOut = sq;
 }
 
-TK_CLONES void MaskU16Impl(unsigned short* p, long n, unsigned short mask) {
+void MaskU16(unsigned short* p, long n, unsigned short mask) {
     for (long i = 0; i < n; ++i) p[i] = static_cast<unsigned short>(p[i] & mask);
 }
-TK_CLONES void MaskU32Impl(uint32_t* p, long n, uint32_t mask) {
+void MaskU32(uint32_t* p, long n, uint32_t mask) {
     for (long i = 0; i < n; ++i) p[i] &= mask;
 }
 
-}  // namespace
-
-MinMaxU16Result MinMaxU16(const unsigned short* p, long n, unsigned short mask, bool ignoreZero, bool wantSum) {
-    MinMaxU16Result r;
-    if (n < 1) return r;
-    if (ignoreZero) {
-        wantSum ? MinMaxNoZeroSum(p, n, mask, r) : MinMaxNoZero(p, n, mask, r);
-    } else {
-        wantSum ? MinMaxSum(p, n, mask, r) : MinMaxPlain(p, n, mask, r);
-    }
-    return r;
-}
-
-MomentsU16 MomentsOfU16(const unsigned short* p, long n) {
-    MomentsU16 m;
-    if (n > 0) MomentsChunks(p, n, m.sum, m.sumSquares);
-    return m;
-}
-
-void MaskU16(unsigned short* p, long n, unsigned short mask) {
-    if (n > 0) MaskU16Impl(p, n, mask);
-}
-void MaskU32(uint32_t* p, long n, uint32_t mask) {
-    if (n > 0) MaskU32Impl(p, n, mask);
-}
-
-void HistogramU16(const unsigned short* p, long n, unsigned short mask, uint32_t* counts) {
-    const size_t bins = static_cast<size_t>(mask) + 1;
-    if (n < 4 * static_cast<long>(bins) || n < 4096) {
-        for (long i = 0; i < n; ++i) ++counts[p[i] & mask];
-        return;
-    }
-    // Four sub-histograms: neighbouring equal values no longer wait on each
-    // other's increment.
-    std::vector<uint32_t> sub(3 * bins, 0);
-    uint32_t* h1 = sub.data();
-    uint32_t* h2 = h1 + bins;
-    uint32_t* h3 = h2 + bins;
+unsigned short OrU16(const unsigned short* p, long n) {
+    unsigned short acc = 0;
     long i = 0;
-    for (; i + 4 <= n; i += 4) {
-        uint64_t w;
-        std::memcpy(&w, p + i, sizeof w);
-        ++counts[static_cast<unsigned short>(w) & mask];
-        ++h1[static_cast<unsigned short>(w >> 16) & mask];
-        ++h2[static_cast<unsigned short>(w >> 32) & mask];
-        ++h3[static_cast<unsigned short>(w >> 48) & mask];
+#if !defined(THERMOKIT_KERNEL_REFERENCE)
+    // Two independent 64-byte accumulators: the loads, not the ORs' chain,
+    // set the pace.
+    typedef unsigned short Block __attribute__((vector_size(64)));
+    constexpr long kLanes = 32;
+    Block a{}, b{};
+    for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+        Block x, y;
+        std::memcpy(&x, p + i, sizeof x);
+        std::memcpy(&y, p + i + kLanes, sizeof y);
+        a |= x;
+        b |= y;
     }
-    for (; i < n; ++i) ++counts[p[i] & mask];
-    for (size_t b = 0; b < bins; ++b) counts[b] += h1[b] + h2[b] + h3[b];
+    a |= b;
+    for (long k = 0; k < kLanes; ++k) acc = static_cast<unsigned short>(acc | a[k]);
+#endif
+    for (; i < n; ++i) acc = static_cast<unsigned short>(acc | p[i]);
+    return acc;
 }
 
 // ---------------------------------------------------------------- reversal
 
-void Reverse(const unsigned short* src, unsigned short* dst, long n) {
+#if defined(TK_X86_VECTORS)
+TK_INLINE __m128i Reverse8(__m128i a) {
+    return _mm_shuffle_epi32(_mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0x1B), 0x1B), 0x4E);
+}
+#endif
+
+void ReverseU16(const unsigned short* src, unsigned short* dst, long n) {
     if (n < 2) {
         if (n == 1 && dst != src) dst[0] = src[0];
         return;
     }
     if (src == dst) {
         long i = 0, j = n;  // swap [i, i+8) with [j-8, j)
-#if defined(__SSE2__)
+#if defined(TK_X86_VECTORS)
         for (; j - i >= 16; i += 8, j -= 8) {
-            __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dst + i));
-            __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dst + j - 8));
-            a = _mm_shuffle_epi32(_mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0x1B), 0x1B), 0x4E);
-            b = _mm_shuffle_epi32(_mm_shufflehi_epi16(_mm_shufflelo_epi16(b, 0x1B), 0x1B), 0x4E);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), b);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j - 8), a);
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dst + i));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dst + j - 8));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), Reverse8(b));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + j - 8), Reverse8(a));
         }
 #endif
         for (--j; i < j; ++i, --j) std::swap(dst[i], dst[j]);
         return;
     }
     long i = 0;
-#if defined(__SSE2__)
+#if defined(TK_X86_VECTORS)
     for (; i + 8 <= n; i += 8) {
-        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + n - 8 - i));
-        a = _mm_shuffle_epi32(_mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0x1B), 0x1B), 0x4E);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), a);
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + n - 8 - i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), Reverse8(a));
     }
 #endif
     for (; i < n; ++i) dst[i] = src[n - 1 - i];
 }
 
 // ---------------------------------------------------------------- quarter turns
-
-namespace {
 
 constexpr int kTile = 64;
 
@@ -205,7 +171,12 @@ void RotateTiles(const T* src, T* dst, int point, int line, int r0, int r1, int 
     }
 }
 
-#if defined(__SSE2__)
+template <class T, bool Clockwise>
+void RotateAny(const T* src, T* dst, unsigned short point, unsigned short line) {
+    RotateTiles<T, Clockwise>(src, dst, point, line, 0, line, 0, point);
+}
+
+#if defined(TK_X86_VECTORS)
 TK_INLINE void Transpose8x8(__m128i* r) {
     const __m128i t0 = _mm_unpacklo_epi16(r[0], r[1]);
     const __m128i t1 = _mm_unpackhi_epi16(r[0], r[1]);
@@ -272,8 +243,8 @@ void RotateBlocksU16(const unsigned short* src, unsigned short* dst, int point, 
 #endif
 
 template <bool Clockwise>
-void RotateU16(const unsigned short* src, unsigned short* dst, int point, int line) {
-#if defined(__SSE2__)
+void RotateU16(const unsigned short* src, unsigned short* dst, unsigned short point, unsigned short line) {
+#if defined(TK_X86_VECTORS)
     const int rows = line & ~7;
     const int cols = point & ~7;
     RotateBlocksU16<Clockwise>(src, dst, point, line, rows, cols);
@@ -281,43 +252,19 @@ void RotateU16(const unsigned short* src, unsigned short* dst, int point, int li
     RotateTiles<unsigned short, Clockwise>(src, dst, point, line, 0, rows, cols, point);
     RotateTiles<unsigned short, Clockwise>(src, dst, point, line, rows, line, 0, point);
 #else
-    RotateTiles<unsigned short, Clockwise>(src, dst, point, line, 0, line, 0, point);
+    RotateAny<unsigned short, Clockwise>(src, dst, point, line);
 #endif
-}
-
-}  // namespace
-
-void Rotate90(const unsigned short* src, unsigned short* dst, unsigned short point, unsigned short line) {
-    RotateU16<true>(src, dst, point, line);
-}
-void Rotate270(const unsigned short* src, unsigned short* dst, unsigned short point, unsigned short line) {
-    RotateU16<false>(src, dst, point, line);
-}
-void Rotate90(const unsigned char* src, unsigned char* dst, unsigned short point, unsigned short line) {
-    RotateTiles<unsigned char, true>(src, dst, point, line, 0, line, 0, point);
-}
-void Rotate270(const unsigned char* src, unsigned char* dst, unsigned short point, unsigned short line) {
-    RotateTiles<unsigned char, false>(src, dst, point, line, 0, line, 0, point);
-}
-void Rotate90(const float* src, float* dst, unsigned short point, unsigned short line) {
-    RotateTiles<float, true>(src, dst, point, line, 0, line, 0, point);
-}
-void Rotate270(const float* src, float* dst, unsigned short point, unsigned short line) {
-    RotateTiles<float, false>(src, dst, point, line, 0, line, 0, point);
 }
 
 // ---------------------------------------------------------------- nearest-neighbour rows
 
-namespace {
-TK_CLONES void GatherRow(const unsigned short* s, unsigned short* d, const int32_t* xmap, int count) {
+void GatherRow(const unsigned short* s, unsigned short* d, const int32_t* xmap, int count) {
     for (int i = 0; i < count; ++i) d[i] = s[xmap[i]];
 }
-// xmap[i] = 2 i: every second value.
-TK_CLONES void HalveRow(const unsigned short* s, unsigned short* d, int count) {
+void HalveRow(const unsigned short* s, unsigned short* d, int count) {
     for (int i = 0; i < count; ++i) d[i] = s[2 * i];
 }
-// xmap[i] = i / 2: every value twice.
-TK_CLONES void DoubleRow(const unsigned short* s, unsigned short* d, int count) {
+void DoubleRow(const unsigned short* s, unsigned short* d, int count) {
     const int pairs = count / 2;
     for (int i = 0; i < pairs; ++i) {
         d[2 * i] = s[i];
@@ -326,45 +273,173 @@ TK_CLONES void DoubleRow(const unsigned short* s, unsigned short* d, int count) 
     if (count & 1) d[count - 1] = s[pairs];
 }
 
-// Column tables of the common ratios take a loop the compiler vectorises;
-// the values written are the same.
-enum class Columns { Any, Same, Halve, Double };
-Columns Classify(const int32_t* xmap, int count) {
-    const int32_t x0 = xmap[0];
-    bool same = true, halve = true, twice = true;
-    for (int i = 0; i < count; ++i) {
-        const int32_t dx = xmap[i] - x0;
-        same = same && dx == i;
-        halve = halve && dx == 2 * i;
-        twice = twice && dx == i / 2;
-    }
-    return same ? Columns::Same : halve ? Columns::Halve : twice ? Columns::Double : Columns::Any;
+// ---------------------------------------------------------------- table look-up
+
+// Levels through a table, eight at a time: two 64-bit loads of four levels
+// split with shifts (fewer loads than one a level, which is what limits this
+// loop; gather instructions are slower on the machines we measured). A table
+// of all 65536 entries needs no mask, which saves an instruction a level.
+template <bool Whole>
+TK_INLINE uint64_t Index(uint64_t word, int k, uint64_t mask) {
+    if constexpr (Whole)
+        return static_cast<uint16_t>(word >> (16 * k));
+    else
+        return (word >> (16 * k)) & mask;
 }
+
+#if defined(TK_X86_VECTORS)
+template <bool Whole, class Entry>
+TK_INLINE __m128i Four(const Entry* t, uint64_t w, uint64_t m) {
+    const __m128i v0 = _mm_cvtsi32_si128(static_cast<int>(t[Index<Whole>(w, 0, m)]));
+#if defined(__SSE4_1__)
+    __m128i v = _mm_insert_epi32(v0, static_cast<int>(t[Index<Whole>(w, 1, m)]), 1);
+    v = _mm_insert_epi32(v, static_cast<int>(t[Index<Whole>(w, 2, m)]), 2);
+    return _mm_insert_epi32(v, static_cast<int>(t[Index<Whole>(w, 3, m)]), 3);
+#else
+    const __m128i v1 = _mm_cvtsi32_si128(static_cast<int>(t[Index<Whole>(w, 1, m)]));
+    const __m128i v2 = _mm_cvtsi32_si128(static_cast<int>(t[Index<Whole>(w, 2, m)]));
+    const __m128i v3 = _mm_cvtsi32_si128(static_cast<int>(t[Index<Whole>(w, 3, m)]));
+    return _mm_unpacklo_epi64(_mm_unpacklo_epi32(v0, v1), _mm_unpacklo_epi32(v2, v3));
+#endif
+}
+
+// Four values gathered into one register: one store instead of four, or a
+// store that skips the cache.
+template <bool Streaming>
+TK_INLINE void Store4(void* at, __m128i v) {
+    if constexpr (Streaming)
+        _mm_stream_si128(static_cast<__m128i*>(at), v);
+    else
+        _mm_storeu_si128(static_cast<__m128i*>(at), v);
+}
+#endif
+
+template <bool Whole, bool Streaming, class Entry>
+void LookupBody(const Entry* __restrict t, uint16_t mask, const uint16_t* __restrict in, long n,
+                Entry* __restrict out) {
+    long i = 0;
+#if !defined(THERMOKIT_KERNEL_REFERENCE)
+    const uint64_t m = mask;
+#if defined(TK_X86_VECTORS)
+    if constexpr (Streaming)  // streaming stores need 16-byte aligned addresses
+        for (; i < n && (reinterpret_cast<uintptr_t>(out + i) & 15) != 0; ++i) out[i] = t[in[i] & mask];
+#endif
+    for (; i + 8 <= n; i += 8) {
+        uint64_t a, b;
+        std::memcpy(&a, in + i, 8);
+        std::memcpy(&b, in + i + 4, 8);
+#if defined(TK_X86_VECTORS)
+        Store4<Streaming>(out + i, Four<Whole>(t, a, m));
+        Store4<Streaming>(out + i + 4, Four<Whole>(t, b, m));
+#else
+        for (int k = 0; k < 4; ++k) out[i + k] = t[Index<Whole>(a, k, m)];
+        for (int k = 0; k < 4; ++k) out[i + 4 + k] = t[Index<Whole>(b, k, m)];
+#endif
+    }
+#if defined(TK_X86_VECTORS)
+    if constexpr (Streaming) _mm_sfence();  // the values are visible before the caller goes on
+#endif
+#endif
+    for (; i < n; ++i) out[i] = t[in[i] & mask];
+}
+
+// The entries may be floats (level tables) read and written as their bits.
+typedef uint32_t __attribute__((may_alias)) AnyBits32;
+
+void Lookup32(const uint32_t* table, uint16_t mask, const uint16_t* in, long n, uint32_t* out, bool streaming) {
+    const auto* t = reinterpret_cast<const AnyBits32*>(table);
+    auto* o = reinterpret_cast<AnyBits32*>(out);
+    if (mask == 0xFFFF)
+        streaming ? LookupBody<true, true>(t, mask, in, n, o) : LookupBody<true, false>(t, mask, in, n, o);
+    else
+        streaming ? LookupBody<false, true>(t, mask, in, n, o) : LookupBody<false, false>(t, mask, in, n, o);
+}
+
+// ---------------------------------------------------------------- accumulators
+
+// Two correctly rounded double operations a pixel in every variant.
+void AccumulateLevels(double* __restrict sum, const unsigned short* __restrict data, long n, unsigned short mask,
+                      double weight) {
+    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(static_cast<unsigned short>(data[i] & mask)) * weight;
+}
+void AccumulateFloats(double* __restrict sum, const float* __restrict data, long n, double weight) {
+    for (long i = 0; i < n; ++i) sum[i] += static_cast<double>(data[i]) * weight;
+}
+void AccumulateDoubles(double* __restrict sum, const double* __restrict data, long n, double weight) {
+    for (long i = 0; i < n; ++i) sum[i] += data[i] * weight;
+}
+
+void CountLevels(uint32_t* __restrict counts, const unsigned short* __restrict data, long n, unsigned short mask) {
+    for (long i = 0; i < n; ++i) counts[i] += static_cast<unsigned short>(data[i] & mask);
+}
+void FoldCounts(double* __restrict sum, uint32_t* __restrict counts, long n) {
+    for (long i = 0; i < n; ++i) {
+        sum[i] += static_cast<double>(counts[i]);
+        counts[i] = 0;
+    }
+}
+
+template <class T>
+void Squares(double* __restrict square, const T* __restrict data, const double* __restrict mean, long n) {
+    for (long i = 0; i < n; ++i) {
+        const double d = static_cast<double>(data[i]) - mean[i];
+        square[i] += d * d;
+    }
+}
+
+// ---------------------------------------------------------------- streaming copy
+
+void CopyStreaming(unsigned char* dst, const unsigned char* src, size_t n) {
+#if defined(TK_X86_VECTORS)
+    if (n >= 64 * 1024) {
+        while (reinterpret_cast<uintptr_t>(dst) & 15) {
+            *dst++ = *src++;
+            --n;
+        }
+        size_t i = 0;
+        for (; i + 64 <= n; i += 64) {
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 16));
+            const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 32));
+            const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 48));
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), d);
+        }
+        _mm_sfence();  // the stores are visible before the caller hands the memory over
+        std::memcpy(dst + i, src + i, n - i);
+        return;
+    }
+#endif
+    std::memcpy(dst, src, n);
+}
+
 }  // namespace
 
-void StretchRows(const unsigned short* src, unsigned short srcPoint, unsigned short* dst, unsigned short dstPoint,
-                 unsigned short dstLine, const int32_t* xmap, double yRatio, int32_t top) {
-    if (dstPoint == 0) return;
-    const Columns kind = Classify(xmap, dstPoint);
-    const int32_t x0 = xmap[0];
-    int32_t previous = -1;
-    for (int j = 0; j < dstLine; ++j) {
-        const int32_t y = static_cast<int32_t>(j * yRatio + top);
-        unsigned short* d = dst + static_cast<size_t>(j) * dstPoint;
-        if (y == previous) {
-            // Same source line as the line above: copy the finished line.
-            std::memcpy(d, d - dstPoint, static_cast<size_t>(dstPoint) * sizeof(unsigned short));
-        } else {
-            const unsigned short* s = src + static_cast<size_t>(y) * srcPoint;
-            switch (kind) {
-                case Columns::Same: std::memcpy(d, s + x0, static_cast<size_t>(dstPoint) * sizeof(unsigned short)); break;
-                case Columns::Halve: HalveRow(s + x0, d, dstPoint); break;
-                case Columns::Double: DoubleRow(s + x0, d, dstPoint); break;
-                case Columns::Any: GatherRow(s, d, xmap, dstPoint); break;
-            }
-        }
-        previous = y;
-    }
-}
+THERMOKIT_KERNEL_TABLE(PixelKernels) = {
+    {{&MinMax<false, false>, &MinMax<false, true>}, {&MinMax<true, false>, &MinMax<true, true>}},
+    &Moments,
+    &MaskU16,
+    &MaskU32,
+    &OrU16,
+    &ReverseU16,
+    {&RotateU16<true>, &RotateU16<false>},
+    {&RotateAny<unsigned char, true>, &RotateAny<unsigned char, false>},
+    {&RotateAny<float, true>, &RotateAny<float, false>},
+    &GatherRow,
+    &HalveRow,
+    &DoubleRow,
+    &Lookup32,
+    &AccumulateLevels,
+    &AccumulateFloats,
+    &AccumulateDoubles,
+    &CountLevels,
+    &FoldCounts,
+    &Squares<unsigned short>,
+    &Squares<float>,
+    &Squares<double>,
+    &CopyStreaming,
+};
 
-}  // namespace thermokit::kernels
+}  // namespace thermokit::kernels::THERMOKIT_KERNEL_NS

@@ -4,98 +4,20 @@
 #include <cstring>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/nuc/NucKernels.h"
 #include "thermokit/platform/AlignedBuffer.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
-#include "thermokit/platform/TargetClones.h"
+#include "thermokit/platform/KernelTable.h"
 #include "thermokit/platform/Text.h"
 #include "thermokit/platform/WaitCursor.h"
-
-// x86-64-v4 brings AVX-512 BW/VL, which the 16-bit packing needs to run at
-// full width; v3 is AVX2 (no contraction into FMA: the build forbids it).
-#define THERMOKIT_NUC_CLONES THERMOKIT_CLONES_V3_V4
 
 namespace thermokit {
 
 namespace {
-
-// The per-pixel rules, written once and used by the multiversioned kernels
-// and by the plain reference loops. Every step is a single IEEE float
-// operation (no contraction), so all instruction sets give the same bits.
-//
-// A result at or above the maximal level is the maximal level, one that is
-// not above zero is 0 (a NaN lands here too), anything else is truncated.
-// Written as "raise to 0, then lower to the maximum", which gives exactly
-// that (also for a maximum of 0) and maps onto one max and one min
-// instruction per vector.
-inline __attribute__((always_inline)) unsigned short ClampLevel(float v, float fmax) {
-    float r = v > 0.0f ? v : 0.0f;
-    r = r < fmax ? r : fmax;
-    return static_cast<unsigned short>(static_cast<int>(r));
-}
-
-inline __attribute__((always_inline)) unsigned short ApplyOne(unsigned short in, unsigned short maxLevel, float fmax,
-                                                              float gain, float offset) {
-    const float x = static_cast<float>(static_cast<unsigned short>(in & maxLevel));
-    const float v = x * gain + offset;
-    return ClampLevel(v, fmax);
-}
-
-inline __attribute__((always_inline)) unsigned short DeNucOne(unsigned short in, unsigned short maxLevel, float fmax,
-                                                              float gain, float offset) {
-    const float x = static_cast<float>(static_cast<unsigned short>(in & maxLevel));
-    // The divisor is kept finite for a gain of 0, whose result is 0 anyway.
-    const float r = 1.0f / (gain == 0.0f ? 1.0f : gain);
-    const float v = x * r - offset * r;
-    return gain == 0.0f ? static_cast<unsigned short>(0) : ClampLevel(v, fmax);
-}
-
-THERMOKIT_NUC_CLONES
-void ApplyLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
-                     const float* __restrict gain, const float* __restrict offset, size_t n,
-                     unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = ApplyOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void ApplyLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
-                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) image[i] = ApplyOne(image[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void DeNucLevelsCopy(const unsigned short* __restrict in, unsigned short* __restrict out,
-                     const float* __restrict gain, const float* __restrict offset, size_t n,
-                     unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void DeNucLevelsInPlace(unsigned short* __restrict image, const float* __restrict gain,
-                        const float* __restrict offset, size_t n, unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) image[i] = DeNucOne(image[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-THERMOKIT_NUC_CLONES
-void ApplyFloats(float* __restrict image, const float* __restrict gain, const float* __restrict offset, size_t n) {
-    for (size_t i = 0; i < n; ++i) image[i] = gain[i] * image[i] + offset[i];
-}
-
-THERMOKIT_NUC_CLONES
-void DeNucFloats(float* __restrict image, const float* __restrict gain, const float* __restrict offset, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
-        const float g = gain[i];
-        const float r = 1.0f / (g == 0.0f ? 1.0f : g);
-        const float v = image[i] * r - offset[i] * r;
-        image[i] = g == 0.0f ? 0.0f : v;
-    }
-}
 
 // Float to 32-bit integer as the processor's truncating conversion does it:
 // NaN and values outside the 32-bit range give 0x80000000.
@@ -163,24 +85,9 @@ std::shared_ptr<float> AllocTable(size_t count) {
 
 }  // namespace
 
-namespace detail {
-
-// Reference loops for the tests: the same rules, never vectorised.
-__attribute__((optimize("no-tree-vectorize"))) void NucApplyLevelsReference(
-    const unsigned short* in, unsigned short* out, const float* gain, const float* offset, size_t n,
-    unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = ApplyOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-__attribute__((optimize("no-tree-vectorize"))) void NucDeNucLevelsReference(
-    const unsigned short* in, unsigned short* out, const float* gain, const float* offset, size_t n,
-    unsigned short maxLevel) {
-    const float fmax = static_cast<float>(maxLevel);
-    for (size_t i = 0; i < n; ++i) out[i] = DeNucOne(in[i], maxLevel, fmax, gain[i], offset[i]);
-}
-
-}  // namespace detail
+namespace kernels {
+THERMOKIT_DEFINE_KERNELS(NucKernels, Nuc)
+}  // namespace kernels
 
 void CNuc::InitHeader() {
     std::memset(&m_Header, 0, sizeof(m_Header));
@@ -214,28 +121,61 @@ CNuc::CNuc(unsigned short point, unsigned short line) {
 }
 
 CNuc::CNuc(const char* fileName) {
-    if (!fileName) return;
-    File file;
-    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) return;
-    if (!file.ReadRecord(&m_Header, sizeof(m_Header))) {
-        std::memset(&m_Header, 0, sizeof(m_Header));
+    if (!fileName) {
+        SetLastError(ErrorKind::Argument, "no file name");
         return;
     }
-    if (GetTextField(m_Header.szSignature, sizeof(m_Header.szSignature)) != "COE") return;
+    File file;
+    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) {
+        SetLastError("cannot be opened", file);
+        return;
+    }
+    if (!file.ReadRecord(&m_Header, sizeof(m_Header))) {
+        std::memset(&m_Header, 0, sizeof(m_Header));
+        SetReadError(file, "not a NUC table (shorter than the 260-byte header)");
+        return;
+    }
+    if (GetTextField(m_Header.szSignature, sizeof(m_Header.szSignature)) != "COE") {
+        SetLastError(ErrorKind::Format, "not a NUC table (signature \"COE\" expected)");
+        return;
+    }
+    const bool sized = m_Header.wPoint != 0 && m_Header.wLine != 0;
     if (m_Header.wPoint == 0) m_Header.wPoint = 128;
     if (m_Header.wLine == 0) m_Header.wLine = 128;
-    // The pixel count is taken as read; a count whose two tables the file
-    // cannot hold is refused before anything is allocated.
+    // The pixel count is taken as read, not recomputed, but it must agree
+    // with the header's size: callers size their frames from point x line and
+    // Apply walks the tables' dwSize pixels, so a larger count would run past
+    // the frame and a smaller one past the tables. A header that leaves point
+    // or line at 0 (read as 128) states no size to compare with; its count may
+    // then be smaller, never larger.
+    const uint64_t pixels = static_cast<uint64_t>(m_Header.wPoint) * m_Header.wLine;
     const uint64_t count = m_Header.dwSize;
+    if (sized ? count != pixels : count > pixels) {
+        SetLastError(ErrorKind::Format, "damaged: its pixel count " + std::to_string(count) + " disagrees with its " +
+                                            std::to_string(m_Header.wPoint) + " x " + std::to_string(m_Header.wLine) +
+                                            " pixels");
+        return;
+    }
+    // A count whose two tables the file cannot hold is refused before
+    // anything is allocated.
     const int64_t length = file.GetLength();
-    if (length < 0 || static_cast<uint64_t>(length) < sizeof(NUC_HEADER) + 8 * count) return;
-    if (!Allocate(static_cast<size_t>(count))) return;
+    const uint64_t needed = sizeof(NUC_HEADER) + 8 * count;
+    if (length < 0 || static_cast<uint64_t>(length) < needed) {
+        SetLastError(ErrorKind::Format, "shorter than its tables (" + std::to_string(length) + " bytes, " +
+                                            std::to_string(needed) + " expected)");
+        return;
+    }
+    if (!Allocate(static_cast<size_t>(count))) {
+        SetLastError(ErrorKind::Memory, "tables of " + std::to_string(count) + " pixels cannot be allocated");
+        return;
+    }
     const size_t bytes = static_cast<size_t>(count) * sizeof(float);
     if (!file.ReadRecord(m_pAlpha, bytes) || !file.ReadRecord(m_pBeta, bytes)) {
         m_spAlpha.reset();
         m_spBeta.reset();
         m_pAlpha = m_pBeta = nullptr;
         m_nAllocated = 0;
+        SetReadError(file, "shorter than its tables");
         return;
     }
     m_bValid = 1;
@@ -247,6 +187,7 @@ CNuc::CNuc(const CNuc& other) = default;
 
 CNuc& CNuc::operator=(const CNuc& other) {
     if (this == &other) return *this;
+    LastError::operator=(other);
     m_pAlpha = other.m_pAlpha;
     m_pBeta = other.m_pBeta;
     m_fGainMin = other.m_fGainMin;
@@ -336,11 +277,11 @@ int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, in
                film.GetLine() == GetLine();
     };
     // Mean of every frame of a film, in levels (truncated), as the averager
-    // gives it.
+    // gives it; the frames are read on every core, added in order. A film cut
+    // short gives the mean of the frames it holds (its reader says which one
+    // failed).
     const auto average = [](CPtr& film, CAverage& avg) {
-        const unsigned long frames = film.GetFrameNumber();
-        for (unsigned long n = 0; n < frames; ++n)
-            if (film.ReadFrame(n)) avg.Accumulate(film.GetFrame(), 1.0);
+        AccumulateFilm(film, avg);
         return avg.GetBuffer(0);
     };
 
@@ -402,27 +343,29 @@ int CNuc::Update1Point(const float* reference, int keepGain) {
 
 int CNuc::Apply(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
     if (!in || !m_pAlpha) return 0;
-    if (!out || out == in) ApplyLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
-    else ApplyLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    const kernels::NucKernels& k = kernels::Nuc();
+    if (!out || out == in) k.applyLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else k.applyLevels(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
     return 1;
 }
 
 int CNuc::Apply(float* image) {
     if (!image || !m_pAlpha) return 0;
-    ApplyFloats(image, m_pAlpha, m_pBeta, TableSize());
+    kernels::Nuc().applyFloats(image, m_pAlpha, m_pBeta, TableSize());
     return 1;
 }
 
 int CNuc::ApplyDeNuc(unsigned short* in, unsigned short maxLevel, unsigned short* out) {
     if (!in || !m_pAlpha) return 0;
-    if (!out || out == in) DeNucLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
-    else DeNucLevelsCopy(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    const kernels::NucKernels& k = kernels::Nuc();
+    if (!out || out == in) k.undoLevelsInPlace(in, m_pAlpha, m_pBeta, TableSize(), maxLevel);
+    else k.undoLevels(in, out, m_pAlpha, m_pBeta, TableSize(), maxLevel);
     return 1;
 }
 
 int CNuc::ApplyDeNuc(float* image) {
     if (!image || !m_pAlpha) return 0;
-    DeNucFloats(image, m_pAlpha, m_pBeta, TableSize());
+    kernels::Nuc().undoFloats(image, m_pAlpha, m_pBeta, TableSize());
     return 1;
 }
 
@@ -458,16 +401,16 @@ int CNuc::FormatNuc(unsigned char* buffer, long length, int format) {
 }
 
 int CNuc::Save(const char* fileName) {
-    if (!fileName) return 0;
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
     const size_t n = m_Header.dwSize;
-    if (!m_bValid || n > TableSize()) return 0;  // no tables to write
+    if (!m_bValid || n > TableSize()) return SetLastError(ErrorKind::Argument, "no tables to write");
     File file;
-    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
-    file.Write(&m_Header, sizeof(m_Header));
-    if (n) {
-        file.Write(m_pAlpha, n * sizeof(float));
-        file.Write(m_pBeta, n * sizeof(float));
-    }
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite))
+        return SetLastError("cannot be created", file);
+    // Every write is checked: a full disk must not pass for a saved table.
+    if (!file.Write(&m_Header, sizeof(m_Header)) ||
+        (n && (!file.Write(m_pAlpha, n * sizeof(float)) || !file.Write(m_pBeta, n * sizeof(float)))))
+        return SetLastError("cannot be written", file);
     return 1;
 }
 

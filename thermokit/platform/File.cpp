@@ -32,14 +32,15 @@ bool LockShared(int fd, off_t where) {
     return fcntl(fd, F_OFD_SETLK, &fl) == 0;
 }
 
-// True when another open file description holds a lock on the byte (our own
-// locks never conflict with a probe from the same description).
-bool OtherHolds(int fd, off_t where) {
+// True when another open file description holds a lock on one of the count
+// bytes from where (our own locks never conflict with a probe from the same
+// description).
+bool OtherHolds(int fd, off_t where, off_t count) {
     struct flock fl {};
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
     fl.l_start = where;
-    fl.l_len = 1;
+    fl.l_len = count;
     if (fcntl(fd, F_OFD_GETLK, &fl) != 0) return false;
     return fl.l_type != F_UNLCK;
 }
@@ -49,7 +50,8 @@ bool OtherHolds(int fd, off_t where) {
 File::~File() { Close(); }
 
 File::File(File&& other) noexcept
-    : m_fd(std::exchange(other.m_fd, -1)), m_lockFd(std::exchange(other.m_lockFd, -1)), m_path(std::move(other.m_path)), m_errno(other.m_errno) {}
+    : m_fd(std::exchange(other.m_fd, -1)), m_lockFd(std::exchange(other.m_lockFd, -1)), m_path(std::move(other.m_path)), m_errno(other.m_errno),
+      m_device(other.m_device), m_inode(other.m_inode) {}
 
 File& File::operator=(File&& other) noexcept {
     if (this != &other) {
@@ -58,6 +60,8 @@ File& File::operator=(File&& other) noexcept {
         m_lockFd = std::exchange(other.m_lockFd, -1);
         m_path = std::move(other.m_path);
         m_errno = other.m_errno;
+        m_device = other.m_device;
+        m_inode = other.m_inode;
     }
     return *this;
 }
@@ -87,10 +91,21 @@ bool File::AcquireSharing(unsigned flags) {
             return false;
         }
     }
-    if ((wantRead && OtherHolds(fd, kDenyRead)) || (wantWrite && OtherHolds(fd, kDenyWrite)) ||
-        (denyRead && OtherHolds(fd, kAccessRead)) || (denyWrite && OtherHolds(fd, kAccessWrite))) {
-        ReleaseSharing();
-        return false;
+    // The bytes whose holders would conflict, probed a contiguous run at a
+    // time ("read, deny write" probes its two in one call).
+    const bool probe[4] = {denyRead, denyWrite, wantRead, wantWrite};  // kAccessRead .. kDenyWrite
+    for (int b = 0; b < 4;) {
+        if (!probe[b]) {
+            ++b;
+            continue;
+        }
+        int e = b;
+        while (e + 1 < 4 && probe[e + 1]) ++e;
+        if (OtherHolds(fd, kLockBase + b, e - b + 1)) {
+            ReleaseSharing();
+            return false;
+        }
+        b = e + 1;
     }
     return true;
 }
@@ -107,9 +122,9 @@ void File::ReleaseSharing() {
 
 bool File::IsSameFileAs(const std::string& path) const {
     if (m_fd < 0 || path != m_path) return false;
-    struct stat mine {}, named {};
-    if (::fstat(m_fd, &mine) != 0 || ::stat(path.c_str(), &named) != 0) return false;
-    return mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
+    struct stat named {};
+    if (::stat(path.c_str(), &named) != 0) return false;
+    return named.st_dev == m_device && named.st_ino == m_inode;
 }
 
 bool File::Open(const std::string& path, unsigned flags) {
@@ -139,6 +154,8 @@ bool File::Open(const std::string& path, unsigned flags) {
     }
     m_fd = fd;
     m_path = path;
+    m_device = static_cast<unsigned long long>(st.st_dev);
+    m_inode = static_cast<unsigned long long>(st.st_ino);
     if (!AcquireSharing(flags)) {
         Close();
         Fail(EBUSY);
@@ -251,7 +268,8 @@ bool File::WriteAt(uint64_t offset, const void* data, size_t size) {
 namespace {
 
 // Moves exactly the bytes of the vector at offset (preadv or pwritev), retrying after short transfers
-// and interruptions. 0 when all moved, else the error (EIO when nothing more moves).
+// and interruptions. 0 when all moved, else the error (ENOSPC when a write moves nothing more; -1
+// when a read meets the end of the file).
 int TransferVector(int fd, bool write, struct iovec* iov, int count, uint64_t offset) {
     while (count > 0) {
         const int n1 = count > IOV_MAX ? IOV_MAX : count;
@@ -261,7 +279,7 @@ int TransferVector(int fd, bool write, struct iovec* iov, int count, uint64_t of
             if (errno == EINTR) continue;
             return errno;
         }
-        if (n == 0) return write ? ENOSPC : EIO;
+        if (n == 0) return write ? ENOSPC : -1;
         offset += static_cast<uint64_t>(n);
         size_t left = static_cast<size_t>(n);
         while (count > 0 && left >= iov->iov_len) {
@@ -298,7 +316,7 @@ bool File::ReadSpansAt(uint64_t offset, const Span* spans, int count) {
         return false;
     }
     const int err = TransferSpans(m_fd, false, spans, count, offset);
-    if (err) Fail(err);
+    if (err) m_errno = err < 0 ? 0 : err;
     return err == 0;
 }
 
@@ -377,6 +395,18 @@ bool File::Exists(const std::string& path) {
 }
 
 bool File::Remove(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+
+File::Status File::StatusOf(const std::string& path) {
+    Status status;
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) {
+        status.err = errno ? errno : ENOENT;
+        return status;
+    }
+    status.regular = S_ISREG(st.st_mode);
+    status.size = static_cast<int64_t>(st.st_size);
+    return status;
+}
 
 std::FILE* File::OpenStream(const std::string& path, const char* mode) { return std::fopen(path.c_str(), mode); }
 

@@ -75,16 +75,18 @@ public:
     size_t Read(void* data, size_t size);
     // True only when exactly size bytes were read.
     bool ReadRecord(void* data, size_t size) { return Read(data, size) == size; }
-    // Writes all size bytes; false on error (disk full, I/O error).
-    bool Write(const void* data, size_t size);
+    // Writes all size bytes; false on error (disk full, I/O error). A write
+    // that fails loses data: callers must look at the result.
+    [[nodiscard]] bool Write(const void* data, size_t size);
 
     // Positioned transfers that do not move the file position.
     size_t ReadAt(uint64_t offset, void* data, size_t size);
-    bool WriteAt(uint64_t offset, const void* data, size_t size);
+    [[nodiscard]] bool WriteAt(uint64_t offset, const void* data, size_t size);
     // The pieces one after the other from (to) offset, in as few system calls
-    // as the system allows; true only when every byte moved.
+    // as the system allows; true only when every byte moved. A read that meets
+    // the end of the file first gives false with GetLastError() 0.
     bool ReadSpansAt(uint64_t offset, const Span* spans, int count);
-    bool WriteSpansAt(uint64_t offset, const Span* spans, int count);
+    [[nodiscard]] bool WriteSpansAt(uint64_t offset, const Span* spans, int count);
 
     // Returns the new position, or -1 on failure.
     int64_t Seek(int64_t offset, SeekPosition from);
@@ -117,6 +119,15 @@ public:
     static int64_t GetFileLength(const std::string& path);
     static bool Exists(const std::string& path);
     static bool Remove(const std::string& path);
+    // What a name stands for: err is 0 when it exists (regular tells whether
+    // it is a plain file, not a folder or a device; size is its length), else
+    // the C library's error number (ENOENT, EACCES, ...).
+    struct Status {
+        int err = 0;
+        bool regular = false;
+        int64_t size = 0;
+    };
+    static Status StatusOf(const std::string& path);
 
 private:
     void Fail(int err) { m_errno = err; }
@@ -136,6 +147,10 @@ private:
 #endif
     std::string m_path;
     int m_errno = 0;
+#if !defined(_WIN32)
+    // The open file's identity (device and inode), taken when it was opened.
+    unsigned long long m_device = 0, m_inode = 0;
+#endif
 };
 
 }  // namespace thermokit

@@ -255,13 +255,14 @@ bool File::TransferSpans(bool write, uint64_t offset, const Span* spans, int cou
                                  : ReadFile(Handle(m_fd), p + done, want, &moved, &at);
             if (!r) {
                 const DWORD code = ::GetLastError();
-                if (code == ERROR_HANDLE_EOF) Fail(EIO);
+                if (code == ERROR_HANDLE_EOF) m_errno = 0;  // the end of the file
                 else FailSystem(code);
                 ok = false;
                 break;
             }
             if (moved == 0) {
-                Fail(write ? ENOSPC : EIO);
+                if (write) Fail(ENOSPC);
+                else m_errno = 0;  // the end of the file
                 ok = false;
                 break;
             }
@@ -376,5 +377,18 @@ std::FILE* File::OpenStream(const std::string& path, const char* mode) {
 }
 
 bool File::Remove(const std::string& path) { return !path.empty() && DeleteFileW(win32::FileName(path).c_str()) != 0; }
+
+File::Status File::StatusOf(const std::string& path) {
+    Status status;
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (path.empty() || !GetFileAttributesExW(win32::FileName(path).c_str(), GetFileExInfoStandard, &data)) {
+        const int err = path.empty() ? ENOENT : ErrnoFor(::GetLastError());
+        status.err = err ? err : EIO;
+        return status;
+    }
+    status.regular = (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) == 0;
+    status.size = static_cast<int64_t>((static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
+    return status;
+}
 
 }  // namespace thermokit

@@ -60,7 +60,8 @@ int PngWriter::WriteBgra(const char* path, const uint8_t* bgra, int width, int h
     int ok = row ? WriteRows(file, bgra, width, height, strideBytes, row) : 0;
     std::free(row);
     if (std::fclose(file) != 0) ok = 0;
-    if (!ok) File::Remove(path);
+    // A half-written picture is removed; a device or pipe written to is not a picture to remove.
+    if (!ok && File::StatusOf(path).regular) File::Remove(path);
     return ok;
 }
 

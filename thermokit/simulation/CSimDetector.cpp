@@ -40,6 +40,11 @@ CPlanck Budget(const CSimDetector::Config& c, double kelvin, double transmission
 }
 }  // namespace
 
+int CSimDetector::DefaultDefectCount(unsigned short point, unsigned short line) {
+    const long size = static_cast<long>(point) * line;
+    return static_cast<int>(size / 5000 > 3 ? size / 5000 : 3);
+}
+
 CSimDetector::CSimDetector(const Config& config) : m_Config(config) {
     if (m_Config.bit < 1 || m_Config.bit > 16) m_Config.bit = 14;
     if (!(m_Config.frameRate > 0.0)) m_Config.frameRate = 100.0;
@@ -165,8 +170,12 @@ double CSimDetector::CameraKelvin(double time) const {
     return m_Config.cameraCelsius + kKelvin + m_Config.driftPerSecond * time;
 }
 
-void CSimDetector::Render(const float* kelvin, unsigned short* levels, uint64_t frameNumber,
-                          double cameraKelvin) const {
+void CSimDetector::Render(const float* kelvin, const float* emissivity, const CSimScene& scene,
+                          unsigned short* levels, uint64_t frameNumber, double cameraKelvin) const {
+    const CSimScene::Surface& surface = scene.GetSurface();
+    const double tau = surface.transmission;
+    const double reflected = tau * SceneElectrons(surface.reflectedCelsius + kKelvin);
+    const double air = (1.0 - tau) * SceneElectrons(surface.atmosphereCelsius + kKelvin);
     const int point = m_Config.point, line = m_Config.line;
     const int blocks = (line + kBlockLines - 1) / kBlockLines;
     const double optics = OpticsElectrons(cameraKelvin);
@@ -190,7 +199,9 @@ void CSimDetector::Render(const float* kelvin, unsigned short* levels, uint64_t 
                     levels[i] = level(base);
                     continue;
                 }
-                const double e = SceneElectrons(kelvin[i]) + optics;
+                double e = SceneElectrons(kelvin[i]);
+                if (emissivity) e = tau * emissivity[i] * e + (1.0 - emissivity[i]) * reflected + air;
+                e += optics;
                 const double g = m_afGain[i] * inv;
                 const double sigma = g * std::sqrt(e + read2) * m_afNoise[i];
                 levels[i] = level(base + g * e + sigma * z);
@@ -217,7 +228,13 @@ void CSimDetector::Capture(const CSimScene& scene, unsigned long frameInFilm, un
         map = m_afKelvin.data();
     }
     scene.Temperature(m_Config.point, m_Config.line, frameInFilm, m_dTime, map);
-    Render(map, levels, m_nFrames, CameraKelvin(m_dTime));
+    const float* emissivity = nullptr;
+    if (!scene.IsBlackBody()) {
+        m_afEmissivity.resize(n);
+        scene.Emissivity(m_Config.point, m_Config.line, m_afEmissivity.data());
+        emissivity = m_afEmissivity.data();
+    }
+    Render(map, emissivity, scene, levels, m_nFrames, CameraKelvin(m_dTime));
     ++m_nFrames;
     m_dTime += 1.0 / m_Config.frameRate;
 }

@@ -6,6 +6,9 @@
 //                                         scene through the optic; H: the optic's
 //                                         own emission (1 - transmission) at the
 //                                         camera temperature Tc
+//   (a scene that is not a black body in clear air sends
+//    tau (eps_i E(T) + (1 - eps_i) E(T_refl)) + (1 - tau) E(T_atm) instead of E(T):
+//    see CSimScene's surface)
 //   mean level m = pedestal + o_i + g_i x e / electronsPerLevel
 //   noise      s = g_i / electronsPerLevel x sqrt(e + readNoise^2) x k_i
 //   level      round(m + s x N(0,1)), clamped to [0, 2^bit - 1]
@@ -70,6 +73,10 @@ public:
 
     explicit CSimDetector(const Config& config);
 
+    // How many pixels of each kind of defect (dead, hot, noisy) a detector of
+    // point x line pixels gets when asked for defects: one in 5,000, at least 3.
+    static int DefaultDefectCount(unsigned short point, unsigned short line);
+
     const Config& GetConfig() const { return m_Config; }
     unsigned short GetMaxLevel() const { return m_wMaxLevel; }
     long GetSize() const { return static_cast<long>(m_Config.point) * m_Config.line; }
@@ -126,7 +133,9 @@ public:
 
 private:
     void MakeMaps();
-    void Render(const float* kelvin, unsigned short* levels, uint64_t frameNumber, double cameraKelvin) const;
+    // emissivity null: a black body in clear air.
+    void Render(const float* kelvin, const float* emissivity, const CSimScene& scene, unsigned short* levels,
+                uint64_t frameNumber, double cameraKelvin) const;
 
     Config m_Config;
     unsigned short m_wMaxLevel = 0;
@@ -139,6 +148,7 @@ private:
     double m_dTime = 0.0;
     uint64_t m_nFrames = 0;
     std::vector<float> m_afKelvin;
+    std::vector<float> m_afEmissivity;
 };
 
 }  // namespace thermokit

@@ -67,12 +67,19 @@ int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSim
         truth = std::make_unique<CPtrFloat>(c.point, c.line, c.bit, 0, 0, 0);
         detector.FillHeader(truth.get());
         truth->SetComment("true scene temperature, degrees Celsius");
+        truth->SetSpecialUnitName("degC");
         truth->SetFileName(truthPath);
         if (!Fresh(truthPath) || !truth->WriteHeader()) return 0;
         kelvin.resize(static_cast<size_t>(detector.GetSize()));
         celsius.resize(kelvin.size());
     }
     film.GetFilm()->SetComment(scene.Describe().c_str());
+    // The operator's settings: the surface's emissivity (1 for the material
+    // bands, which have no single one) and the surroundings' temperature.
+    const CSimScene::Surface& surface = scene.GetSurface();
+    film.GetFilm()->SetEmissivity(
+        static_cast<float>(scene.GetKind() == CSimScene::kMaterials ? 1.0 : surface.emissivity));
+    film.GetFilm()->SetAmbiantTemperature(static_cast<float>(surface.reflectedCelsius + kKelvin));
     for (unsigned long k = 0; k < frames; ++k) {
         if (hook) hook(film.GetFilm(), k);
         if (!film.Add(detector, scene, k, truth ? kelvin.data() : nullptr)) return 0;

@@ -1,5 +1,6 @@
 #include "thermokit/simulation/CSimScene.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -16,6 +17,30 @@ CSimScene CSimScene::Uniform(double celsius) {
     s.m_Kind = kUniform;
     s.m_dUniform = celsius;
     return s;
+}
+
+CSimScene CSimScene::Materials(const MaterialsParams& params) {
+    CSimScene s;
+    s.m_Kind = kMaterials;
+    s.m_Materials = params;
+    return s;
+}
+
+CSimScene& CSimScene::SetSurface(const Surface& surface) {
+    m_Surface = surface;
+    return *this;
+}
+
+bool CSimScene::IsBlackBody() const {
+    return m_Kind != kMaterials && m_Surface.emissivity == 1.0 && m_Surface.transmission == 1.0;
+}
+
+void CSimScene::Emissivity(int point, int line, float* emissivity) const {
+    for (int y = 0; y < line; ++y) {
+        const float e = static_cast<float>(m_Kind == kMaterials ? m_Materials.emissivity[Band(line, y)]
+                                                                : m_Surface.emissivity);
+        std::fill_n(emissivity + static_cast<size_t>(y) * point, point, e);
+    }
 }
 
 CSimScene CSimScene::Plate(const PlateParams& params) {
@@ -36,18 +61,38 @@ std::string CSimScene::Describe() const {
     char text[200];
     switch (m_Kind) {
     case kPlate:
-        std::snprintf(text, sizeof text, "simulated plate %.1f..%.1f C, hot spot +%.1f K moving %.2f,%.2f px/frame",
+        std::snprintf(text, sizeof text, "simulated plate %.1f..%.1f degC, hot spot +%.1f K moving %.2f,%.2f px/frame",
                       m_Plate.leftCelsius, m_Plate.rightCelsius, m_Plate.spotRise, m_Plate.moveX, m_Plate.moveY);
         break;
     case kLockin:
         std::snprintf(text, sizeof text,
-                      "simulated lock-in sample %.1f C, %.2f K every %d frames, buried defect %+.0f %% / %+.1f deg",
+                      "simulated lock-in sample %.1f degC, %.2f K every %d frames, buried defect %+.0f %% / %+.1f deg",
                       m_Lockin.baseCelsius, m_Lockin.amplitude, m_Lockin.framesPerPeriod,
                       100.0 * m_Lockin.defectAmplitude, m_Lockin.defectPhaseDegrees);
         break;
-    default: std::snprintf(text, sizeof text, "simulated black body %.2f C", m_dUniform); break;
+    case kMaterials:
+        std::snprintf(text, sizeof text,
+                      "simulated plate %.1f..%.1f degC in bands of emissivity %.2f, %.2f, %.2f (top to bottom)",
+                      m_Materials.leftCelsius, m_Materials.rightCelsius, m_Materials.emissivity[0],
+                      m_Materials.emissivity[1], m_Materials.emissivity[2]);
+        break;
+    default: std::snprintf(text, sizeof text, "simulated black body %.2f degC", m_dUniform); break;
     }
-    return text;
+    std::string out = text;
+    if (!IsBlackBody()) {
+        if (m_Kind != kMaterials) {
+            std::snprintf(text, sizeof text, ", emissivity %.3g", m_Surface.emissivity);
+            out += text;
+        }
+        std::snprintf(text, sizeof text, ", reflected %.1f degC", m_Surface.reflectedCelsius);
+        out += text;
+        if (m_Surface.transmission != 1.0) {
+            std::snprintf(text, sizeof text, ", air transmission %.3g at %.1f degC", m_Surface.transmission,
+                          m_Surface.atmosphereCelsius);
+            out += text;
+        }
+    }
+    return out;
 }
 
 void CSimScene::SpotCentre(int point, int line, unsigned long frame, double& x, double& y) const {
@@ -106,6 +151,16 @@ void CSimScene::Temperature(int point, int line, unsigned long frame, double tim
                 kelvin[static_cast<size_t>(y) * point + x] = static_cast<float>(t + kKelvin);
             }
         }
+        return;
+    }
+    case kMaterials: {
+        const MaterialsParams& p = m_Materials;
+        for (int y = 0; y < line; ++y)
+            for (int x = 0; x < point; ++x) {
+                const double fx = point > 1 ? static_cast<double>(x) / (point - 1) : 0.0;
+                kelvin[static_cast<size_t>(y) * point + x] =
+                    static_cast<float>(p.leftCelsius + (p.rightCelsius - p.leftCelsius) * fx + kKelvin);
+            }
         return;
     }
     case kLockin: {

@@ -1,0 +1,113 @@
+#include "thermokit/film/FilmReader.h"
+
+#include "thermokit/film/CPtr.h"
+#include "thermokit/film/CPtrFloat.h"
+#include "thermokit/image/CAverage.h"
+#include "thermokit/image/CNoise.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Messages.h"
+
+namespace thermokit {
+
+namespace {
+
+void Problem(const std::string& path, const std::string& what) {
+    Messages::ShowMessage("file " + path + ": " + what, "thermokit", MB_ICONERROR);
+}
+
+constexpr const char* kNotAFilm = "not a film, or its header is damaged or does not fit the file";
+
+}  // namespace
+
+std::string FileProblem(const std::string& path) {
+    if (!File::Exists(path)) return "not found";
+    File f;
+    if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened (" + f.GetLastErrorText() + ")";
+    if (f.GetLength() == 0) return "empty file";
+    return std::string();
+}
+
+std::string FilmIncomplete(const CPtr& film) {
+    const unsigned long frames = film.GetFrameNumber();
+    if (frames == 0) return std::string();
+    const uint64_t end = film.OffsetImage(frames - 1) + film.GetImageSize();
+    const int64_t size = film.GetFileSize();
+    if (size < 0 || static_cast<uint64_t>(size) < end)
+        return "shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) + " bytes, " +
+               std::to_string(end) + " expected); the film is truncated";
+    return std::string();
+}
+
+bool ReadFilmFrame(CPtr& film, const std::string& path, unsigned long n, std::string& error) {
+    if (film.ReadFrame(n)) return true;
+    error = "file " + path + ": frame " + std::to_string(n) + " cannot be read (the file is shorter than its header says)";
+    return false;
+}
+
+int CheckFilmComplete(const CPtr& film) {
+    const std::string why = FilmIncomplete(film);
+    if (why.empty()) return 1;
+    Problem(film.GetFileName(), why);
+    return 0;
+}
+
+std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
+    const std::string why = FileProblem(path);
+    if (!why.empty()) {
+        Problem(path, why);
+        return nullptr;
+    }
+    CPtrOver header(path);
+    if (!header.IsValid()) {
+        Problem(path, header.GetLastErrorText().empty() ? std::string(kNotAFilm) : header.GetLastErrorText());
+        return nullptr;
+    }
+    std::unique_ptr<CPtr> film;
+    if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(path, 0, 0, 1);
+    else film = std::make_unique<CPtr>(path, 0, 0, 1);
+    if (!film->IsValid()) {
+        Problem(path, film->GetLastErrorText().empty() ? std::string(kNotAFilm) : film->GetLastErrorText());
+        return nullptr;
+    }
+    if (!CheckFilmComplete(*film)) return nullptr;
+    return film;
+}
+
+int ReadTemporalNoise(CPtr& film, float* noise) {
+    const unsigned short point = film.GetPoint(), line = film.GetLine();
+    const unsigned long frames = film.GetFrameNumber();
+    if (frames == 0) return 0;
+    CAverage mean(point, line, film.GetBit(), 0);
+    for (unsigned long n = 0; n < frames; ++n) {
+        if (!film.ReadFrame(n)) return 0;
+        mean.Accumulate(film.GetFrame(), 1.0);
+    }
+    double* m = mean.GetDoubleBuffer(0);
+    if (!m) return 0;
+    CNoise rms(point, line, film.GetBit(), 0);
+    for (unsigned long n = 0; n < frames; ++n) {
+        if (!film.ReadFrame(n)) return 0;
+        rms.Accumulate(film.GetFrame(), m);
+    }
+    const double* r = rms.GetBuffer();
+    if (!r) return 0;
+    const long size = film.GetSize();
+    for (long i = 0; i < size; ++i) noise[i] = static_cast<float>(r[i]);
+    return 1;
+}
+
+int ReadElapsedTimes(CPtr& film, double* seconds) {
+    const unsigned long frames = film.GetFrameNumber();
+    double first = 0.0, previous = 0.0, day = 0.0;
+    for (unsigned long n = 0; n < frames; ++n) {
+        double t = 0.0;
+        if (!film.ReadTime(n, t)) return 0;
+        if (n == 0) first = previous = t;
+        if (previous - t > 43200.0) day += 86400.0;
+        previous = t;
+        seconds[n] = t + day - first;
+    }
+    return 1;
+}
+
+}  // namespace thermokit
