@@ -108,7 +108,11 @@ TEST(FilmPipeline, SameResultsForOneTwoAndSevenThreads) {
     std::vector<unsigned char> first;
     for (int threads : {1, 2, 7}) {
         SetThreadCount(threads);
+#if defined(_WIN32)  // built without oneTBB: one thread, whatever is asked
+        EXPECT_EQ(GetThreadCount(), 1);
+#else
         EXPECT_EQ(GetThreadCount(), threads);
+#endif
         const auto bytes = Results(cold, hot, out);
         if (first.empty()) first = bytes;
         EXPECT_TRUE(bytes == first) << threads << " threads";
