@@ -6,10 +6,10 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "support/ToolRun.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
@@ -25,15 +25,8 @@ namespace {
 
 constexpr double kKelvin = 273.15;
 
-std::string Temp(const std::string& name) {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    return ::testing::TempDir() + "sim_" + info->name() + "_" + name;
-}
-
-std::vector<char> Bytes(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<char>(std::istreambuf_iterator<char>(f), {});
-}
+std::string Temp(const std::string& name) { return test::TempPath("sim_" + name); }
+using test::ReadAll;
 
 CSimDetector::Config Small(uint64_t seed = 7) {
     CSimDetector::Config c;
@@ -112,10 +105,10 @@ TEST(SimDetector, FilmsRepeatByteForByte) {
         ASSERT_EQ(CSimFilm::Record(f1, a, scene, 4, t1), 1);
         ASSERT_EQ(CSimFilm::Record(f2, b, scene, 4, t2), 1);
     }
-    const auto b1 = Bytes(f1), b2 = Bytes(f2);
+    const auto b1 = ReadAll(f1), b2 = ReadAll(f2);
     ASSERT_FALSE(b1.empty());
     EXPECT_EQ(b1, b2);
-    EXPECT_EQ(Bytes(t1), Bytes(t2));
+    EXPECT_EQ(ReadAll(t1), ReadAll(t2));
     // Recording again over an existing, longer film leaves no stale images.
     {
         CSimDetector a(Small(3));
@@ -124,7 +117,7 @@ TEST(SimDetector, FilmsRepeatByteForByte) {
     CPtr film(f1, 0, 0, 0);
     ASSERT_TRUE(film.IsValid());
     EXPECT_EQ(film.GetFrameNumber(), 2u);
-    EXPECT_EQ(static_cast<int64_t>(Bytes(f1).size()), static_cast<int64_t>(film.OffsetImage(2)));
+    EXPECT_EQ(static_cast<int64_t>(ReadAll(f1).size()), static_cast<int64_t>(film.OffsetImage(2)));
 }
 
 TEST(SimDetector, FilmHeaderDescribesTheCamera) {
