@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "support/ToolRun.h"
+#include "support/Bytes.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
@@ -118,6 +117,7 @@ TEST(SimDetector, FilmsRepeatByteForByte) {
     ASSERT_TRUE(film.IsValid());
     EXPECT_EQ(film.GetFrameNumber(), 2u);
     EXPECT_EQ(static_cast<int64_t>(ReadAll(f1).size()), static_cast<int64_t>(film.OffsetImage(2)));
+    for (const std::string& f : {f1, f2, t1, t2}) std::filesystem::remove(f);
 }
 
 TEST(SimDetector, FilmHeaderDescribesTheCamera) {
@@ -163,6 +163,8 @@ TEST(SimDetector, FilmHeaderDescribesTheCamera) {
     ASSERT_TRUE(tf.ReadFrame(2));
     for (long i = 0; i < det.GetSize(); i += 97)
         EXPECT_NEAR(tf.GetDoubleBuffer()[i], kelvin[i] - kKelvin, 1e-3) << i;
+    std::filesystem::remove(path);
+    std::filesystem::remove(truth);
 }
 
 TEST(SimDetector, FilmThatCannotBeWrittenIsReported) {
@@ -281,7 +283,7 @@ TEST(SimDetector, TruthFilesHoldTheMaps) {
     CSimDetector::Config cfg = Small();
     cfg.defects = {{3 * 96 + 4, CSimDetector::kHot}};
     CSimDetector det(cfg);
-    const std::string folder = ::testing::TempDir() + "sim_truth";
+    const std::string folder = Temp("truth");
     std::filesystem::create_directories(folder);
     ASSERT_EQ(det.SaveTruth(folder), 1);
     CPtrFloat gain(folder + "/gain.film", 0, 0, 0), offset(folder + "/offset.film", 0, 0, 0);
@@ -293,14 +295,12 @@ TEST(SimDetector, TruthFilesHoldTheMaps) {
         ASSERT_EQ(gain.GetDoubleBuffer()[i], det.GetGainMap()[i]);
         ASSERT_EQ(offset.GetDoubleBuffer()[i], det.GetOffsetMap()[i]);
     }
-    std::ifstream csv(folder + "/defects.csv");
-    std::string line;
-    std::vector<std::string> lines;
-    while (std::getline(csv, line)) lines.push_back(line);
+    const std::vector<std::string> lines = test::ReadLines(folder + "/defects.csv");
     ASSERT_EQ(lines.size(), det.GetDefects().size() + 1);
     EXPECT_EQ(lines[0], "index,x,y,kind");
     EXPECT_NE(std::find(lines.begin(), lines.end(), std::to_string(3 * 96 + 4) + ",4,3,hot"), lines.end());
     EXPECT_EQ(det.SaveTruth(folder + "/missing/deeper"), 0);
+    std::filesystem::remove_all(folder);
 }
 
 TEST(RadiometricFit, RecoversAKnownLawAndRefusesTooLittle) {
