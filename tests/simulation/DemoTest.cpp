@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "support/ToolRun.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CPixel.h"
@@ -21,11 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int RunTool(const std::string& args) {
-    const std::string cmd = std::string("'") + THERMOKIT_TOOL_PATH + "' " + args + " >/dev/null 2>&1";
-    const int status = std::system(cmd.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
+int RunTool(const std::string& args) { return test::RunTool(args, test::ToolErrors::kDiscarded).status; }
 
 class Demo : public ::testing::Test {
 protected:
