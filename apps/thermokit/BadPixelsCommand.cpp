@@ -36,7 +36,7 @@ struct DetectOptions {
 bool FilmNoise(const std::string& path, CPtr& film, std::vector<float>& noise) {
     noise.assign(static_cast<size_t>(film.GetSize()), 0.0f);
     if (!ReadTemporalNoise(film, noise.data())) {
-        Error("file " + path + ": a frame cannot be read");
+        FileError(path, film.GetLastErrorText().empty() ? "a frame cannot be read" : film.GetLastErrorText());
         return false;
     }
     return true;
@@ -74,25 +74,21 @@ int RunDetect(const DetectOptions& o) {
     }
     std::vector<float> noise;
     if (!o.noiseFilm.empty()) {
-        if (!File::Exists(o.noiseFilm)) {
-            Error("file " + o.noiseFilm + ": cannot be opened");
+        // Opened once: its header, its completeness and its frames are those of one file.
+        std::unique_ptr<CPtr> film = OpenFilmForReading(o.noiseFilm);
+        if (!film) return kFailed;
+        if (film->GetPixelBytes() != 2 || film->GetFrameNumber() < 2) {
+            FileError(o.noiseFilm, "not a film of at least two 16-bit images");
             return kFailed;
         }
-        CPtr film(o.noiseFilm, 0, 0, 0);
-        if (!film.IsValid() || film.GetFrameNumber() < 2) {
-            Error("file " + o.noiseFilm + ": not a film of at least two 16-bit images");
+        if (nuc && (film->GetPoint() != point || film->GetLine() != line)) {
+            FileError(o.noiseFilm, std::to_string(film->GetPoint()) + " x " + std::to_string(film->GetLine()) +
+                                       " pixels, the NUC table " + std::to_string(point) + " x " + std::to_string(line));
             return kFailed;
         }
-        if (!FilmComplete(film, o.noiseFilm)) return kFailed;
-        if (nuc && (film.GetPoint() != point || film.GetLine() != line)) {
-            Error("file " + o.noiseFilm + ": " + std::to_string(film.GetPoint()) + " x " +
-                  std::to_string(film.GetLine()) + " pixels, the NUC table " + std::to_string(point) + " x " +
-                  std::to_string(line));
-            return kFailed;
-        }
-        point = film.GetPoint();
-        line = film.GetLine();
-        if (!FilmNoise(o.noiseFilm, film, noise)) return kFailed;
+        point = film->GetPoint();
+        line = film->GetLine();
+        if (!FilmNoise(o.noiseFilm, *film, noise)) return kFailed;
     }
 
     const long size = static_cast<long>(point) * line;
@@ -107,18 +103,22 @@ int RunDetect(const DetectOptions& o) {
     if (o.noiseGiven && !map.UpdateNoise(noise.data(), size, o.noiseThreshold, o.noiseHigh ? 1 : 0)) return full();
     map.UpdateReplacement();
     map.UpdateDistribution(nullptr, 0);
-    // The map is written under a temporary name and renamed into place once
-    // complete; the report names its own file in its first line, so it is
-    // written under its name, after the map.
+    // Both files or neither: the map is written under a temporary name, the
+    // report (which names its own file in its first line) under its name, and
+    // the map is renamed into place only once the report is whole.
     OutputFile target(o.output);
     if (!map.Save(target.c_str())) {
-        Error("file " + o.output + ": cannot be created");
+        FileError(o.output, "cannot be written (" + map.GetLastErrorText() + ")");
         return kFailed;
     }
-    if (!target.Commit()) return kFailed;
     if (!o.report.empty() &&
         !map.SaveAscii(o.report.c_str(), o.gainGiven ? 1 : 0, o.offsetGiven ? 1 : 0, o.noiseGiven ? 1 : 0)) {
-        Error("file " + o.report + ": cannot be created");
+        FileError(o.report, map.GetLastErrorText());
+        std::remove(o.report.c_str());
+        return kFailed;
+    }
+    if (!target.Commit()) {
+        if (!o.report.empty()) std::remove(o.report.c_str());
         return kFailed;
     }
     Note("%s: %u x %u pixels, %ld bad (gain %ld, offset %ld, noise %ld, gain & offset %ld, "
@@ -128,7 +128,9 @@ int RunDetect(const DetectOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(310, [](CLI::App& app) {
+}  // namespace
+
+void AddBadPixelsCommand(CLI::App& app) {
     auto* bad = app.add_subcommand("badpixels", "Bad-pixel maps");
     bad->require_subcommand(1);
     bad->footer("Example: thermokit badpixels detect --nuc cam.nuc --gain 20 --offset 5 -o cam.bpr");
@@ -138,24 +140,23 @@ RegisterCommand reg(310, [](CLI::App& app) {
         "Detect bad pixels: gains outside +/-PERCENT of the reference, offsets outside +/-PERCENT of the level, "
         "temporal noise at or below (or, with --noise-high, at or above) a threshold; replacements are chosen "
         "among the nearest good neighbours");
-    detect->add_option("--nuc", o->nuc, "NUC table whose gains and offsets are tested");
+    Input(detect->add_option("--nuc", o->nuc, "NUC table whose gains and offsets are tested"));
     detect->add_option("--gain", o->gainPercent, "Gain criterion in percent (e.g. 20: outside 0.8..1.2 x reference)")
         ->each([o](const std::string&) { o->gainGiven = true; });
     detect->add_option("--gain-reference", o->gainReference, "Nominal gain (default 1.0)");
     detect->add_option("--offset", o->offsetPercent, "Offset criterion in percent of --level")
         ->each([o](const std::string&) { o->offsetGiven = true; });
     detect->add_option("--level", o->level, "Level the offset criterion is a percentage of (default 16383)");
-    detect->add_option("--noise-film", o->noiseFilm, "Film of a uniform scene whose temporal noise is tested");
+    Input(detect->add_option("--noise-film", o->noiseFilm, "Film of a uniform scene whose temporal noise is tested"));
     detect->add_option("--noise", o->noiseThreshold, "Noise threshold in DL")
         ->each([o](const std::string&) { o->noiseGiven = true; });
     detect->add_flag("--noise-high", o->noiseHigh, "Flag noisy pixels (noise >= threshold) instead of dead ones");
-    detect->add_option("-o,--output", o->output, "Bad-pixel map to write")->required();
-    detect->add_option("--report", o->report, "Also write the text report of the map");
+    Output(detect->add_option("-o,--output", o->output, "Bad-pixel map to write"))->required();
+    Output(detect->add_option("--report", o->report, "Also write the text report of the map"));
     detect->footer(
         "Example: thermokit badpixels detect --nuc cam.nuc --gain 20 --offset 10 --noise-film flat.film --noise 0.5 "
         "-o cam.bpr --report cam.txt");
     detect->callback([o] { SetAction([o] { return RunDetect(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -1,6 +1,7 @@
 // thermokit calib: inspect a calibration file and convert levels and values through it.
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,20 +35,20 @@ int RunInfo(const std::string& path, bool points) {
     int day, month, year;
     cal->GetDate(&day, &month, &year);
     const CRect f = cal->GetFormat();
-    std::printf("file          %s\n", path.c_str());
-    std::printf("version       %.4s\n", h.m_szVersion);
-    std::printf("camera        %s\n", cal->GetCamera().c_str());
+    std::printf("file          %s\n", EscapeControls(NameToUtf8(path)).c_str());
+    std::printf("version       %s\n", Shown(std::string(h.m_szVersion, strnlen(h.m_szVersion, 4))).c_str());
+    std::printf("camera        %s\n", Shown(cal->GetCamera()).c_str());
     std::printf("date          %04d-%02d-%02d\n", year, month, day);
     std::printf("integration   %u us\n", static_cast<unsigned>(h.m_wIntegration));
     std::printf("frame rate    %u\n", static_cast<unsigned>(cal->GetFrameRate()));
     std::printf("aperture      %g\n", static_cast<double>(cal->GetAperture()));
     std::printf("background    %g\n", static_cast<double>(cal->GetBackground()));
     std::printf("housing       %g\n", static_cast<double>(cal->GetHousingTemp()));
-    std::printf("lens          %s\n", cal->GetLens().c_str());
-    std::printf("filter        %s\n", cal->GetFilterName().c_str());
+    std::printf("lens          %s\n", Shown(cal->GetLens()).c_str());
+    std::printf("filter        %s\n", Shown(cal->GetFilterName()).c_str());
     std::printf("distance      %g\n", static_cast<double>(cal->GetDistance()));
-    std::printf("units         X %s (%s), Y %s (%s)\n", cal->GetUnitX().c_str(), cal->GetUnitLabelX().c_str(),
-                cal->GetUnitY().c_str(), cal->GetUnitLabelY().c_str());
+    std::printf("units         X %s (%s), Y %s (%s)\n", Shown(cal->GetUnitX()).c_str(), Shown(cal->GetUnitLabelX()).c_str(),
+                Shown(cal->GetUnitY()).c_str(), Shown(cal->GetUnitLabelY()).c_str());
     std::printf("format        x %d y %d width %d height %d\n", f.left, f.top, f.Width(), f.Height());
     std::printf("extensions    0x%02x\n", cal->GetExtensionTypes());
     std::printf("points        %u\n", static_cast<unsigned>(cal->GetSize()));
@@ -77,7 +78,7 @@ int RunInfo(const std::string& path, bool points) {
         for (size_t i = 0; i < names.size(); ++i) {
             float g = 0.0f, o = 0.0f;
             cal->GetConfigTransfo(static_cast<int>(i), g, o);
-            std::printf("  %zu: %s gain %g offset %g\n", i, names[i].c_str(), static_cast<double>(g),
+            std::printf("  %zu: %s gain %g offset %g\n", i, Shown(names[i]).c_str(), static_cast<double>(g),
                         static_cast<double>(o));
         }
     }
@@ -108,12 +109,12 @@ int RunConvert(const ConvertOptions& o) {
     // Temperatures in and out by the tool's rule (degC, or K with --kelvin); other quantities as the curve has them.
     const int kind = CurveTemperatureUnit(cal->GetUnitY());
     if (kind < 0 && o.kelvin) {
-        Error("file " + o.path + ": its values are in \"" + cal->GetUnitY() + "\", not temperatures; --kelvin applies to temperatures");
+        Error("file " + o.path + ": its values are in \"" + Latin1ToUtf8(cal->GetUnitY()) + "\", not temperatures; --kelvin applies to temperatures");
         return kUsage;
     }
     const double curveShift = kind == 1 ? kKelvinOffset : 0.0;  // degC to the curve's unit
     const double outShift = o.kelvin ? kKelvinOffset : 0.0;
-    const std::string unit = kind < 0 ? cal->GetUnitY() : (o.kelvin ? "K" : "degC");
+    const std::string unit = kind < 0 ? Shown(cal->GetUnitY()) : (o.kelvin ? "K" : "degC");
     if (o.lensFormat >= 0) {
         if (o.lensFormat >= cal->GetLensExtendedClassCount() || !cal->SetCurrentConfig(o.lensFormat)) {
             Error("file " + o.path + ": lens format " + std::to_string(o.lensFormat) + " cannot be selected");
@@ -136,12 +137,14 @@ int RunConvert(const ConvertOptions& o) {
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
         }
-        std::printf("%.6g %s\n", static_cast<double>(x), cal->GetUnitX().c_str());
+        std::printf("%.6g %s\n", static_cast<double>(x), Shown(cal->GetUnitX()).c_str());
     }
     return kDone;
 }
 
-RegisterCommand reg(400, [](CLI::App& app) {
+}  // namespace
+
+void AddCalibCommand(CLI::App& app) {
     auto* calib = app.add_subcommand("calib", "Inspect calibration files and convert through them");
     calib->require_subcommand(1);
     calib->footer("Example: thermokit calib info camera.cal");
@@ -149,16 +152,16 @@ RegisterCommand reg(400, [](CLI::App& app) {
     auto infoPath = std::make_shared<std::string>();
     auto infoPoints = std::make_shared<bool>(false);
     auto* info = calib->add_subcommand("info", "Show the header, curve and extensions of a calibration file");
-    info->add_option("FILE", *infoPath, "Calibration file")->required();
+    Input(info->add_option("FILE", *infoPath, "Calibration file"))->required();
     info->add_flag("--points", *infoPoints, "List every point of the curve");
     info->footer("Example: thermokit calib info camera.cal --points");
     info->callback([infoPath, infoPoints] { SetAction([infoPath, infoPoints] { return RunInfo(*infoPath, *infoPoints); }); });
 
     auto opts = std::make_shared<ConvertOptions>();
     auto* convert = calib->add_subcommand("convert", "Convert a level to a value (--level) or a value to a level (--value)");
-    convert->add_option("FILE", opts->path, "Calibration file")->required();
+    Input(convert->add_option("FILE", opts->path, "Calibration file"))->required();
     auto* level = convert->add_option("-l,--level", opts->level, "Digital level to convert");
-    auto* value = convert->add_option("-v,--value", opts->value, "Calibrated value to convert (a temperature in degC)");
+    auto* value = convert->add_option("--value", opts->value, "Calibrated value to convert (a temperature in degC)");
     level->excludes(value);
     value->excludes(level);
     convert->add_flag("--no-extrapolate", opts->noExtrapolate, "Refuse values outside the curve");
@@ -173,7 +176,6 @@ RegisterCommand reg(400, [](CLI::App& app) {
         }
         SetAction([opts] { return RunConvert(*opts); });
     });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

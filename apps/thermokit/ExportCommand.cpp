@@ -105,8 +105,7 @@ int RunExport(const ExportOptions& o) {
             }
             progress.Step(outs.size());
         }
-        for (auto& out : outs)
-            if (!out->Commit()) return kFailed;
+        if (!CommitAll(outs)) return kFailed;
         progress.Done();
         Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
              outs.back()->Path().c_str(), count, film.point, film.line, setup.paletteName.c_str(),
@@ -132,22 +131,23 @@ int RunExport(const ExportOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(320, [](CLI::App& app) {
+}  // namespace
+
+void AddExportCommand(CLI::App& app) {
     auto o = std::make_shared<ExportOptions>();
     auto* sub = app.add_subcommand("export", "Write frames of a film as PNG pictures, CSV, raw samples or a NumPy array");
-    sub->add_option("film", o->file, "Film file")->required();
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    Input(sub->add_option("film", o->file, "Film file"))->required();
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--format", o->format, "png, csv, raw (little-endian) or npy")->required();
-    sub->add_option("-o,--output", o->output,
-                    "File to write; for png the pattern of the pictures (OUT-NNNNN.png, or a printf pattern)")
+    Output(sub->add_option("-o,--output", o->output,
+                    "File to write; for png the pattern of the pictures (OUT-NNNNN.png, or a printf pattern)"))
         ->required();
     AddConversionOptions(sub, o->conversion);
     AddPictureOptions(sub, o->picture);
     sub->footer("Example: thermokit export run.film --frames 0:99 --format npy --embedded -o run.npy\n"
                 "         thermokit export run.film --format png --embedded --range 20:60 --bar -o png/run.png");
     sub->callback([o] { SetAction([o] { return RunExport(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

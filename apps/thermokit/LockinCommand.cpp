@@ -46,10 +46,12 @@ int RunLockin(const LockinOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(330, [](CLI::App& app) {
+}  // namespace
+
+void AddLockinCommand(CLI::App& app) {
     auto options = std::make_shared<LockinOptions>();
     auto* lockin = app.add_subcommand("lockin", "Demodulate a film at a frequency into module and phase images");
-    lockin->add_option("film", options->file, "Film file of levels")->required();
+    Input(lockin->add_option("film", options->file, "Film file of levels"))->required();
     lockin->add_option("--frequency", options->frequency, "Demodulation frequency, Hz")
         ->required()
         ->check(CLI::PositiveNumber);
@@ -61,7 +63,6 @@ RegisterCommand reg(330, [](CLI::App& app) {
         ->required();
     lockin->footer("Example: thermokit lockin run.film --frequency 0.5 --frame-rate 50 --filter median -o run");
     lockin->callback([options] { SetAction([options] { return RunLockin(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -35,9 +35,9 @@ int RunList(const PaletteOptions& o) {
     for (size_t k = 0; k < names.size(); ++k) {
         const int number = CLogPalette::FIRST_CUSTOM + static_cast<int>(k);
         if (custom[k].nEntries == 0)
-            std::printf("%3d  %-12s empty (no entry-count line)\n", number, names[k].c_str());
+            std::printf("%3d  %-12s empty (no entry-count line)\n", number, Shown(names[k]).c_str());
         else
-            std::printf("%3d  %-12s %3d entries, %d control points\n", number, names[k].c_str(), custom[k].nEntries,
+            std::printf("%3d  %-12s %3d entries, %d control points\n", number, Shown(names[k]).c_str(), custom[k].nEntries,
                         custom[k].nPoints);
     }
     return kDone;
@@ -71,14 +71,16 @@ int RunRender(const PaletteOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(500, [](CLI::App& app) {
+}  // namespace
+
+void AddPaletteCommand(CLI::App& app) {
     auto options = std::make_shared<PaletteOptions>();
     auto* group = app.add_subcommand("palette", "Built-in and custom colour palettes");
     group->require_subcommand(1);
     group->footer("Example: thermokit palette list --file palettes.ini");
 
     auto* list = group->add_subcommand("list", "List the number and name of every built-in and custom palette");
-    list->add_option("--file", options->file, "Palette file with custom palettes");
+    Input(list->add_option("--file", options->file, "Palette file with custom palettes"));
     list->footer("Example: thermokit palette list --file palettes.ini");
     list->callback([options] { SetAction([options] { return RunList(*options); }); });
 
@@ -86,13 +88,12 @@ RegisterCommand reg(500, [](CLI::App& app) {
     render->add_option("palette", options->palette, "Palette name or number")->required();
     render->add_flag("--swap", options->swap, "Reverse the palette");
     render->add_flag("--vertical", options->vertical, "Vertical bar (highest level at the top)");
-    render->add_option("--file", options->file, "Palette file with custom palettes");
+    Input(render->add_option("--file", options->file, "Palette file with custom palettes"));
     render->add_option("--width", options->width, "Picture width in pixels")->check(CLI::Range(1, 16384));
     render->add_option("--height", options->height, "Picture height in pixels")->check(CLI::Range(1, 16384));
-    render->add_option("-o,--output", options->output, "PNG file to write")->required();
+    Output(render->add_option("-o,--output", options->output, "PNG file to write"))->required();
     render->footer("Example: thermokit palette render \"Hot Metal\" --vertical -o bar.png");
     render->callback([options] { SetAction([options] { return RunRender(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -89,20 +89,21 @@ int RunStats(const StatsOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(330, [](CLI::App& app) {
+}  // namespace
+
+void AddStatsCommand(CLI::App& app) {
     auto o = std::make_shared<StatsOptions>();
     auto* sub = app.add_subcommand("stats", "Per-frame minimum, maximum, mean and standard deviation of a film");
-    sub->add_option("film", o->file, "Film file")->required();
+    Input(sub->add_option("film", o->file, "Film file"))->required();
     auto* roi = sub->add_option("--roi", o->roi, "Rectangle x,y,w,h (pixels)");
-    auto* region = sub->add_option("--region-file", o->regionFile,
-                                   "Region file: lines \"rect X Y W H\", \"ellipse X Y W H\", \"polygon X1 Y1 X2 Y2 ...\"");
+    auto* region = Input(sub->add_option("--region-file", o->regionFile,
+                                   "Region file: lines \"rect X Y W H\", \"ellipse X Y W H\", \"polygon X1 Y1 X2 Y2 ...\""));
     roi->excludes(region);
     AddConversionOptions(sub, o->conversion);
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_flag("--csv", o->csv, "Comma-separated values with a header line");
     sub->footer("Example: thermokit stats run.film --roi 100,80,64,48 --embedded --emissivity 0.95 --csv > run.csv");
     sub->callback([o] { SetAction([o] { return RunStats(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

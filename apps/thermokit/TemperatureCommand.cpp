@@ -162,10 +162,12 @@ int RunTemperature(const TemperatureOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(340, [](CLI::App& app) {
+}  // namespace
+
+void AddTemperatureCommand(CLI::App& app) {
     auto o = std::make_shared<TemperatureOptions>();
     auto* sub = app.add_subcommand("temperature", "Temperatures of one frame at a pixel or over a rectangle");
-    sub->add_option("film", o->file, "Film file")->required();
+    Input(sub->add_option("film", o->file, "Film file"))->required();
     AddConversionOptions(sub, o->conversion);
     auto* pixel = sub->add_option("--pixel", o->pixel, "One pixel X,Y");
     auto* roi = sub->add_option("--roi", o->roi, "Rectangle x,y,w,h (default the whole image)");
@@ -178,7 +180,6 @@ RegisterCommand reg(340, [](CLI::App& app) {
             throw CLI::ValidationError("temperature", "give --calib FILE or --embedded");
         SetAction([o] { return RunTemperature(*o); });
     });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli
