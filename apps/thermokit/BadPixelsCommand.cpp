@@ -3,9 +3,11 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Command.h"
+#include "FilmHeaderJson.h"
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
@@ -128,6 +130,44 @@ int RunDetect(const DetectOptions& o) {
     return kDone;
 }
 
+// The criteria a pixel failed, by its code; empty when the map keeps none.
+std::string Kind(unsigned char code) {
+    std::string kind;
+    for (const auto& [bits, name] : {std::pair<unsigned char, const char*>{CPixel::kGain, "gain"},
+                                     {CPixel::kOffset, "offset"}, {CPixel::kNoise, "noise"}})
+        if (code & bits) kind += (kind.empty() ? "" : "+") + std::string(name);
+    return kind;
+}
+
+// Every bad pixel of a map with its replacement, 0-based columns and lines.
+int RunList(const std::string& path, bool json) {
+    CPixel map(path.c_str());
+    if (!map.IsValid()) {
+        FileError(path, map.GetLastErrorText().empty() ? map.GetLastErrorMessage() : map.GetLastErrorText());
+        return kFailed;
+    }
+    Json pixels = Json::array();
+    for (long k = 0; k < map.GetSize(); ++k) {
+        unsigned short x = 0, y = 0, rx = 0, ry = 0;
+        map.Coordinates(map.GetPixel1()[k], &x, &y);
+        map.Coordinates(map.GetPixel2()[k], &rx, &ry);
+        const unsigned char code = map.IsDistributed() && map.GetCriteria() ? map.GetCriteria()[k] : 0;
+        pixels.push_back({{"x", x}, {"y", y}, {"kind", Kind(code)}, {"replacement", {rx, ry}}});
+    }
+    if (json) {
+        const Json out = {{"file", NameToUtf8(path)}, {"width", map.GetPoint()}, {"height", map.GetLine()},
+                          {"count", map.GetSize()}, {"pixels", pixels}};
+        std::printf("%s\n", out.dump(2).c_str());
+        return kDone;
+    }
+    std::printf("%6s %6s %-18s %s\n", "x", "y", "kind", "replacement");
+    for (const Json& p : pixels)
+        std::printf("%6u %6u %-18s %u,%u\n", p["x"].get<unsigned>(), p["y"].get<unsigned>(),
+                    p["kind"].get<std::string>().empty() ? "-" : p["kind"].get<std::string>().c_str(),
+                    p["replacement"][0].get<unsigned>(), p["replacement"][1].get<unsigned>());
+    return kDone;
+}
+
 }  // namespace
 
 void AddBadPixelsCommand(CLI::App& app) {
@@ -142,13 +182,16 @@ void AddBadPixelsCommand(CLI::App& app) {
         "among the nearest good neighbours");
     Input(detect->add_option("--nuc", o->nuc, "NUC table whose gains and offsets are tested"));
     detect->add_option("--gain", o->gainPercent, "Gain criterion in percent (e.g. 20: outside 0.8..1.2 x reference)")
+        ->check(Positive())
         ->each([o](const std::string&) { o->gainGiven = true; });
-    detect->add_option("--gain-reference", o->gainReference, "Nominal gain (default 1.0)");
+    detect->add_option("--gain-reference", o->gainReference, "Nominal gain (default 1.0)")->check(Positive());
     detect->add_option("--offset", o->offsetPercent, "Offset criterion in percent of --level")
+        ->check(Positive())
         ->each([o](const std::string&) { o->offsetGiven = true; });
     detect->add_option("--level", o->level, "Level the offset criterion is a percentage of (default 16383)");
     Input(detect->add_option("--noise-film", o->noiseFilm, "Film of a uniform scene whose temporal noise is tested"));
     detect->add_option("--noise", o->noiseThreshold, "Noise threshold in DL")
+        ->check(NonNegative())
         ->each([o](const std::string&) { o->noiseGiven = true; });
     detect->add_flag("--noise-high", o->noiseHigh, "Flag noisy pixels (noise >= threshold) instead of dead ones");
     Output(detect->add_option("-o,--output", o->output, "Bad-pixel map to write"))->required();
@@ -157,6 +200,13 @@ void AddBadPixelsCommand(CLI::App& app) {
         "Example: thermokit badpixels detect --nuc cam.nuc --gain 20 --offset 10 --noise-film flat.film --noise 0.5 "
         "-o cam.bpr --report cam.txt");
     detect->callback([o] { SetAction([o] { return RunDetect(*o); }); });
+
+    auto listed = std::make_shared<std::pair<std::string, bool>>();
+    auto* list = bad->add_subcommand("list", "List the bad pixels of a map: x, y (from 0), the criteria failed, the replacement");
+    Input(list->add_option("map", listed->first, "Bad-pixel map"))->required();
+    list->add_flag("--json", listed->second, "Write JSON");
+    list->footer("Example: thermokit badpixels list cam.bpr --json");
+    list->callback([listed] { SetAction([listed] { return RunList(listed->first, listed->second); }); });
 }
 
 }  // namespace thermokit::cli

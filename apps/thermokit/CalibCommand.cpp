@@ -8,6 +8,7 @@
 
 #include "Command.h"
 #include "Conversion.h"
+#include "FilmHeaderJson.h"
 #include "thermokit/calibration/CCalibration.h"
 #include "thermokit/platform/File.h"
 
@@ -28,9 +29,53 @@ std::unique_ptr<CCalibration> OpenCalibration(const std::string& path) {
     return cal;
 }
 
-int RunInfo(const std::string& path, bool points) {
+// The calibration as JSON: its header, its curve (every point with --points), its classes and lens formats.
+Json CalibrationJson(CCalibration& cal, const std::string& path, bool points) {
+    int day, month, year;
+    cal.GetDate(&day, &month, &year);
+    char date[32];
+    std::snprintf(date, sizeof date, "%04d-%02d-%02d", year, month, day);
+    const CRect f = cal.GetFormat();
+    Json j = {{"file", NameToUtf8(path)}, {"camera", Latin1ToUtf8(cal.GetCamera())}, {"date", date},
+              {"frame_rate", cal.GetFrameRate()}, {"aperture", Float32(cal.GetAperture())},
+              {"background", Float32(cal.GetBackground())}, {"housing", Float32(cal.GetHousingTemp())},
+              {"lens", Latin1ToUtf8(cal.GetLens())}, {"filter", Latin1ToUtf8(cal.GetFilterName())},
+              {"distance", Float32(cal.GetDistance())}, {"unit_x", Latin1ToUtf8(cal.GetUnitX())},
+              {"unit_y", Latin1ToUtf8(cal.GetUnitY())}, {"format", {f.left, f.top, f.Width(), f.Height()}},
+              {"points", cal.GetSize()}};
+    Json curve = Json::array();
+    const float* X = cal.GetCurveX();
+    const float* Y = cal.GetCurveY();
+    for (unsigned i = 0; i < cal.GetSize(); ++i)
+        if (points || i == 0 || i + 1 == cal.GetSize()) curve.push_back({Float32(X[i]), Float32(Y[i])});
+    j[points ? "curve" : "first_and_last"] = curve;
+    Json classes = Json::array();
+    for (int c = 0; c < cal.GetExtendedClassCount(); ++c) {
+        float key = 0.0f, t = 0.0f, x = 0.0f;
+        const int n = cal.GetExtendedClassElementCount(c);
+        if (n > 0) cal.GetCalibValue(c, 0, key, t, x);
+        classes.push_back({{"key", Float32(key)}, {"samples", n}});
+    }
+    j["extended_classes"] = classes;
+    Json lenses = Json::array();
+    std::vector<std::string> names;
+    if (cal.GetConfigName(names))
+        for (size_t i = 0; i < names.size(); ++i) {
+            float g = 0.0f, o = 0.0f;
+            cal.GetConfigTransfo(static_cast<int>(i), g, o);
+            lenses.push_back({{"name", Latin1ToUtf8(names[i])}, {"gain", Float32(g)}, {"offset", Float32(o)}});
+        }
+    j["lens_formats"] = lenses;
+    return j;
+}
+
+int RunInfo(const std::string& path, bool points, bool json) {
     auto cal = OpenCalibration(path);
     if (!cal) return kFailed;
+    if (json) {
+        std::printf("%s\n", CalibrationJson(*cal, path, points).dump(2).c_str());
+        return kDone;
+    }
     const CCalibration::CALIBRATION_HEADER& h = cal->GetHeader();
     int day, month, year;
     cal->GetDate(&day, &month, &year);
@@ -93,6 +138,7 @@ struct ConvertOptions {
     double cameraTemperature = NAN;  // degC
     int lensFormat = -1;
     bool kelvin = false;
+    bool json = false;
 };
 
 int RunConvert(const ConvertOptions& o) {
@@ -114,7 +160,7 @@ int RunConvert(const ConvertOptions& o) {
     }
     const double curveShift = kind == 1 ? kKelvinOffset : 0.0;  // degC to the curve's unit
     const double outShift = o.kelvin ? kKelvinOffset : 0.0;
-    const std::string unit = kind < 0 ? Shown(cal->GetUnitY()) : (o.kelvin ? "K" : "degC");
+    const std::string unit = kind < 0 ? cal->GetUnitY() : (o.kelvin ? "K" : "degC");
     if (o.lensFormat >= 0) {
         if (o.lensFormat >= cal->GetLensExtendedClassCount() || !cal->SetCurrentConfig(o.lensFormat)) {
             Error("file " + o.path + ": lens format " + std::to_string(o.lensFormat) + " cannot be selected");
@@ -129,7 +175,9 @@ int RunConvert(const ConvertOptions& o) {
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
         }
-        std::printf("%.6g %s\n", kind < 0 ? static_cast<double>(y) : y - curveShift + outShift, unit.c_str());
+        const double out = kind < 0 ? static_cast<double>(y) : y - curveShift + outShift;
+        if (o.json) std::printf("%s\n", Json({{"level", o.level}, {"value", out}, {"unit", Latin1ToUtf8(unit)}}).dump().c_str());
+        else std::printf("%.6g %s\n", out, Shown(unit).c_str());
     } else {
         float x = 0.0f;
         if (!cal->FindAbscisse(static_cast<float>(o.value + curveShift), &x, extrapolate)) {
@@ -137,7 +185,9 @@ int RunConvert(const ConvertOptions& o) {
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
         }
-        std::printf("%.6g %s\n", static_cast<double>(x), Shown(cal->GetUnitX()).c_str());
+        if (o.json)
+            std::printf("%s\n", Json({{"value", o.value}, {"level", Float32(x)}, {"unit", Latin1ToUtf8(cal->GetUnitX())}}).dump().c_str());
+        else std::printf("%.6g %s\n", static_cast<double>(x), Shown(cal->GetUnitX()).c_str());
     }
     return kDone;
 }
@@ -151,11 +201,15 @@ void AddCalibCommand(CLI::App& app) {
 
     auto infoPath = std::make_shared<std::string>();
     auto infoPoints = std::make_shared<bool>(false);
+    auto infoJson = std::make_shared<bool>(false);
     auto* info = calib->add_subcommand("info", "Show the header, curve and extensions of a calibration file");
     Input(info->add_option("FILE", *infoPath, "Calibration file"))->required();
     info->add_flag("--points", *infoPoints, "List every point of the curve");
+    info->add_flag("--json", *infoJson, "Write JSON");
     info->footer("Example: thermokit calib info camera.cal --points");
-    info->callback([infoPath, infoPoints] { SetAction([infoPath, infoPoints] { return RunInfo(*infoPath, *infoPoints); }); });
+    info->callback([infoPath, infoPoints, infoJson] {
+        SetAction([infoPath, infoPoints, infoJson] { return RunInfo(*infoPath, *infoPoints, *infoJson); });
+    });
 
     auto opts = std::make_shared<ConvertOptions>();
     auto* convert = calib->add_subcommand("convert", "Convert a level to a value (--level) or a value to a level (--value)");
@@ -169,6 +223,7 @@ void AddCalibCommand(CLI::App& app) {
                         "Camera temperature, degC (regenerates extended calibrations)");
     convert->add_flag("--kelvin", opts->kelvin, "Print a temperature in kelvin (K) instead of degC");
     convert->add_option("--lens-format", opts->lensFormat, "Select a lens format by index");
+    convert->add_flag("--json", opts->json, "Write JSON: the value given, the result and its unit");
     convert->footer("Example: thermokit calib convert camera.cal --level 8000");
     convert->callback([opts] {
         if (std::isnan(opts->level) && std::isnan(opts->value)) {

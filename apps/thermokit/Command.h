@@ -30,6 +30,10 @@ CLI::Option* Input(CLI::Option* option);
 // device and inode), so that no command replaces what it is reading.
 CLI::Option* Output(CLI::Option* option);
 
+// Checks of numbers with readable limits: above 0, and 0 or above.
+CLI::Validator Positive();
+CLI::Validator NonNegative();
+
 // What keeps the file at path from being read by a command: "not found",
 // "not a regular file (a FIFO)", "cannot be opened (reason)"; empty when
 // nothing does. Never opens anything that could block.
@@ -42,6 +46,10 @@ bool SameFile(const std::string& a, const std::string& b);
 // what is wrong (system reason)", or the option and what it expects. The
 // message texts the library showed for the same failure are not printed.
 void Error(const std::string& text);
+// "thermokit: warning: <text>" on standard error; the command goes on.
+void Warning(const std::string& text);
+// A number as %g writes it.
+std::string Number(double value);
 // Error("file " + path + ": " + what).
 void FileError(const std::string& path, const std::string& what);
 

@@ -108,7 +108,7 @@ void FilmSummary(CPtrOver& film, Json& out) {
 // The time of frames A:B: seconds from the first frame of the film and time of day.
 int FrameTimes(const InfoOptions& o, CPtr& film, Json& out) {
     unsigned long first = 0, last = 0;
-    if (!ParseFrames(o.frames, film.GetFrameNumber(), first, last, o.file)) return kUsage;
+    if (!ParseFrames(o.frames, film.GetFrameNumber(), first, last, o.file)) return kFailed;
     double start = 0.0;
     if (!film.ReadTime(0, start)) return kFailed;
     Json list = Json::array();
@@ -468,7 +468,7 @@ void AddInfoCommand(CLI::App& app) {
         ->required();
     info->add_flag("--json", options->json, "Write JSON (an array for several files) instead of name: value lines");
     info->add_flag("-v,--verbose", options->verbose, "Every field of the header, not only the summary");
-    info->add_option("--frame", options->frame, "Films: also show the image header of this frame")->check(CLI::NonNegativeNumber);
+    info->add_option("--frame", options->frame, "Films: also show the image header of this frame")->check(NonNegative());
     info->add_option("--frames", options->frames, "Films: list the times of frames A:B (\":\" for every frame)")->check(FrameRange());
     info->footer("Example: thermokit info run.film\n         thermokit info -v run.film --frame 10 --json\n"
                  "         thermokit info *.film --frames 0:9");

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Command.h"
+#include "FilmHeaderJson.h"
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
@@ -20,6 +21,7 @@ struct NucComputeOptions {
     bool keepGain = false;
     std::string gainLimits;
     std::string output;
+    bool json = false;
 };
 
 // "MIN:MAX" with MIN and MAX finite numbers.
@@ -108,9 +110,18 @@ void Summary(const NucComputeOptions& o, CNuc& nuc, float gmin, float gmax) {
         if (g[i] == gmin) ++atMin;
         if (g[i] == gmax) ++atMax;
     }
+    const char* kind = o.hot.empty() ? "one-point" : "two-point";
+    if (o.json) {
+        const Json j = {{"file", NameToUtf8(o.output)}, {"width", nuc.GetPoint()}, {"height", nuc.GetLine()},
+                        {"update", kind}, {"mean_gain", n ? sum / n : 0.0},
+                        {"gain_limits", {Float32(gmin), Float32(gmax)}}, {"at_lower_limit", atMin},
+                        {"at_upper_limit", atMax}};
+        std::printf("%s\n", j.dump(2).c_str());
+        return;
+    }
     Note("%s: %u x %u pixels, %s, mean gain %.6f, %ld gain(s) at the lower limit %g, %ld at the upper limit %g\n",
-         o.output.c_str(), nuc.GetPoint(), nuc.GetLine(), o.hot.empty() ? "one-point" : "two-point",
-         n ? sum / n : 0.0, atMin, static_cast<double>(gmin), atMax, static_cast<double>(gmax));
+         o.output.c_str(), nuc.GetPoint(), nuc.GetLine(), kind, n ? sum / n : 0.0, atMin, static_cast<double>(gmin),
+         atMax, static_cast<double>(gmax));
 }
 
 int RunNucCompute(const NucComputeOptions& o) {
@@ -126,7 +137,7 @@ int RunNucCompute(const NucComputeOptions& o) {
     CNuc nuc(cold->GetPoint(), cold->GetLine());
     if (!StartTable(o, *cold, nuc)) return kFailed;
     nuc.SetGainLimit(gmin, gmax);
-    if (!Quiet())
+    if (!Quiet() && !o.json)
         std::fprintf(stderr, "averaging %lu frame(s) of %s%s\n", cold->GetFrameNumber(), o.cold.c_str(),
                      onePoint ? "" : (" and the frames of " + o.hot).c_str());
     if (!nuc.Update(*cold, hot.get(), onePoint ? 1 : 0, o.keepGain ? 1 : 0)) {
@@ -162,6 +173,7 @@ void AddNucCommand(CLI::App& app) {
                       "One point: keep (and re-clamp) the gains of the existing table named by -o");
     compute->add_option("--gain-limits", opts->gainLimits, "Gain limits MIN:MAX (default 0.1:10)");
     Output(compute->add_option("-o,--output", opts->output, "NUC table to write"))->required();
+    compute->add_flag("--json", opts->json, "Write the summary as JSON");
     compute->footer("Example: thermokit nuc compute --cold bb20.film --hot bb40.film --gain-limits 0.5:2 -o cam.nuc");
     compute->callback([opts] { SetAction([opts] { return RunNucCompute(*opts); }); });
 }

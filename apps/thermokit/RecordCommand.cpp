@@ -260,12 +260,12 @@ void AddRecordCommand(CLI::App& app) {
     Output(record->add_option("-o,--output", options->output, "Film file to write"))->required();
     record->add_option("-n,--count", options->count, "Number of frames")->check(CLI::Range(1ul, 4294967295ul));
     record->add_option("--duration", options->duration, "Seconds to record from the first frame")
-        ->check(CLI::PositiveNumber);
+        ->check(Positive());
     record->add_option("--rate", options->rate,
                        "Frames per second (simulated camera: default 100, 0 as fast as possible; a camera keeps its own)")
         ->check(CLI::Range(0.0, 1e6));
     record->add_option("--exposure", options->exposure, "Exposure (integration) time in microseconds")
-        ->check(CLI::PositiveNumber);
+        ->check(Positive());
     record->add_option("--roi", options->roi, "Window on the sensor X,Y,W,H (default: as the camera is)");
     record->add_option("--bits", options->bits,
                        "Bit depth: a camera's Mono12, Mono14 or Mono16 (default: as offered); simulated 1 to 16 (default 14)")

@@ -57,7 +57,7 @@ void AddRenderCommand(CLI::App& app) {
     auto o = std::make_shared<RenderOptions>();
     auto* render = app.add_subcommand("render", "Draw one frame of a film through a palette into a PNG picture");
     Input(render->add_option("film", o->file, "Film file"))->required();
-    render->add_option("--frame", o->frame, "Frame number (default 0)")->check(CLI::NonNegativeNumber);
+    render->add_option("--frame", o->frame, "Frame number (default 0)")->check(NonNegative());
     AddPictureOptions(render, o->picture);
     AddConversionOptions(render, o->conversion);
     Output(render->add_option("-o,--output", o->output, "PNG file to write"))->required();

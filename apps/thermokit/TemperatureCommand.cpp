@@ -172,7 +172,7 @@ void AddTemperatureCommand(CLI::App& app) {
     auto* pixel = sub->add_option("--pixel", o->pixel, "One pixel X,Y");
     auto* roi = sub->add_option("--roi", o->roi, "Rectangle x,y,w,h (default the whole image)");
     pixel->excludes(roi);
-    sub->add_option("--frame", o->frame, "Frame number (default 0)")->check(CLI::NonNegativeNumber);
+    sub->add_option("--frame", o->frame, "Frame number (default 0)")->check(NonNegative());
     sub->add_flag("--json", o->json, "Write JSON");
     sub->footer("Example: thermokit temperature run.film --embedded --emissivity 0.7 --reflected 25 --roi 100,80,64,48");
     sub->callback([o] {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -237,6 +239,24 @@ CLI::Option* Output(CLI::Option* option) {
     return option;
 }
 
+namespace {
+CLI::Validator NumberAtLeast(bool zeroAllowed) {
+    return CLI::Validator(
+        [zeroAllowed](const std::string& text) {
+            char* end = nullptr;
+            const double v = std::strtod(text.c_str(), &end);
+            if (end == text.c_str() || *end != '\0' || !std::isfinite(v)) return text + " is not a number";
+            if (zeroAllowed ? v < 0.0 : v <= 0.0)
+                return std::string(zeroAllowed ? "expected 0 or a number above it, not " : "expected a number above 0, not ") + text;
+            return std::string();
+        },
+        zeroAllowed ? "NUMBER>=0" : "NUMBER>0");
+}
+}  // namespace
+
+CLI::Validator Positive() { return NumberAtLeast(false); }
+CLI::Validator NonNegative() { return NumberAtLeast(true); }
+
 std::string InputProblem(const std::string& path) {
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0)
@@ -254,6 +274,14 @@ bool SameFile(const std::string& a, const std::string& b) {
 void Error(const std::string& text) {
     g_held.Drop();
     PrintLine(text);
+}
+
+void Warning(const std::string& text) { PrintLine("warning: " + text); }
+
+std::string Number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
 }
 
 void FileError(const std::string& path, const std::string& what) { Error("file " + path + ": " + what); }

@@ -43,9 +43,9 @@ bool ToolBuilt() { return !std::string(THERMOKIT_TOOL_PATH).empty(); }
 unsigned short Ramp(long i, int k) { return static_cast<unsigned short>(i * 10 + k); }
 
 // A calibration from level 0 to 4000 onto 0 to 100 degrees, in a straight line.
-void MakeCalibration(const std::string& path) {
+void MakeCalibration(const std::string& path, const char* unitY = "degC") {
     CCalibration cal("TestCam", 0);
-    cal.SetUnitY("degC");
+    cal.SetUnitY(unitY);
     ASSERT_TRUE(cal.Add(0.0f, 0.0f));
     ASSERT_TRUE(cal.Add(2000.0f, 50.0f));
     ASSERT_TRUE(cal.Add(4000.0f, 100.0f));
@@ -407,6 +407,35 @@ TEST(Cli, TemperatureThroughFileAndEmbeddedLaw) {
     CPtrFloat truth(dir + "/truth.film", 0, 0, 1);
     ASSERT_TRUE(truth.IsValid());
     EXPECT_EQ(truth.GetFrameNumber(), 2u);
+    std::filesystem::remove_all(dir);
+}
+
+// The files' text is 8-bit (Latin-1): every output shows it as UTF-8, and text
+// output escapes its control bytes, so that a field cannot forge a line.
+TEST(Cli, EightBitTextIsUtf8InEveryOutput) {
+    if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
+    const std::string dir = Folder("latin1");
+    const std::string film = dir + "/r\xe9sultat.film";
+    MakeFilm(film, 4, 3, 12, 2, Ramp, "Cam\xe9ra\x07\nframes: 999");
+    MakeCalibration(dir + "/w.cal", "W/m\xb2");
+    WriteText(dir + "/p.ini", "[Temp\xe9rature]\r\n(0,0,64)\r\n(255,96,0)\r\nEntries=16\r\n");
+
+    Result r = Tool("info --json '" + film + "'");
+    ASSERT_EQ(r.code, 0) << r.err;
+    Json j = Json::parse(r.out);
+    EXPECT_EQ(j["camera"], "Cam\xc3\xa9ra\x07\nframes: 999");
+    EXPECT_EQ(j["file"], dir + "/r\xc3\xa9sultat.film");
+    r = Tool("info '" + film + "'");
+    EXPECT_NE(r.out.find("camera: Cam\xc3\xa9ra\\x07\\nframes: 999\n"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("\nframes: 999"), std::string::npos) << r.out;
+
+    r = Tool("temperature '" + film + "' --calib " + dir + "/w.cal --pixel 1,1 --json");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(Json::parse(r.out)["unit"], "W/m\xc2\xb2");
+    r = Tool("calib info " + dir + "/w.cal");
+    EXPECT_NE(r.out.find("Y W/m\xc2\xb2"), std::string::npos) << r.out;
+    r = Tool("palette list --file " + dir + "/p.ini");
+    EXPECT_NE(r.out.find("Temp\xc3\xa9rature"), std::string::npos) << r.out;
     std::filesystem::remove_all(dir);
 }
 
