@@ -15,15 +15,13 @@
 namespace thermokit::cli {
 namespace {
 
-// Opens the file; on failure prints why (file errors also reach the message sink) and returns null.
+// Opens the file; on failure prints why, in one line, and returns null.
 std::unique_ptr<CCalibration> OpenCalibration(const std::string& path) {
-    if (!File::Exists(path)) {
-        Error("file " + path + ": not found");
-        return nullptr;
-    }
     auto cal = std::make_unique<CCalibration>("", 0);
     if (!cal->Open(path.c_str())) {
-        Error("file " + path + ": not a readable calibration file (tag \"EXP\" expected, or the file is damaged)");
+        FileError(path, cal->GetLastErrorText().empty()
+                            ? "not a readable calibration file (tag \"EXP\" expected, or the file is damaged)"
+                            : cal->GetLastErrorText());
         return nullptr;
     }
     return cal;

@@ -66,7 +66,7 @@ int RunTemperature(const TemperatureOptions& o) {
     CFrame* frame = film.ptr->GetFrame();
     const unsigned short maxLevel = film.ptr->GetMaxLevel();
     nlohmann::ordered_json j;
-    j["file"] = o.file;
+    j["file"] = NameToUtf8(o.file);
     j["frame"] = n;
     j["unit"] = unit;
     if (!object.empty())

@@ -110,6 +110,9 @@ TEST(Cli, InfoTellsEveryFileBySignature) {
     j = Json::parse(Tool("info -v --json " + dir + "/b.bpr").out);
     EXPECT_EQ(j["header"]["count"], 1);
     EXPECT_EQ(j["header"]["line"], 4);
+    // 0-based columns and lines, the criteria by name.
+    j = Json::parse(Tool("badpixels list --json " + dir + "/b.bpr").out);
+    EXPECT_EQ(j["pixels"], Json::parse(R"([{"x": 1, "y": 1, "kind": "gain+offset+noise", "replacement": [2, 1]}])"));
     j = Json::parse(Tool("info -v --json " + dir + "/m.map").out);
     EXPECT_EQ(j["header"]["signature"], "MAP");
     EXPECT_EQ(j["permutation"], "yes");
@@ -580,9 +583,21 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
         EXPECT_EQ(r.code, 0) << command;
         EXPECT_NE(r.out.find("Example: thermokit " + std::string(command)), std::string::npos) << command << r.out;
     }
-    EXPECT_EQ(Tool("export").code, 2);
-    EXPECT_EQ(Tool("nosuchcommand").code, 2);
-    EXPECT_EQ(Tool("stats --nosuchoption x").code, 2);
+    EXPECT_EQ(Tool("help nuc compute").out, Tool("nuc compute --help").out);
+    // Usage errors: exit 2, one line, the nearest name or the readable limits.
+    const std::pair<const char*, const char*> usage[] = {
+        {"export x.film", "export: --format is required"},
+        {"stat x.film", "unknown command stat (did you mean `stats`?)"},
+        {"stats x.film --frmes 1:2", "stats: unknown option --frmes (did you mean `--frames`?)"},
+        {"stats x.film --frames a:b", "stats: --frames: expected A:B, frame numbers from 0 (A:, :B and A also); a:b is not that"},
+        {"badpixels detect --gain -5 -o x.bpr", "badpixels detect: --gain: expected a number above 0, not -5"},
+        {"record --bank-size 1 -n 1 -o x.film", "record: --bank-size: expected a multiple of 4096 from 4096 to 1073741824 bytes"},
+    };
+    for (const auto& [args, text] : usage) {
+        const Result u = Tool(args);
+        EXPECT_EQ(u.code, 2) << args;
+        EXPECT_EQ(u.err, "thermokit: " + std::string(text) + "\n") << args;
+    }
 
     const std::string dir = Folder("quiet");
     Result r = Tool("simulate --size 8x8 --count 1 -o " + dir + "/s.film");
@@ -595,6 +610,14 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;
     EXPECT_TRUE(r.err.empty()) << r.err;  // not a terminal: no progress bar
+    // info: a summary of real booleans and numbers, 32-bit fields at their own precision; several files.
+    Json j = Json::parse(Tool("info --json " + dir + "/s.film " + dir + "/s.film").out);
+    ASSERT_EQ(j.size(), 2u);
+    EXPECT_EQ(j[1]["width"], 8);
+    EXPECT_EQ(j[1]["complete"], true);
+    EXPECT_EQ(j[1]["law"], true);
+    EXPECT_EQ(j[1]["frame_rate_hz"].dump(), "100.0");
+    EXPECT_EQ(j[1]["duration_s"].dump(), "0.01");
     // The results of a command that only tells something are kept under --quiet.
     EXPECT_FALSE(Tool("--quiet stats " + dir + "/s.film").out.empty());
     EXPECT_EQ(Tool("simulate --scene sky -o " + dir + "/x.film").code, 2);
