@@ -610,6 +610,9 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;
     EXPECT_TRUE(r.err.empty()) << r.err;  // not a terminal: no progress bar
+    // "-o -" writes the one output to standard output; a picture under another format's name is refused.
+    EXPECT_EQ(Tool("export " + dir + "/s.film --format raw -o -").out, ReadText(dir + "/s.raw"));
+    EXPECT_EQ(Tool("export " + dir + "/s.film --format png -o " + dir + "/f.jpg").code, 2);
     // info: a summary of real booleans and numbers, 32-bit fields at their own precision; several files.
     Json j = Json::parse(Tool("info --json " + dir + "/s.film " + dir + "/s.film").out);
     ASSERT_EQ(j.size(), 2u);
