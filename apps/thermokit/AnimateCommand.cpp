@@ -202,12 +202,14 @@ int RunAnimate(const AnimateOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(315, [](CLI::App& app) {
+}  // namespace
+
+void AddAnimateCommand(CLI::App& app) {
     auto o = std::make_shared<AnimateOptions>();
     auto* sub = app.add_subcommand("animate", "Write frames of a film as an animated GIF, one range for all of them");
-    sub->add_option("film", o->file, "Film file")->required();
-    sub->add_option("-o,--output", o->output, "GIF file to write")->required();
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    Input(sub->add_option("film", o->file, "Film file"))->required();
+    Output(sub->add_option("-o,--output", o->output, "GIF file to write"))->required();
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--fps", o->fps, "Frames a second of the GIF (default: the film's rate, divided by the step)")
         ->check(CLI::Range(0.01, 100.0));
@@ -215,7 +217,6 @@ RegisterCommand reg(315, [](CLI::App& app) {
     AddConversionOptions(sub, o->conversion);
     sub->footer("Example: thermokit animate run.film --embedded --range 20:60 --bar --step 2 -o run.gif");
     sub->callback([o] { SetAction([o] { return RunAnimate(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

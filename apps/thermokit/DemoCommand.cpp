@@ -22,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
+#include "OutputFile.h"
 #include "Picture.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/calibration/CCalibration.h"
@@ -986,12 +987,15 @@ int Demo::WriteReports(double total) {
 
 int Demo::Run() {
     const auto start = Clock::now();
-    m_dir = m_o.out;
+    // Built under a temporary name, put in place whole (an interrupted or
+    // failed run leaves no half-filled folder and keeps an earlier one).
+    TemporaryFolder folder(m_o.out);
+    m_dir = folder.Temp();
     std::error_code ec;
     fs::create_directories(m_dir / "films", ec);
     fs::create_directories(m_dir / "truth", ec);
     if (!fs::is_directory(m_dir / "truth")) {
-        Error("folder " + m_dir.string() + ": cannot be created");
+        Error("folder " + m_o.out + ": cannot be created (" + ec.message() + ")");
         return kFailed;
     }
     m_size = static_cast<long>(m_point) * m_line;
@@ -1014,7 +1018,8 @@ int Demo::Run() {
         !StageEmissivity() || !StageLockin())
         return kFailed;
     const double total = std::chrono::duration<double>(Clock::now() - start).count();
-    if (!WriteReports(total)) return kFailed;
+    if (!WriteReports(total) || !folder.Commit()) return kFailed;
+    m_dir = m_o.out;
 
     const json& r = m_report;
     std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", m_dir.string().c_str());
@@ -1056,18 +1061,19 @@ int RunDemo(const DemoOptions& o) {
     return demo.Run();
 }
 
-RegisterCommand reg(800, [](CLI::App& app) {
+}  // namespace
+
+void AddDemoCommand(CLI::App& app) {
     auto options = std::make_shared<DemoOptions>();
     auto* demo = app.add_subcommand("demo", "Run the whole chain on a simulated camera and report the figures");
     demo->add_option("-o,--output", options->out, "Folder for films, tables, pictures and reports (default out/demo)");
     demo->add_option("--size", options->size, "Detector size WxH (default 640x512)");
-    demo->add_option("--frames", options->frames, "Frames of each averaged film (default 16; the scene film has twice as many)")
+    demo->add_option("-n,--count", options->frames, "Frames of each averaged film (default 16; the scene film has twice as many)")
         ->check(CLI::Range(1, 100000));
     demo->add_flag("--quick", options->quick, "Smaller and shorter: 320x256, 8 frames, fewer calibration points");
     demo->add_option("--seed", options->seed, "Seed of the simulated camera (default 1)");
-    demo->footer("Example: thermokit demo -o out/demo --size 640x512 --frames 16");
+    demo->footer("Example: thermokit demo -o out/demo --size 640x512 --count 16");
     demo->callback([options] { SetAction([options] { return RunDemo(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -123,18 +123,19 @@ int RunEdit(const EditOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(350, [](CLI::App& app) {
+}  // namespace
+
+void AddEditCommand(CLI::App& app) {
     auto o = std::make_shared<EditOptions>();
     auto* sub = app.add_subcommand("edit", "Write a new film: frames cropped, turned or mirrored, header kept");
-    sub->add_option("film", o->file, "Film file")->required();
-    sub->add_option("-o,--output", o->output, "Film to write")->required();
+    Input(sub->add_option("film", o->file, "Film file"))->required();
+    Output(sub->add_option("-o,--output", o->output, "Film to write"))->required();
     sub->add_option("--crop", o->crop, "Keep the rectangle x,y,w,h");
     sub->add_option("--rotate", o->rotate, "Quarter turns after the crop: 90 (clockwise), 180 or 270");
     sub->add_option("--flip", o->flip, "Mirror after the turn: h (columns) or v (lines)");
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59");
     sub->callback([o] { SetAction([o] { return RunEdit(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -17,7 +17,7 @@ namespace thermokit::cli {
 
 inline void AddPictureOptions(CLI::App* sub, PictureOptions& o) {
     sub->add_option("--palette", o.palette, "Palette name or number (default 2, rainbow)");
-    sub->add_option("--palette-file", o.paletteFile, "Palette file with custom palettes (their names or numbers 11..)");
+    Input(sub->add_option("--palette-file", o.paletteFile, "Palette file with custom palettes (their names or numbers 11..)"));
     sub->add_option("--range", o.range,
                     "Display range LO:HI (degC with a calibration, levels without, a film of doubles' own unit), "
                     "or auto (default): one range for all frames drawn");

@@ -381,7 +381,9 @@ void AddCommon(CLI::App* sub, Options& o, const char* nameHelp) {
 
 const std::vector<std::string> kTypes = {"string", "int", "dword", "word", "bool", "double"};
 
-RegisterCommand reg(700, [](CLI::App& app) {
+}  // namespace
+
+void AddRegistryCommand(CLI::App& app) {
     static Options o;
     auto* registry = app.add_subcommand("registry", "Read and change the settings store (machine and user)");
     registry->require_subcommand(1);
@@ -425,10 +427,9 @@ RegisterCommand reg(700, [](CLI::App& app) {
 
     auto* exp = registry->add_subcommand("export", "Write a key and everything below it as JSON");
     AddCommon(exp, o, nullptr);
-    exp->add_option("--output,-o", o.output, "Write to this file instead of standard output");
+    Output(exp->add_option("--output,-o", o.output, "Write to this file instead of standard output"));
     exp->footer("Example: thermokit registry export 0 --subkey NucFile -o nucfile.json");
     exp->callback([] { SetAction([] { return RunExport(o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

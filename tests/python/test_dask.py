@@ -91,7 +91,7 @@ def batch_inputs(films, root):
     """Two lock-in films in a subfolder, a truncated film and a file that is no film."""
     (root / "runs").mkdir(parents=True)
     for k, seed in enumerate((1, 2)):
-        tool("simulate", "--scene", "lockin", "--size", "40x24", "--frames", 32, "--period", 8, "--rate", 40,
+        tool("simulate", "--scene", "lockin", "--size", "40x24", "--count", 32, "--period", 8, "--rate", 40,
              "--defects", "--seed", seed, "-o", root / "runs" / f"s{k}.film")
     data = open(films["plate"], "rb").read()
     (root / "cut.film").write_bytes(data[:len(data) - 700])
@@ -164,7 +164,7 @@ def test_a_killed_worker_costs_only_a_retry(client, tmp_path):
     source, out = tmp_path / "in", tmp_path / "out"
     source.mkdir()
     for k in range(4):
-        tool("simulate", "--scene", "lockin", "--size", "160x120", "--frames", 400, "--period", 8, "--rate", 40,
+        tool("simulate", "--scene", "lockin", "--size", "160x120", "--count", 400, "--period", 8, "--rate", 40,
              "--seed", k + 1, "-o", source / f"b{k}.film")
     pids = client.run(os.getpid)
     result = {}

@@ -15,11 +15,22 @@ import thermokit
 from conftest import tool, tool_error
 
 
+def same_fields(ours, tools):
+    """Header fields equal, the tool's JSON giving 32-bit fields at their own precision (3.7)."""
+    if isinstance(ours, dict):
+        return ours.keys() == tools.keys() and all(same_fields(ours[k], tools[k]) for k in ours)
+    if isinstance(ours, list):
+        return len(ours) == len(tools) and all(same_fields(a, b) for a, b in zip(ours, tools))
+    if isinstance(ours, float) and isinstance(tools, float):
+        return ours == tools or np.float32(ours) == np.float32(tools)
+    return ours == tools
+
+
 def test_films_of_the_tool_read_as_it_exports_and_measures_them(films, tmp_path):
     path = films["plate"]
     tool("export", path, "--format", "npy", "-o", tmp_path / "levels.npy")
     tool("export", path, "--format", "npy", "--embedded", "-o", tmp_path / "degC.npy")
-    info = json.loads(tool("info", path, "--json", "--frame", "2").stdout)
+    info = json.loads(tool("info", "-v", path, "--json", "--frame", "2").stdout)
     stats = list(csv.DictReader(io.StringIO(tool("stats", path, "--embedded", "--csv").stdout)))
     with thermokit.open(path) as film:
         assert (len(film), film.shape, film.dtype, film.bits) == (6, (6, 24, 40), np.uint16, 14)
@@ -30,8 +41,8 @@ def test_films_of_the_tool_read_as_it_exports_and_measures_them(films, tmp_path)
         np.testing.assert_array_equal(celsius, np.load(tmp_path / "degC.npy"))
         np.testing.assert_array_equal(film.law.to_temperature(levels, unit="K", bits=film.bits),
                                       celsius + np.float32(273.15))
-        assert film.header == info["header"]
-        assert film.image_header(2) == info["image_header"]
+        assert same_fields(film.header, info["header"])
+        assert same_fields(film.image_header(2), info["image_header"])
         times = film.times
     for n, row in enumerate(stats):
         lv, tv = thermokit.statistics(levels[n]), thermokit.statistics(celsius[n])
@@ -61,7 +72,7 @@ def test_films_written_here_read_back_in_the_tool(kind, tmp_path):
             assert len(writer) == 4
     tool("export", path, "--format", "npy", "-o", tmp_path / "out.npy")
     np.testing.assert_array_equal(np.load(tmp_path / "out.npy"), frames)
-    info = json.loads(tool("info", path, "--json").stdout)["header"]
+    info = json.loads(tool("info", "-v", path, "--json").stdout)["header"]
     assert (info["camera"], info["comment"], info["emissivity"]) == ("Camera 7", "written by pytest", 0.5)
     assert (info["filters"][:3], info["frame_rate_hz"]) == (["LP", "BP", ""], pytest.approx(25.0))
     with thermokit.open(path) as film:

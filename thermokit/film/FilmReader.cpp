@@ -1,5 +1,7 @@
 #include "thermokit/film/FilmReader.h"
 
+#include <filesystem>
+
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CAverage.h"
@@ -21,6 +23,13 @@ constexpr const char* kNotAFilm = "not a film, or its header is damaged or does 
 
 std::string FileProblem(const std::string& path) {
     if (!File::Exists(path)) return "not found";
+    // A FIFO or a device would block the open or the reads: only plain files are films.
+    std::error_code ec;
+    const auto type = std::filesystem::status(path, ec).type();
+    if (!ec && type != std::filesystem::file_type::regular)
+        return type == std::filesystem::file_type::directory ? "not a regular file (a folder)"
+               : type == std::filesystem::file_type::fifo    ? "not a regular file (a FIFO)"
+                                                              : "not a regular file (a device)";
     File f;
     if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened (" + f.GetLastErrorText() + ")";
     if (f.GetLength() == 0) return "empty file";

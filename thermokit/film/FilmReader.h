@@ -11,8 +11,9 @@ namespace thermokit {
 
 class CPtr;
 
-// What keeps a file from being read: "not found", "cannot be opened
-// (system reason)" or "empty file"; empty when nothing does. Shows nothing.
+// What keeps a file from being read: "not found", "not a regular file (a
+// FIFO)", "cannot be opened (system reason)" or "empty file"; empty when
+// nothing does. Shows nothing.
 std::string FileProblem(const std::string& path);
 
 // 1 when the film's file holds every frame its header counts; otherwise 0 and

@@ -1,5 +1,7 @@
 #include "thermokit/processing/FilmConversion.h"
 
+#include "thermokit/platform/Utf8.h"
+
 #include <cctype>
 #include <cstdio>
 
@@ -114,11 +116,11 @@ int PrepareConversion(std::unique_ptr<CCalibration> cal, bool law, const Convers
     c.temperatures = kind >= 0;
     if (!c.temperatures) {
         if (o.HasObjectOptions() || o.kelvin) {
-            error = "file " + calibPath + ": its values are in \"" + c.cal->GetUnitY() +
+            error = "file " + calibPath + ": its values are in \"" + Latin1ToUtf8(c.cal->GetUnitY()) +
                     "\", not temperatures; the object parameters and --kelvin apply to temperatures";
             return 0;
         }
-        c.unit = c.cal->GetUnitY();
+        c.unit = Latin1ToUtf8(c.cal->GetUnitY());  // the file's 8-bit text, for text output
     } else {
         if (kind == 1) {
             // A kelvin curve: its values become degrees Celsius, as every temperature here.

@@ -64,7 +64,7 @@ struct Conversion {
     std::unique_ptr<CCalibration> cal;
     CObjectParameters params;
     bool temperatures = true;  // false: a curve of another quantity
-    std::string unit;          // degC, K, or the curve's own unit
+    std::string unit;          // degC, K, or the curve's own unit (as UTF-8)
     float shift = 0.0f;        // added to every value: 273.15 in kelvin
     CLevelTable table;
 
