@@ -151,15 +151,12 @@ struct Conversion {
 
     // The value of one level (masked); NaN where it does not convert.
     float Value(unsigned short level) const { return table.Value(level) + shift; }
-    // Values of n levels; returns how many converted (the others are NaN).
-    long Apply(const unsigned short* levels, long n, float* out) const {
+    // Values of n levels (NaN where a level does not convert). Safe to call
+    // from several threads at once.
+    void Apply(const unsigned short* levels, long n, float* out) const {
         table.Apply(levels, n, out);
-        long converted = 0;
-        for (long i = 0; i < n; ++i) {
-            out[i] += shift;
-            converted += std::isfinite(out[i]) ? 1 : 0;
-        }
-        return converted;
+        if (shift != 0.0f)
+            for (long i = 0; i < n; ++i) out[i] += shift;
     }
     // A temperature of the command line (degC) in the unit of the values.
     double FromCelsius(double celsius) const { return celsius + shift; }

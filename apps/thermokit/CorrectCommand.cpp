@@ -8,8 +8,8 @@
 
 #include "Command.h"
 #include "FilmInput.h"
+#include "FilmWork.h"
 #include "OutputFile.h"
-#include "Progress.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
@@ -115,25 +115,12 @@ int RunCorrect(const CorrectOptions& o) {
         Error("file " + o.output + ": cannot be created");
         return kFailed;
     }
-    Progress progress("correct", frames);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!in.ReadFrame(n)) {
-            progress.Done();
-            Error("file " + o.film + ": cannot read frame " + std::to_string(n));
-            return kFailed;
-        }
-        CFrame* frame = in.GetFrame();
-        chain.Apply(frame->GetBuffer(), maxLevel);
-        CPtrOver::CopyImageHeader(&out, &in);
-        if (!out.AddFrame(frame)) {
-            progress.Done();
-            Error("file " + o.output + ": cannot write frame " + std::to_string(n));
-            return kFailed;
-        }
-        progress.Step(n + 1);
-    }
+    // Frames corrected on every core, added to the output in frame order.
+    FilmPipeline pipe(in);
+    const auto correct = [&](FilmFrame& f) { return chain.Apply(f.frame.GetBuffer(), maxLevel) == 1; };
+    if (!RunFrames(pipe, "correct", correct, [&](FilmFrame& f) { return AppendFrame(out, o.output, f); }))
+        return kFailed;
     if (!target.Commit()) return kFailed;
-    progress.Done();
     Note("%s: %lu frame(s) of %s pixels corrected (%s%s%s)\n", o.output.c_str(), frames,
                 SizeText(point, line).c_str(), chain.IsNucUsed() ? "NUC " : "",
                 chain.IsBadPixelsUsed() ? "bad pixels " : "", chain.IsMappingUsed() ? "mapping" : "");

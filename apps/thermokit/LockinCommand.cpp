@@ -8,6 +8,7 @@
 
 #include "Command.h"
 #include "FilmInput.h"
+#include "FilmWork.h"
 #include "OutputFile.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/display/CBit24.h"
@@ -89,19 +90,16 @@ int RunLockin(const LockinOptions& o) {
     CLockin lockin(point, line, film.GetBit(), 0);
     DATA_LOCKIN parameters{};
     lockin.SetParameters(&parameters);
-    for (unsigned long k = 0; k < frames; ++k) {
-        if (!film.ReadFrame(k)) {
-            Error("file " + o.file + ": frame " + std::to_string(k) + " cannot be read");
-            return kFailed;
-        }
-        if (k == 0) lockin.SetTime(film.GetFrame()->GetTime());
+    // Frames read on every core, added to the sums in frame order.
+    FilmPipeline pipe(film);
+    const auto add = [&](FilmFrame& f) {
+        if (f.index == 0) lockin.SetTime(f.frame.GetTime());
         // The reference angle of frame k: 2 pi F k / R.
-        const double angle = CLockin::ReferenceAngle(o.frequency, k, rate);
-        if (!lockin.Accumulate(film.GetFrame(), angle, nullptr)) {
-            Error("file " + o.file + ": frame " + std::to_string(k) + " does not fit the film's size");
-            return kFailed;
-        }
-    }
+        if (lockin.Accumulate(&f.frame, CLockin::ReferenceAngle(o.frequency, f.index, rate), nullptr)) return true;
+        f.error = "file " + o.file + ": frame " + std::to_string(f.index) + " does not fit the film's size";
+        return false;
+    };
+    if (!RunFrames(pipe, "lockin", {}, add)) return kFailed;
     const double* module = lockin.GetModule(filter, 1);
     const double* phase = lockin.GetPhase(filter, 1);
     if (!module || !phase) {

@@ -28,6 +28,7 @@
 #include "Command.h"
 #include "Conversion.h"
 #include "FilmInput.h"
+#include "FilmWork.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
@@ -224,26 +225,35 @@ public:
         }
     }
 
-    // Auto range: every frame drawn passes here first (levels, or the values of a film of doubles).
-    void AddToRange(const unsigned short* levels, const double* values) {
+    // Auto range of a film of doubles: every frame drawn passes here first, in frame order.
+    void AddToRange(const double* values) {
         const long size = static_cast<long>(m_point) * m_line;
-        if (m_source == kValues) {
-            // At most about four million values, evenly spread over the frames, make the range.
-            m_values.reserve(m_values.size() + static_cast<size_t>(size / m_stride + 1));
-            for (long i = m_offset; i < size; i += m_stride)
-                if (std::isfinite(values[i])) m_values.push_back(values[i]);
-            m_offset = (m_offset + 1) % m_stride;
-            if (m_values.size() > (8u << 20)) {
-                std::vector<double> half;
-                for (size_t k = 0; k < m_values.size(); k += 2) half.push_back(m_values[k]);
-                m_values.swap(half);
-                m_stride *= 2;
-            }
-            return;
+        // At most about four million values, evenly spread over the frames, make the range.
+        m_values.reserve(m_values.size() + static_cast<size_t>(size / m_stride + 1));
+        for (long i = m_offset; i < size; i += m_stride)
+            if (std::isfinite(values[i])) m_values.push_back(values[i]);
+        m_offset = (m_offset + 1) % m_stride;
+        if (m_values.size() > (8u << 20)) {
+            std::vector<double> half;
+            for (size_t k = 0; k < m_values.size(); k += 2) half.push_back(m_values[k]);
+            m_values.swap(half);
+            m_stride *= 2;
         }
-        for (long i = 0; i < size; ++i) ++m_histo[levels[i] & m_maxLevel];
-        m_total += size;
     }
+    // Auto range of levels: the pixels of every frame drawn counted by level
+    // into counts (maximal level + 1 entries), in any order, then each count
+    // added here once.
+    void CountLevels(const unsigned short* levels, std::vector<long>& counts) const {
+        const long size = static_cast<long>(m_point) * m_line;
+        for (long i = 0; i < size; ++i) ++counts[levels[i] & m_maxLevel];
+    }
+    void AddToRange(const std::vector<long>& counts) {
+        for (size_t l = 0; l < m_histo.size() && l < counts.size(); ++l) {
+            m_histo[l] += counts[l];
+            m_total += counts[l];
+        }
+    }
+    bool CountsLevels() const { return m_source != kValues; }
 
     // Takes the range (given, or from what AddToRange saw) and lays the canvas out.
     // False with a message when no value can make a range.
@@ -356,10 +366,12 @@ public:
         return text;
     }
 
-    // Draws one frame into the canvas (levels, or the values of a film of doubles).
-    void Draw(const unsigned short* levels, const double* values) {
+    // Draws one frame into the canvas (levels, or the values of a film of
+    // doubles); into a copy of it, for frames drawn side by side.
+    void Draw(const unsigned short* levels, const double* values) { Draw(levels, values, m_canvas); }
+    void Draw(const unsigned short* levels, const double* values, std::vector<uint16_t>& canvas) const {
         for (int y = 0; y < m_line; ++y) {
-            uint16_t* row = m_canvas.data() + static_cast<size_t>(y) * m_width;
+            uint16_t* row = canvas.data() + static_cast<size_t>(y) * m_width;
             const size_t base = static_cast<size_t>(y) * m_point;
             if (m_source == kValues) {
                 for (int x = 0; x < m_point; ++x) row[x] = IndexOf(values[base + x]);
@@ -370,15 +382,16 @@ public:
         }
     }
 
-    // The canvas in its colours (bytes blue, green, red, 0).
-    void Colour(std::vector<uint32_t>& bgra) const {
-        bgra.resize(m_canvas.size());
-        for (size_t i = 0; i < m_canvas.size(); ++i) bgra[i] = m_colours[m_canvas[i]];
+    // A canvas in its colours (bytes blue, green, red, 0).
+    void Colour(const std::vector<uint16_t>& canvas, std::vector<uint32_t>& bgra) const {
+        bgra.resize(canvas.size());
+        for (size_t i = 0; i < canvas.size(); ++i) bgra[i] = m_colours[canvas[i]];
     }
 
-    int SavePng(const char* path) const {
+    int SavePng(const char* path) const { return SavePng(path, m_canvas); }
+    int SavePng(const char* path, const std::vector<uint16_t>& canvas) const {
         std::vector<uint32_t> bgra;
-        Colour(bgra);
+        Colour(canvas, bgra);
         return PngWriter::WriteBgra(path, reinterpret_cast<const uint8_t*>(bgra.data()), m_width, m_height,
                                     static_cast<ptrdiff_t>(m_width) * 4);
     }
@@ -492,41 +505,47 @@ private:
     std::vector<uint16_t> m_canvas;
 };
 
-// The frames first, first + step, ... up to last.
-inline std::vector<unsigned long> SteppedFrames(unsigned long first, unsigned long last, unsigned long step) {
-    std::vector<unsigned long> frames;
-    for (unsigned long n = first; n <= last; n += step) {
-        frames.push_back(n);
-        if (last - n < step) break;
-    }
-    return frames;
-}
-
-// The picture of a film's frames: its source and unit, and its range, read
-// from every frame when automatic. conv is the film's conversion, or null to
-// draw levels (or the values of a film of doubles). False with a message.
-inline bool StartFilmPicture(const PictureSetup& setup, Film& film, const std::string& path, const Conversion* conv,
-                             const std::vector<unsigned long>& frames, std::unique_ptr<Picture>& picture) {
+// The picture of the frames of pipe: its source and unit, and its range, read
+// from every frame when automatic (on every core: levels are counted frame by
+// frame, the counts added up). conv is the film's conversion, or null to draw
+// levels (or the values of a film of doubles). False with a message.
+inline bool StartFilmPicture(const PictureSetup& setup, Film& film, const Conversion* conv, FilmPipeline& pipe,
+                             std::unique_ptr<Picture>& picture) {
     const Picture::Source source =
         conv ? Picture::kConverted : (film.doubles ? Picture::kValues : Picture::kLevels);
     const std::string unit = conv ? conv->unit : (film.doubles ? film.ptr->GetSpecialUnitName() : std::string("DL"));
     picture = std::make_unique<Picture>(setup, source, film.point, film.line, film.ptr->GetMaxLevel(), conv, unit);
-    if (setup.autoRange) {
-        const double* doubles = film.doubles ? static_cast<CPtrFloat*>(film.ptr.get())->GetDoubleBuffer() : nullptr;
-        for (unsigned long n : frames) {
-            if (!ReadFilmFrame(film, path, n)) return false;
-            picture->AddToRange(film.ptr->GetFrame()->GetBuffer(), doubles);
-        }
+    if (setup.autoRange && picture->CountsLevels()) {
+        const size_t levels = static_cast<size_t>(film.ptr->GetMaxLevel()) + 1;
+        auto counts = PerSlot([&] { return std::vector<long>(levels, 0); });
+        const auto count = [&](FilmFrame& f) {
+            picture->CountLevels(f.frame.GetBuffer(), counts[static_cast<size_t>(f.slot)]);
+            return true;
+        };
+        if (!RunFrames(pipe, "range", count, {})) return false;
+        for (const auto& c : counts) picture->AddToRange(c);
+    } else if (setup.autoRange) {
+        const auto add = [&](FilmFrame& f) {
+            picture->AddToRange(f.values.data());
+            return true;
+        };
+        if (!RunFrames(pipe, "range", {}, add)) return false;
     }
     return picture->Finish();
 }
 
-// Reads frame n and draws it; false with a message.
-inline bool DrawFilmFrame(Picture& picture, Film& film, const std::string& path, unsigned long n) {
-    if (!ReadFilmFrame(film, path, n)) return false;
-    const double* doubles = film.doubles ? static_cast<CPtrFloat*>(film.ptr.get())->GetDoubleBuffer() : nullptr;
-    picture.Draw(film.ptr->GetFrame()->GetBuffer(), doubles);
-    return true;
+// Frames of pipe drawn on every core, each into a canvas of its slot (the
+// picture laid out); write then has frame f's canvas at canvases[f.slot].
+// False with a message.
+inline bool DrawFilmFrames(const Picture& picture, FilmPipeline& pipe, const char* label, const FrameStage& write,
+                           std::vector<std::vector<uint16_t>>& canvases, const FrameStage& after = {}) {
+    canvases = PerSlot([&] { return picture.Canvas(); });
+    const auto draw = [&](FilmFrame& f) {
+        picture.Draw(f.frame.GetBuffer(), f.values.empty() ? nullptr : f.values.data(),
+                     canvases[static_cast<size_t>(f.slot)]);
+        return !after || after(f);
+    };
+    return RunFrames(pipe, label, draw, write);
 }
 
 }  // namespace thermokit::cli

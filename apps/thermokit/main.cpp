@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Version.h"
 
 namespace thermokit::cli {
@@ -57,6 +58,10 @@ int main(int argc, char** argv) {
     app.fallthrough();
     bool quiet = false;
     app.add_flag("-q,--quiet", quiet, "No progress bars and no summary lines");
+    int threads = 0;
+    app.add_option("--threads", threads,
+                   "Threads for work over whole films (default: THERMOKIT_THREADS, else every core)")
+        ->check(CLI::Range(1, 4096));
 
     auto& entries = Registry();
     std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.order < b.order; });
@@ -69,6 +74,7 @@ int main(int argc, char** argv) {
         return code == 0 ? kDone : kUsage;
     }
     SetQuiet(quiet);
+    thermokit::SetThreadCount(threads);
     if (!PendingAction()) {
         std::cout << app.help();
         return kDone;

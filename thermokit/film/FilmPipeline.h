@@ -41,24 +41,31 @@ struct FilmFrame {
     unsigned long index = 0;  // frame number in the film
     int slot = 0;             // the pipeline slot it occupies
     CFrame frame;             // its levels (masked to the film's depth) and time
+    std::vector<double> values;  // a film of doubles: its values (empty for a film of levels)
     alignas(8) unsigned char header[PtrImage::kSize] = {};  // its image header, as read
-    std::string error;        // what went wrong, when a stage returns false
+    std::string error;        // what went wrong, when a stage returns false: the whole message
 };
 
 class FilmPipeline {
 public:
     using Stage = std::function<bool(FilmFrame&)>;
 
-    // Frames first .. first + count - 1 of film (as many as it holds).
-    explicit FilmPipeline(CPtr& film, unsigned long first = 0, unsigned long count = ULONG_MAX);
+    // Frames first, first + step, ... up to first + count - 1 of film (as
+    // many as it holds; a step of 0 is taken as 1).
+    explicit FilmPipeline(CPtr& film, unsigned long first = 0, unsigned long count = ULONG_MAX,
+                          unsigned long step = 1);
 
     unsigned long GetFirst() const { return m_nFirst; }
+    unsigned long GetStep() const { return m_nStep; }
+    // How many frames go through (those of the range the step takes).
     unsigned long GetCount() const { return m_nCount; }
+    // Frame number of the item'th frame that goes through.
+    unsigned long FrameOf(unsigned long item) const { return m_nFirst + item * m_nStep; }
 
     // Returns 1 when every frame went through. 0 at the first failure: a
-    // frame that cannot be read (the film shows its message) or a stage that
-    // returned false; no frame from that one on is written, and
-    // GetLastError() says which frame and why.
+    // frame that cannot be read (the film shows its message too) or a stage
+    // that returned false; no frame from that one on is written, and
+    // GetLastError() tells it.
     int Run(const Stage& process, const Stage& write);
 
     // perFrame on several frames at once, combine(frame number, result) one
@@ -69,11 +76,15 @@ public:
 
     // Frames written by the last run (those before the failure).
     unsigned long GetFramesDone() const { return m_nDone; }
+    // The first failure of the last run, as one message: the error the
+    // failing stage left in its frame ("file NAME: frame N cannot be read"
+    // for a read), else "frame N: stopped". Empty after a run that went through.
     const std::string& GetLastError() const { return m_strError; }
 
 private:
     CPtr& m_film;
     unsigned long m_nFirst = 0;
+    unsigned long m_nStep = 1;
     unsigned long m_nCount = 0;
     unsigned long m_nDone = 0;
     std::string m_strError;
