@@ -11,6 +11,8 @@ packages=(
   libaravis-dev aravis-tools libusb-1.0-0-dev
   pybind11-dev python3-dev
   libtbb-dev
+  python3-dask python3-distributed python3-pytest-timeout
+  clang libclang-rt-14-dev
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # The whole test run: installs what the build needs, then builds and runs the
 # test suite twice (release build, then address + undefined sanitizers; the
-# release run includes the Python package's pytest suite), and checks that an
-# installed thermokit is usable from another CMake project and from python3.
+# release run includes the Python package's pytest suite), the viewer in a
+# browser, the threaded suites under ThreadSanitizer, every fuzz target for
+# 20 seconds, and checks that an installed thermokit is usable from another
+# CMake project and from python3.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -26,6 +28,16 @@ THERMOKIT_TOOL=build/release/apps/thermokit/thermokit timeout 900 \
   /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/viewer
 THERMOKIT_TOOL=build/asan/apps/thermokit/thermokit timeout 600 \
   /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/viewer -k "command_lines or screened or levels or page"
+echo "=== tsan: acquisition, recording and settings under ThreadSanitizer"
+cmake --preset tsan -DTHERMOKIT_WERROR=$werror >/dev/null
+cmake --build --preset tsan -j "$jobs" --target test_acquisition test_film test_environment
+# TSan cannot start on some kernels' address layouts: run without randomisation.
+norandom=()
+if command -v setarch >/dev/null 2>&1; then norandom=(setarch "$(uname -m)" -R); fi
+"${norandom[@]}" ctest --preset tsan -j "$jobs" -L 'acquisition|film|environment'
+
+echo "=== fuzz: every target for 20 s"
+bash scripts/fuzz.sh 20
 
 echo "=== install and consumer project"
 prefix=$(mktemp -d)

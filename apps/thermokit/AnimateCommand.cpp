@@ -19,7 +19,7 @@
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "Picture.h"
-#include "FilmWork.h"
+#include "Progress.h"
 
 namespace thermokit::cli {
 namespace {
@@ -167,9 +167,10 @@ int RunAnimate(const AnimateOptions& o) {
         Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
-    FilmPipeline pipe(*film.ptr, first, last - first + 1, o.step);
+    const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
     std::unique_ptr<Picture> picture;
-    if (!StartFilmPicture(setup, film, o.conversion.Requested() ? &conv : nullptr, pipe, picture)) return kFailed;
+    if (!StartFilmPicture(setup, film, o.file, o.conversion.Requested() ? &conv : nullptr, frames, picture))
+        return kFailed;
     std::vector<uint32_t> map;
     std::vector<uint8_t> index;
     GifColours(picture->Colours(), setup.palette.size(), map, index);
@@ -177,27 +178,25 @@ int RunAnimate(const AnimateOptions& o) {
         Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
-    // Frames drawn and put in the GIF's colours on every core, added to the GIF in frame order.
-    std::vector<std::vector<uint16_t>> canvases;
-    auto pixels = PerSlot([&] { return std::vector<GifByteType>(picture->Canvas().size()); });
-    const auto colour = [&](FilmFrame& f) {
-        const std::vector<uint16_t>& canvas = canvases[static_cast<size_t>(f.slot)];
-        std::vector<GifByteType>& p = pixels[static_cast<size_t>(f.slot)];
-        for (size_t i = 0; i < canvas.size(); ++i) p[i] = index[canvas[i]];
-        return true;
-    };
-    const auto add = [&](FilmFrame& f) {
-        if (gif.Frame(pixels[static_cast<size_t>(f.slot)], Delay((f.index - first) / o.step, seconds))) return true;
-        f.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
-        return false;
-    };
-    if (!DrawFilmFrames(*picture, pipe, "animate", add, canvases, colour)) return kFailed;
+    Progress progress("animate", frames.size());
+    std::vector<GifByteType> pixels(picture->Canvas().size());
+    for (unsigned long k = 0; k < frames.size(); ++k) {
+        if (!DrawFilmFrame(*picture, film, o.file, frames[k])) return kFailed;
+        const std::vector<uint16_t>& canvas = picture->Canvas();
+        for (size_t i = 0; i < canvas.size(); ++i) pixels[i] = index[canvas[i]];
+        if (!gif.Frame(pixels, Delay(k, seconds))) {
+            Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+            return kFailed;
+        }
+        progress.Step(k + 1);
+    }
     if (!gif.Close()) {
         Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     if (!out.Commit()) return kFailed;
-    Note("%s: %lu frame(s) of %s, %d x %d, %.4g frames a second, palette %s, %s\n", o.output.c_str(), pipe.GetCount(),
+    progress.Done();
+    Note("%s: %zu frame(s) of %s, %d x %d, %.4g frames a second, palette %s, %s\n", o.output.c_str(), frames.size(),
          o.file.c_str(), picture->Width(), picture->Height(), 1.0 / seconds, setup.paletteName.c_str(),
          picture->DescribeRange().c_str());
     return kDone;

@@ -61,7 +61,7 @@ int RunDetect(const DetectOptions& o) {
     if (!o.nuc.empty()) {
         nuc = std::make_unique<CNuc>(o.nuc.c_str());
         if (!nuc->IsValid()) {
-            Error("file " + o.nuc + ": not a readable NUC table");
+            Error("file " + o.nuc + ": " + nuc->GetLastErrorText());
             return kFailed;
         }
         point = nuc->GetPoint();

@@ -1,7 +1,6 @@
 // thermokit cameras: the cameras that can be recorded now: the simulated one
 // and every GenICam camera Aravis finds (GigE Vision, USB3 Vision).
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -10,10 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
-#include "thermokit/acquisition/CSimulatedSource.h"
-#ifdef THERMOKIT_HAVE_ARAVIS
-#include "thermokit/acquisition/CGenICamSource.h"
-#endif
+#include "thermokit/acquisition/FrameSources.h"
 
 namespace thermokit::cli {
 namespace {
@@ -23,15 +19,8 @@ struct CamerasOptions {
 };
 
 int RunCameras(const CamerasOptions& o) {
-    std::vector<CAMERA_INFO> cameras{CSimulatedSource().GetInfo()};
-#ifdef THERMOKIT_HAVE_ARAVIS
-    const bool genicam = true;
-    if (const char* fake = std::getenv("THERMOKIT_FAKE_CAMERA"); fake && std::string(fake) == "1")
-        CGenICamSource::EnableFakeCamera(true);
-    for (CAMERA_INFO& c : CGenICamSource::ListCameras()) cameras.push_back(std::move(c));
-#else
-    const bool genicam = false;
-#endif
+    bool genicam = false;
+    const std::vector<CAMERA_INFO> cameras = ListFrameSources(genicam);
     if (o.json) {
         nlohmann::ordered_json j;
         j["genicam"] = genicam;

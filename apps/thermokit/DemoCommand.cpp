@@ -275,7 +275,11 @@ bool Demo::SaveTemperatures(const std::string& name, const std::vector<float>& c
     Picture picture(setup, Picture::kValues, static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line),
                     0, nullptr, "degC");
     const std::vector<double> values(celsius.begin(), celsius.end());
-    if (!picture.Finish()) return false;
+    std::string error;
+    if (!picture.Finish(error)) {
+        Error(error);
+        return false;
+    }
     picture.Draw(nullptr, values.data());
     if (!picture.SavePng(path.c_str())) {
         Error("file " + path + ": cannot be written");

@@ -11,9 +11,10 @@
 #include "Command.h"
 #include "Conversion.h"
 #include "FilmInput.h"
-#include "FilmWork.h"
 #include "OutputFile.h"
 #include "Picture.h"
+#include "Progress.h"
+#include "thermokit/processing/FilmExport.h"
 #include "thermokit/image/CFrame.h"
 
 namespace thermokit::cli {
@@ -56,124 +57,6 @@ bool SequenceName(const std::string& out, unsigned long n, std::string& name) {
     return true;
 }
 
-// The NumPy 1.0 header: magic, version, header length, the dictionary padded
-// with spaces and a newline so that the data starts on a 64-byte boundary.
-std::string NpyHeader(const char* descr, unsigned long frames, unsigned line, unsigned point) {
-    char dict[160];
-    std::snprintf(dict, sizeof(dict), "{'descr': '%s', 'fortran_order': False, 'shape': (%lu, %u, %u), }", descr,
-                  frames, line, point);
-    std::string header(dict);
-    const size_t total = 10 + header.size() + 1;
-    header.append((64 - total % 64) % 64, ' ');
-    header += '\n';
-    std::string out("\x93NUMPY\x01\x00", 8);
-    out += static_cast<char>(header.size() & 0xff);
-    out += static_cast<char>((header.size() >> 8) & 0xff);
-    return out + header;
-}
-
-// The frames as PNG pictures, one range for the whole sequence. Every picture
-// is drawn and written on every core under a temporary name; all are renamed
-// once all are written.
-int ExportPng(const ExportOptions& o, const PictureSetup& setup, Film& film, const Conversion* conv,
-              FilmPipeline& pipe) {
-    std::unique_ptr<Picture> picture;
-    if (!StartFilmPicture(setup, film, conv, pipe, picture)) return kFailed;
-    std::vector<std::unique_ptr<OutputFile>> outs;
-    for (unsigned long k = 0; k < pipe.GetCount(); ++k) {
-        std::string name;
-        SequenceName(o.output, pipe.FrameOf(k), name);
-        outs.push_back(std::make_unique<OutputFile>(name));
-    }
-    std::vector<std::vector<uint16_t>> canvases;
-    const auto save = [&](FilmFrame& f) {
-        const OutputFile& out = *outs[(f.index - pipe.GetFirst()) / pipe.GetStep()];
-        if (picture->SavePng(out.c_str(), canvases[static_cast<size_t>(f.slot)])) return true;
-        f.error = "file " + out.Path() + ": cannot be written";
-        return false;
-    };
-    if (!DrawFilmFrames(*picture, pipe, "export", {}, canvases, save)) return kFailed;
-    for (auto& out : outs)
-        if (!out->Commit()) return kFailed;
-    Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
-         outs.back()->Path().c_str(), pipe.GetCount(), film.point, film.line, setup.paletteName.c_str(),
-         picture->DescribeRange().c_str());
-    return kDone;
-}
-
-// Frame f as CSV lines "frame,line,x0,x1,...": levels, calibrated values or a film of doubles' values.
-void CsvLines(const FilmFrame& f, const float* values, unsigned point, unsigned line, std::string& text) {
-    const unsigned short* levels = f.frame.GetBuffer();
-    const double* doubles = f.values.empty() ? nullptr : f.values.data();
-    char cell[40];
-    text.clear();
-    for (unsigned y = 0; y < line; ++y) {
-        std::snprintf(cell, sizeof(cell), "%lu,%u", f.index, y);
-        text += cell;
-        for (unsigned x = 0; x < point; ++x) {
-            const long i = static_cast<long>(y) * point + x;
-            if (doubles) std::snprintf(cell, sizeof(cell), ",%.17g", doubles[i]);
-            else if (values) std::snprintf(cell, sizeof(cell), ",%.9g", static_cast<double>(values[i]));
-            else std::snprintf(cell, sizeof(cell), ",%u", levels[i]);
-            text += cell;
-        }
-        text += '\n';
-    }
-}
-
-// The frames as one file (csv, raw or npy): each frame converted or
-// formatted on every core in buffers of its slot, written in frame order.
-int ExportData(const ExportOptions& o, Film& film, const Conversion* conv, FilmPipeline& pipe) {
-    OutputFile out(o.output);
-    std::FILE* file = std::fopen(out.c_str(), "wb");
-    if (!file) {
-        Error("file " + o.output + ": cannot be written (" + std::strerror(errno) + ")");
-        return kFailed;
-    }
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(file, std::fclose);
-    const std::string& fmt = o.format;
-    if (fmt == "npy") {
-        const std::string h = NpyHeader(film.doubles ? "<f8" : (conv ? "<f4" : "<u2"), pipe.GetCount(), film.line,
-                                        film.point);
-        std::fwrite(h.data(), 1, h.size(), file);
-    } else if (fmt == "csv") {
-        std::fprintf(file, "frame,line");
-        for (unsigned x = 0; x < film.point; ++x) std::fprintf(file, ",x%u", x);
-        std::fprintf(file, "\n");
-    }
-    const size_t size = static_cast<size_t>(film.point) * film.line;
-    auto values = PerSlot([&] { return std::vector<float>(conv ? size : 0); });
-    auto texts = PerSlot([] { return std::string(); });
-    const auto convert = [&](FilmFrame& f) {
-        float* v = values[static_cast<size_t>(f.slot)].data();
-        if (conv) conv->Apply(f.frame.GetBuffer(), static_cast<long>(size), v);
-        if (fmt == "csv") CsvLines(f, conv ? v : nullptr, film.point, film.line, texts[static_cast<size_t>(f.slot)]);
-        return true;
-    };
-    const auto write = [&](FilmFrame& f) {
-        const size_t slot = static_cast<size_t>(f.slot);
-        if (fmt == "csv") std::fwrite(texts[slot].data(), 1, texts[slot].size(), file);
-        else if (film.doubles) std::fwrite(f.values.data(), sizeof(double), size, file);
-        else if (conv) std::fwrite(values[slot].data(), sizeof(float), size, file);
-        else std::fwrite(f.frame.GetBuffer(), sizeof(unsigned short), size, file);
-        return true;
-    };
-    if (!RunFrames(pipe, "export", convert, write)) return kFailed;
-    const bool failed = std::ferror(file) != 0;
-    if (std::fclose(closer.release()) != 0 || failed) {
-        Error("file " + o.output + ": cannot be written (disk full?)");
-        return kFailed;
-    }
-    if (!out.Commit()) return kFailed;
-    const std::string kind = film.doubles ? "doubles"
-                             : conv       ? (conv->temperatures ? "temperatures" : "calibrated values") +
-                                         std::string(" (float, ") + conv->unit + ")"
-                                          : "levels (u16)";
-    Note("%s: %lu frame(s) of %u x %u as %s %s\n", o.output.c_str(), pipe.GetCount(), film.point, film.line,
-         fmt.c_str(), kind.c_str());
-    return kDone;
-}
-
 int RunExport(const ExportOptions& o) {
     const std::string& fmt = o.format;
     if (fmt != "png" && fmt != "csv" && fmt != "raw" && fmt != "npy") {
@@ -198,11 +81,55 @@ int RunExport(const ExportOptions& o) {
     if (!OpenFilm(o.file, film)) return kFailed;
     unsigned long first = 0, last = 0;
     if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
+    const bool cal = o.conversion.Requested();
     Conversion conv;
-    if (o.conversion.Requested() && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
-    FilmPipeline pipe(*film.ptr, first, last - first + 1, o.step);
-    const Conversion* cal = o.conversion.Requested() ? &conv : nullptr;
-    return fmt == "png" ? ExportPng(o, setup, film, cal, pipe) : ExportData(o, film, cal, pipe);
+    if (cal && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
+    const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
+    const unsigned long count = frames.size();
+    Progress progress("export", count);
+
+    if (fmt == "png") {
+        // One range for the whole sequence. Every picture is made under a
+        // temporary name; all are renamed once all are drawn.
+        std::unique_ptr<Picture> picture;
+        if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
+        std::vector<std::unique_ptr<OutputFile>> outs;
+        for (const unsigned long n : frames) {
+            if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
+            std::string name;
+            SequenceName(o.output, n, name);
+            outs.push_back(std::make_unique<OutputFile>(name));
+            if (!picture->SavePng(outs.back()->c_str())) {
+                Error("file " + outs.back()->Path() + ": cannot be written");
+                return kFailed;
+            }
+            progress.Step(outs.size());
+        }
+        for (auto& out : outs)
+            if (!out->Commit()) return kFailed;
+        progress.Done();
+        Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
+             outs.back()->Path().c_str(), count, film.point, film.line, setup.paletteName.c_str(),
+             picture->DescribeRange().c_str());
+        return kDone;
+    }
+
+    OutputFile out(o.output);
+    std::string error;
+    if (!ExportFilm(*film.ptr, o.file, frames, fmt, cal ? &conv : nullptr, out.Temp(), o.output, error,
+                    [&](unsigned long done) { progress.Step(done); })) {
+        Error(error);
+        return kFailed;
+    }
+    if (!out.Commit()) return kFailed;
+    progress.Done();
+    const std::string kind = film.doubles ? "doubles"
+                             : cal        ? (conv.temperatures ? "temperatures" : "calibrated values") +
+                                         std::string(" (float, ") + conv.unit + ")"
+                                          : "levels (u16)";
+    Note("%s: %lu frame(s) of %u x %u as %s %s\n", o.output.c_str(), count, film.point, film.line, fmt.c_str(),
+         kind.c_str());
+    return kDone;
 }
 
 RegisterCommand reg(320, [](CLI::App& app) {

@@ -1,6 +1,7 @@
 #pragma once
 // What the film commands share: opening a film with a clear message, frame
-// ranges, rectangles and region files (the calibration that turns levels into
+// ranges and rectangles (rectangles and region files are read by the
+// library's FrameFigures.h; the calibration that turns levels into
 // temperatures: Conversion.h).
 #include <cmath>
 #include <cstdio>
@@ -19,6 +20,8 @@
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CRgn.h"
 #include "thermokit/platform/File.h"
+#include "thermokit/processing/FilmPicture.h"
+#include "thermokit/processing/FrameFigures.h"
 
 namespace thermokit::cli {
 
@@ -50,11 +53,10 @@ inline bool OpenFilm(const std::string& path, Film& film) {
 
 // Reads image n into the film's own frame (and double buffer); false with a message.
 inline bool ReadFilmFrame(Film& film, const std::string& path, unsigned long n) {
-    if (!film.ptr->ReadFrame(n)) {
-        Error("file " + path + ": frame " + std::to_string(n) + " cannot be read (the file is shorter than its header says)");
-        return false;
-    }
-    return true;
+    std::string error;
+    if (thermokit::ReadFilmFrame(*film.ptr, path, n, error)) return true;
+    Error(error);
+    return false;
 }
 
 // "A:B" (both inclusive; "A:" to the last frame, ":B" from the first, "A" one
@@ -94,23 +96,6 @@ inline bool ParseFrames(const std::string& text, unsigned long count, unsigned l
     return true;
 }
 
-// "x,y,w,h" with w, h > 0; false when it is not that.
-inline bool ParseRect(const std::string& text, CRect& rect) {
-    long v[4];
-    const char* p = text.c_str();
-    for (int i = 0; i < 4; ++i) {
-        char* end = nullptr;
-        v[i] = std::strtol(p, &end, 10);
-        if (end == p || (i < 3 && *end != ',') || (i == 3 && *end != '\0')) return false;
-        if (v[i] < 0 || v[i] > 65535) return false;
-        p = end + 1;
-    }
-    if (v[2] <= 0 || v[3] <= 0) return false;
-    rect.SetRect(static_cast<int>(v[0]), static_cast<int>(v[1]), static_cast<int>(v[0] + v[2]),
-                 static_cast<int>(v[1] + v[3]));
-    return true;
-}
-
 // "X,Y"; false when it is not that.
 inline bool ParsePoint(const std::string& text, long& x, long& y) {
     char* end = nullptr;
@@ -127,75 +112,6 @@ inline bool RectInFilm(const CRect& r, const Film& film, const std::string& path
         Error("file " + path + ": " + option + " " + std::to_string(r.left) + "," + std::to_string(r.top) + "," +
               std::to_string(r.Width()) + "," + std::to_string(r.Height()) + " goes beyond the " +
               std::to_string(film.point) + " x " + std::to_string(film.line) + " image");
-        return false;
-    }
-    return true;
-}
-
-// A region file: text, one shape a line, the union of them all.
-//   rect X Y W H          pixels X..X+W-1, Y..Y+H-1
-//   ellipse X Y W H       the ellipse inscribed in that rectangle
-//   polygon X1 Y1 X2 Y2 X3 Y3 ...   at least three corners
-// Blank lines and lines starting with '#' are ignored. Anything else is an
-// error naming the file and the line.
-inline bool ReadRegionFile(const std::string& path, CRgn& region) {
-    const std::string why = MissingOrEmpty(path);
-    if (!why.empty()) {
-        Error("file " + path + ": " + why);
-        return false;
-    }
-    std::error_code ec;
-    const auto bytes = std::filesystem::file_size(path, ec);
-    if (ec || bytes > (16u << 20)) {
-        Error("file " + path + ": not a region file (a text file of at most 16 MiB expected)");
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    int number = 0, shapes = 0;
-    while (std::getline(in, line)) {
-        ++number;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.size() > 65536) {
-            Error("file " + path + ": line " + std::to_string(number) + " is too long");
-            return false;
-        }
-        std::istringstream words(line);
-        std::string kind;
-        if (!(words >> kind) || kind[0] == '#') continue;
-        std::vector<long> v;
-        std::string w;
-        bool ok = true;
-        while (words >> w) {
-            char* end = nullptr;
-            const long n = std::strtol(w.c_str(), &end, 10);
-            if (*end || n < -65536 || n > 65536) ok = false;
-            v.push_back(n);
-        }
-        CRgn shape;
-        if (ok && (kind == "rect" || kind == "ellipse") && v.size() == 4 && v[2] > 0 && v[3] > 0) {
-            const int l = static_cast<int>(v[0]), t = static_cast<int>(v[1]);
-            const int r = static_cast<int>(v[0] + v[2]), b = static_cast<int>(v[1] + v[3]);
-            if (kind == "rect") shape.CreateRectRgn(l, t, r, b);
-            else shape.CreateEllipticRgn(l, t, r, b);
-        } else if (ok && kind == "polygon" && v.size() >= 6 && v.size() % 2 == 0 && v.size() <= 2 * 4096) {
-            std::vector<CPoint> pts;
-            for (size_t i = 0; i < v.size(); i += 2) pts.emplace_back(static_cast<int>(v[i]), static_cast<int>(v[i + 1]));
-            shape.CreatePolygonRgn(pts.data(), static_cast<int>(pts.size()), ALTERNATE);
-        } else {
-            Error("file " + path + ": line " + std::to_string(number) +
-                  ": expected \"rect X Y W H\", \"ellipse X Y W H\" or \"polygon X1 Y1 X2 Y2 X3 Y3 ...\"");
-            return false;
-        }
-        if (shapes++ == 0) region.CopyRgn(&shape);
-        else {
-            CRgn all;
-            all.CombineRgn(&region, &shape, RGN_OR);
-            region = all;
-        }
-    }
-    if (shapes == 0) {
-        Error("file " + path + ": no shape (rect, ellipse or polygon lines expected)");
         return false;
     }
     return true;

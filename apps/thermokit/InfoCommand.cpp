@@ -150,7 +150,7 @@ int PixelInfo(const InfoOptions& o, Json& out) {
 int MappingInfo(const InfoOptions& o, Json& out) {
     CMapping map(o.file.c_str());
     if (!map.IsValid()) {
-        Error("file " + o.file + ": mapping signature \"MAP\", but the file is shorter than its table or its size is 0");
+        Error("file " + o.file + ": " + map.GetLastErrorText());
         return kFailed;
     }
     const unsigned char* h = map.GetHeader();

@@ -14,10 +14,7 @@
 #include "Command.h"
 #include "OutputFile.h"
 #include "thermokit/acquisition/CRecorder.h"
-#include "thermokit/acquisition/CSimulatedSource.h"
-#ifdef THERMOKIT_HAVE_ARAVIS
-#include "thermokit/acquisition/CGenICamSource.h"
-#endif
+#include "thermokit/acquisition/FrameSources.h"
 
 namespace thermokit::cli {
 namespace {
@@ -156,46 +153,21 @@ private:
 
 // Opens the source asked for; its exit status when it cannot be used.
 int OpenSource(const RecordOptions& o, const SOURCE_SETTINGS& settings, std::unique_ptr<CFrameSource>& source) {
-    if (o.camera == "sim") {
-        unsigned short point = 640, line = 512;
-        if (!o.size.empty() && !ParseSize(o.size, point, line)) {
-            Error("--size " + o.size + ": expected WxH, each side 1 to 65535");
-            return kUsage;
-        }
-        auto sim = std::make_unique<CSimulatedSource>();
-        if (!sim->Open(point, line, settings)) {
-            Error("--camera sim: " + sim->GetLastErrorMessage());
-            return kUsage;
-        }
-        source = std::move(sim);
-        return kDone;
+    unsigned short point = 640, line = 512;
+    if (o.camera == "sim" && !o.size.empty() && !ParseSize(o.size, point, line)) {
+        Error("--size " + o.size + ": expected WxH, each side 1 to 65535");
+        return kUsage;
     }
-    if (!o.size.empty()) {
+    if (o.camera != "sim" && !o.size.empty()) {
         Error("--size is for the simulated camera; a camera's frame is chosen with --roi X,Y,W,H");
         return kUsage;
     }
-    if (o.bits != 0 && o.bits != 12 && o.bits != 14 && o.bits != 16) {
-        Error("--bits " + std::to_string(o.bits) + ": a camera records Mono12, Mono14 or Mono16 (12, 14 or 16)");
-        return kUsage;
-    }
-    if (o.rate == 0.0) {
-        Error("--rate 0 (as fast as possible) is for the simulated camera; give a camera its frame rate in Hz");
-        return kUsage;
-    }
-#ifdef THERMOKIT_HAVE_ARAVIS
-    if (const char* fake = std::getenv("THERMOKIT_FAKE_CAMERA"); fake && std::string(fake) == "1")
-        CGenICamSource::EnableFakeCamera(true);
-    auto camera = std::make_unique<CGenICamSource>();
-    if (!camera->Open(o.camera.c_str(), settings)) {
-        Error(camera->GetLastErrorMessage());
-        return camera->GetLastError() == CFrameSource::SOURCE_REFUSED ? kUsage : kFailed;
-    }
-    source = std::move(camera);
-    return kDone;
-#else
-    Error("camera " + o.camera + ": this thermokit was built without Aravis; only --camera sim records");
-    return kFailed;
-#endif
+    std::string error;
+    bool usage = false;
+    source = OpenFrameSource(o.camera, settings, point, line, error, usage);
+    if (source) return kDone;
+    Error(error);
+    return usage ? kUsage : kFailed;
 }
 
 std::string Describe(const CFrameSource& source) {
@@ -215,7 +187,7 @@ int RunRecord(const RecordOptions& o) {
     SOURCE_SETTINGS settings;
     settings.nBits = o.bits;
     settings.dExposure = o.exposure;
-    settings.dRate = o.rate >= 0.0 ? o.rate : (o.camera == "sim" ? 100.0 : 0.0);
+    settings.dRate = o.rate;  // below 0: not given
     if (!o.roi.empty() && !ParseRoi(o.roi, settings.roi)) {
         Error("--roi " + o.roi + ": expected X,Y,W,H (offsets 0 to 65535, sides 1 to 65535)");
         return kUsage;

@@ -102,7 +102,10 @@ HKEY OpenExisting(RegistryRoot root, const std::string& path, bool write) {
     const std::string file = RegistryStore::StorePath(root);
     struct stat st {};
     if (file.empty() || ::stat(file.c_str(), &st) != 0) return HKEY();
-    return RegistryKey::OpenRoot(root, write).OpenSubKey(path, false);
+    std::string why;
+    const HKEY rootKey = RegistryKey::OpenRoot(root, write, &why);
+    if (!rootKey) Error("file " + file + ": " + why + "; its settings are not used");
+    return rootKey.OpenSubKey(path, false);
 }
 
 const char* TypeName(unsigned long type) {

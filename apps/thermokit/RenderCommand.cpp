@@ -8,7 +8,6 @@
 #include "Command.h"
 #include "Conversion.h"
 #include "FilmInput.h"
-#include "FilmWork.h"
 #include "OutputFile.h"
 #include "Picture.h"
 
@@ -37,17 +36,15 @@ int RunRender(const RenderOptions& o) {
     }
     Conversion conv;
     if (o.conversion.Requested() && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
-    FilmPipeline pipe(*film.ptr, n, 1);
     std::unique_ptr<Picture> picture;
-    if (!StartFilmPicture(setup, film, o.conversion.Requested() ? &conv : nullptr, pipe, picture)) return kFailed;
+    if (!StartFilmPicture(setup, film, o.file, o.conversion.Requested() ? &conv : nullptr, {n}, picture))
+        return kFailed;
+    if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
     OutputFile out(o.output);
-    std::vector<std::vector<uint16_t>> canvases;
-    const auto save = [&](FilmFrame& f) {
-        if (picture->SavePng(out.c_str(), canvases[static_cast<size_t>(f.slot)])) return true;
-        f.error = "file " + o.output + ": cannot be written";
-        return false;
-    };
-    if (!DrawFilmFrames(*picture, pipe, "render", save, canvases)) return kFailed;
+    if (!picture->SavePng(out.c_str())) {
+        Error("file " + o.output + ": cannot be written");
+        return kFailed;
+    }
     if (!out.Commit()) return kFailed;
     Note("%s: frame %lu of %s, %u x %u, palette %s, %s\n", o.output.c_str(), n, o.file.c_str(), film.point, film.line,
          setup.paletteName.c_str(), picture->DescribeRange().c_str());

@@ -12,7 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "FilmInput.h"
-#include "RegionFigures.h"
+#include "thermokit/processing/FrameFigures.h"
 #include "Conversion.h"
 #include "thermokit/nuc/CCorrection.h"
 

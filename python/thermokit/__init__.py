@@ -24,18 +24,25 @@ from ._thermokit import (
     Statistics,
     Writer,
     __version__,
+    cameras,
+    correct,
     create,
+    export,
     lockin,
     open,
     palettes,
+    record,
+    render,
     statistics,
+    stats,
     write,
 )
-from ._thermokit import _simulate
+from ._thermokit import _check_conversion, _check_picture, _simulate
 
 __all__ = [
     "BadPixels", "Calibration", "Film", "Nuc", "Palette", "Statistics", "Writer",
-    "create", "lockin", "open", "palettes", "simulate", "statistics", "write",
+    "cameras", "correct", "create", "export", "lockin", "open", "palettes", "record", "render", "simulate",
+    "statistics", "stats", "write",
 ]
 
 

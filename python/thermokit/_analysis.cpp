@@ -6,6 +6,8 @@
 #include "_bindings.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/CPtrFloat.h"
+#include "thermokit/processing/FilmLockin.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/Statistics.h"
@@ -96,7 +98,47 @@ py::tuple Results(CLockin& lockin, unsigned short filter, unsigned short point, 
     return py::make_tuple(m, p);
 }
 
-py::tuple Lockin(const py::object& source, double frequency, const py::object& frameRate, const py::object& filterName) {
+// The first image of a film of doubles as a 2-D array.
+py::array ReadDoubles(const std::string& path) {
+    std::unique_ptr<CPtr> film;
+    {
+        py::gil_scoped_release nogil;
+        ErrorCapture errors;
+        film = OpenFilmForReading(path);
+        if (!film || film->GetPixelBytes() != 8 || film->GetFrameNumber() == 0 || !film->ReadFrame(0))
+            errors.Os(FileText(path, "cannot be read back"));
+    }
+    auto out = NewArray<double>({film->GetLine(), film->GetPoint()});
+    const double* data = static_cast<CPtrFloat&>(*film).GetDoubleBuffer();
+    std::copy(data, data + out.size(), out.mutable_data());
+    return out;
+}
+
+// The tool's lockin: the four result files of PREFIX, whole or absent, and the images read back.
+py::tuple LockinFiles(const std::string& path, double frequency, double rate, unsigned short filter,
+                      const std::string& prefix) {
+    const LockinOutputs names = LockinOutputs::OfPrefix(prefix);
+    {
+        py::gil_scoped_release nogil;
+        ErrorCapture quiet;
+        WriteAllWhole({names.moduleFilm, names.phaseFilm, names.modulePng, names.phasePng},
+                      [&](const std::vector<std::string>& t) {
+                          LockinResult result;
+                          std::string error;
+                          bool usage = false;
+                          if (!DemodulateFilm(path, frequency, rate, filter, LockinOutputs{t[0], t[1], t[2], t[3]},
+                                              names, result, error, usage)) {
+                              if (usage) throw ValueError(error);
+                              RaiseLine(error);
+                          }
+                          return 1;
+                      });
+    }
+    return py::make_tuple(ReadDoubles(names.moduleFilm), ReadDoubles(names.phaseFilm));
+}
+
+py::tuple Lockin(const py::object& source, double frequency, const py::object& frameRate, const py::object& filterName,
+                 const py::object& output) {
     if (!(frequency > 0.0) || !std::isfinite(frequency)) throw ValueError("frequency: hertz above 0 expected");
     const unsigned short filter = FilterOf(filterName);
     double rate = 0.0;
@@ -106,6 +148,10 @@ py::tuple Lockin(const py::object& source, double frequency, const py::object& f
     }
     DATA_LOCKIN parameters{};
     const std::string path = SourcePath(source);
+    if (!output.is_none()) {
+        if (path.empty()) throw ValueError("output: results are written for films (a Film or a path), not for arrays");
+        return LockinFiles(path, frequency, rate, filter, output.cast<PathArg>().value);
+    }
     if (!path.empty()) {
         std::unique_ptr<CLockin> lockin;
         unsigned short point = 0, line = 0;
@@ -210,9 +256,10 @@ void RegisterAnalysis(py::module_& m) {
         "Minimum, maximum, mean and population standard deviation of a frame's values, over the whole frame or the "
         "rectangle roi = (x, y, w, h), and how many values counted (NaN values of float frames are left out).");
     m.def("lockin", &Lockin, py::arg("film"), py::arg("frequency"), py::arg("frame_rate") = py::none(),
-          py::arg("filter") = py::none(),
+          py::arg("filter") = py::none(), py::arg("output") = py::none(),
           "Lock-in demodulation of a film of levels (a Film, a path, or frames as a uint16 array) at frequency (Hz): "
-          "(module, phase) as float64 images, phase in degrees. frame_rate: default the film's own.");
+          "(module, phase) as float64 images, phase in degrees. frame_rate: default the film's own. output=PREFIX "
+          "also writes the tool's four results: PREFIX_module.film, PREFIX_phase.film and their .png pictures.");
     m.def("_simulate", &Simulate, py::arg("path"), py::arg("truth"), py::arg("scene"), py::arg("width"), py::arg("height"),
           py::arg("frames"), py::arg("bits"), py::arg("frame_rate"), py::arg("seed"), py::arg("defects"),
           py::arg("temperature"), py::arg("left"), py::arg("right"), py::arg("spot"), py::arg("move"), py::arg("period"),

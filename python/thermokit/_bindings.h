@@ -20,6 +20,7 @@
 
 namespace thermokit {
 struct _SCalibrationRBF;
+struct ConversionOptions;
 }
 
 namespace thermokit::python {
@@ -67,8 +68,9 @@ std::string SourcePath(const py::handle& source);
 // form ("file NAME: ...", caption "thermokit"); when it showed none, the text
 // the binding gives, in the same form. Messages of a call that succeeds go on
 // to the sink that was installed before the module (standard error by
-// default). When the library keeps a last error text on each object, that is
-// read here instead.
+// default); those of a call that fails (an exception leaves while the capture
+// lives) go with it. When the library keeps a last error text on each
+// object, that is read here instead.
 class ErrorCapture {
 public:
     ErrorCapture();
@@ -88,6 +90,7 @@ private:
     std::vector<Message> m_messages;
     std::vector<Message>* m_outer;
     bool m_raised = false;
+    int m_unwinding;  // exceptions in flight when made: one more at the end is a failure leaving
 };
 
 // Installs the routing sink (once, at import).
@@ -150,19 +153,39 @@ py::array_t<T> View(T* data, py::ssize_t line, py::ssize_t point, py::handle own
 // removed and OSError "file PATH: cannot be created/written (reason)" raised.
 void WriteWhole(const std::string& path, const std::function<int(const std::string& temp)>& write);
 
+// The same for several files written together: all are renamed into place
+// once write returned non-zero, or none is (the temporary files removed).
+void WriteAllWhole(const std::vector<std::string>& paths,
+                   const std::function<int(const std::vector<std::string>& temps)>& write);
+
+// A failure the library told as one line ("file NAME: what is wrong"):
+// FileNotFoundError or OSError when the file system is the reason (a file
+// not found, one that cannot be opened, read, created or written), else
+// ValueError.
+[[noreturn]] void RaiseLine(const std::string& text);
+
+// The conversion options (calib, embedded, emissivity, reflected,
+// atmosphere, transmission, distance, kelvin: the tool's options) among
+// keyword arguments; TypeError for any other keyword. Checked: ValueError
+// with the tool's text for a value out of range.
+ConversionOptions ConversionArgs(const py::kwargs& kwargs);
+
 // "degC" or "K"; ValueError otherwise. True for kelvin.
 bool KelvinUnit(const std::string& unit);
 
 // ---------------------------------------------------------------- registration
 
-// A Calibration object of the law the film at path carries.
-py::object CalibrationFromLaw(const _SCalibrationRBF& law, const std::string& path);
+// A Calibration object of the law the film at path carries, with the
+// emissivity and ambient temperature (kelvin) of that film's header.
+py::object CalibrationFromLaw(const _SCalibrationRBF& law, const std::string& path, float emissivity, float ambient);
 
 void RegisterFilm(py::module_& m);
 void RegisterNuc(py::module_& m);
 void RegisterCalibration(py::module_& m);
 void RegisterDisplay(py::module_& m);
 void RegisterAnalysis(py::module_& m);
+void RegisterProcessing(py::module_& m);
+void RegisterAcquisition(py::module_& m);
 
 }  // namespace thermokit::python
 

@@ -1,6 +1,7 @@
 // Calibration: a calibration curve (plain, extended or compensated) or a
 // film's radiometric law, converting levels to temperatures and back.
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <map>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "thermokit/film/CPtrOver.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/platform/Levels.h"
+#include "thermokit/processing/FilmConversion.h"
 
 namespace thermokit::python {
 
@@ -26,10 +28,10 @@ constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 // else (radiance, a unit the curve names).
 enum class ValueUnit { kCelsius, kKelvin, kOther };
 
+// By the tool's rule: no unit is degrees Celsius too.
 ValueUnit UnitOfCurve(const std::string& unit) {
-    if (unit == "C" || unit == "degC" || unit == "deg C" || unit == "\xb0" "C" || unit == "Celsius") return ValueUnit::kCelsius;
-    if (unit == "K" || unit == "Kelvin") return ValueUnit::kKelvin;
-    return ValueUnit::kOther;
+    const int kind = CurveTemperatureUnit(unit);
+    return kind == 0 ? ValueUnit::kCelsius : kind == 1 ? ValueUnit::kKelvin : ValueUnit::kOther;
 }
 
 struct Calibration {
@@ -40,6 +42,24 @@ struct Calibration {
     // One level table per depth, made when first needed and dropped when the
     // curve changes (camera temperature, compensation record).
     std::map<unsigned short, std::shared_ptr<const CLevelTable>> tables;
+    // The conversions to temperatures asked for (object parameters, unit,
+    // depth), kept likewise; a few at most.
+    std::map<std::string, std::shared_ptr<const Conversion>> conversions;
+    // A film's law: the emissivity and ambient temperature (kelvin) of that
+    // film's header, the defaults of its object parameters.
+    float headerEmissivity = 0.0f, headerAmbient = 0.0f;
+
+    // A copy of the calibration, for a conversion of its own.
+    std::unique_ptr<CCalibration> Copy() const {
+        if (kind == "law") return std::make_unique<CCalibrationRBF>(static_cast<const CCalibrationRBF&>(*cal));
+        if (kind == "extended") return std::make_unique<CCalibrationEx>(static_cast<const CCalibrationEx&>(*cal));
+        if (kind == "compensated") return std::make_unique<CCalibrationComp>(static_cast<const CCalibrationComp&>(*cal));
+        return std::make_unique<CCalibration>(*cal);
+    }
+    void Changed() {
+        tables.clear();
+        conversions.clear();
+    }
 
     ValueUnit Unit() const { return kind == "law" ? ValueUnit::kCelsius : UnitOfCurve(cal->GetUnitY()); }
     std::string UnitName() const { return kind == "law" ? std::string("degC") : cal->GetUnitY(); }
@@ -96,26 +116,90 @@ std::shared_ptr<Calibration> Load(const PathArg& file, const std::string& kind) 
     return c;
 }
 
+// The conversion to temperatures of the object parameters and unit for
+// levels of maxLevel, with the header defaults of the film at filmPath (or of
+// the law's own film); made once and kept. The caller holds the mutex.
+std::shared_ptr<const Conversion> TemperatureConversion(Calibration& c, const ConversionOptions& o, unsigned short maxLevel,
+                                                        const std::string& filmPath, float emissivity, float ambient) {
+    char key[256];
+    std::snprintf(key, sizeof key, "%u|%.17g|%.17g|%.17g|%.17g|%.17g|%d|%.9g|%.9g", maxLevel, o.emissivity, o.reflected,
+                  o.atmosphere, o.transmission, o.distance, o.kelvin ? 1 : 0, static_cast<double>(emissivity),
+                  static_cast<double>(ambient));
+    auto& kept = c.conversions[key];
+    if (kept) return kept;
+    auto conv = std::make_shared<Conversion>();
+    std::string error;
+    if (!PrepareConversion(c.Copy(), c.kind == "law", o, emissivity, ambient, maxLevel, c.path, filmPath, *conv, error)) {
+        c.conversions.erase(key);
+        throw ValueError(error);
+    }
+    if (c.conversions.size() > 16) {
+        c.conversions.clear();
+        return c.conversions[key] = conv;
+    }
+    return kept = conv;
+}
+
 py::object ToTemperature(Calibration& c, const py::object& levels, const py::object& unit, int bits,
-                         const py::object& into) {
+                         const py::object& into, const py::object& film, const py::kwargs& parameters) {
     if (bits < 1 || bits > 16) throw ValueError("bits " + std::to_string(bits) + ": from 1 to 16 expected");
-    const double shift = UnitShift(c, unit);
+    for (auto item : parameters) {
+        const std::string key = py::str(item.first);
+        if (key != "emissivity" && key != "reflected" && key != "atmosphere" && key != "transmission" && key != "distance")
+            throw TypeError("to_temperature() got an unexpected keyword argument '" + key + "'");
+    }
+    ConversionOptions o;
+    if (!unit.is_none()) {
+        py::kwargs all;
+        for (auto item : parameters) all[item.first] = item.second;
+        all["kelvin"] = KelvinUnit(unit.cast<std::string>());
+        all["embedded"] = true;  // the options are about temperatures; the calibration is this one
+        o = ConversionArgs(all);
+        if (c.kind != "law" && CurveTemperatureUnit(c.cal->GetUnitY()) < 0)
+            throw ValueError(FileText(c.path, "the calibration gives values in \"" + c.UnitName() +
+                                                   "\", not temperatures; pass unit=None for them as they are"));
+    } else {
+        for (auto item : parameters)
+            if (!item.second.is_none())
+                throw ValueError("the object parameters apply to temperatures: unit=\"degC\" or \"K\" expected");
+    }
+    // The header defaults: those of the film given, else those of the law's own film.
+    float emissivity = c.headerEmissivity, ambient = c.headerAmbient;
+    std::string filmPath = c.kind == "law" ? c.path : std::string();
+    if (!film.is_none()) {
+        filmPath = SourcePath(film);
+        if (filmPath.empty()) throw TypeError("film: a Film or a path expected");
+        ErrorCapture errors;
+        CPtrOver header(filmPath);
+        if (!header.IsValid())
+            errors.File(filmPath, FileText(filmPath, "not a film, or its header is damaged or does not fit the file"));
+        emissivity = header.GetEmissivity();
+        ambient = header.GetAmbiantTemperature();
+    }
     const auto in = Levels(levels, "levels", {0, 1, 2, 3, 4});
     c.CheckUsable();
     auto out = into.is_none() ? NewArray<float>(ShapeOf(in)) : OutArray<float>(into, "out", ShapeOf(in));
     const unsigned short* src = in.data();
     float* dst = out.mutable_data();
     const long n = static_cast<long>(in.size());
-    {
+    const unsigned short maxLevel = GetMaxLevel(static_cast<unsigned short>(bits));
+    if (unit.is_none()) {
         py::gil_scoped_release nogil;
         std::shared_ptr<const CLevelTable> table;
         {
             std::lock_guard<std::mutex> lock(c.mutex);
-            table = c.Table(GetMaxLevel(static_cast<unsigned short>(bits)));
+            table = c.Table(maxLevel);
         }
         table->Apply(src, n, dst);
-        if (shift != 0.0)
-            for (long i = 0; i < n; ++i) dst[i] = static_cast<float>(static_cast<double>(dst[i]) + shift);
+    } else {
+        std::shared_ptr<const Conversion> conv;
+        {
+            // The conversion is made with the GIL held: its errors become exceptions here.
+            std::lock_guard<std::mutex> lock(c.mutex);
+            conv = TemperatureConversion(c, o, maxLevel, filmPath, emissivity, ambient);
+        }
+        py::gil_scoped_release nogil;
+        conv->Apply(src, n, dst);
     }
     if (in.ndim() == 0) return out[py::tuple()];
     return out;
@@ -144,10 +228,12 @@ py::object ToLevel(Calibration& c, const py::object& temperatures, const py::obj
 
 }  // namespace
 
-py::object CalibrationFromLaw(const _SCalibrationRBF& law, const std::string& film) {
+py::object CalibrationFromLaw(const _SCalibrationRBF& law, const std::string& film, float emissivity, float ambient) {
     auto c = std::make_shared<Calibration>();
     c->kind = "law";
     c->path = film;
+    c->headerEmissivity = emissivity;
+    c->headerAmbient = ambient;
     c->cal = std::make_unique<CCalibrationRBF>(law);
     return py::cast(c);
 }
@@ -189,7 +275,7 @@ void RegisterCalibration(py::module_& m) {
                 if (!std::isfinite(kelvin)) throw ValueError("camera_temperature: kelvin expected");
                 std::lock_guard<std::mutex> lock(c.mutex);
                 c.cal->SetCameraTemperature(static_cast<float>(kelvin), 0);
-                c.tables.clear();
+                c.Changed();
             },
             "the camera temperature in kelvin; setting it regenerates an extended curve")
         .def(
@@ -206,14 +292,18 @@ void RegisterCalibration(py::module_& m) {
                 over.GetCompCalibParam(&record);
                 std::lock_guard<std::mutex> lock(c.mutex);
                 const int usable = static_cast<CCalibrationComp&>(*c.cal).SetCalibrationFactor(&record);
-                c.tables.clear();
+                c.Changed();
                 return usable != 0;
             },
             py::arg("film"), "takes the compensation record of a film's header (a Film or a path); True when it is usable")
-        .def("to_temperature", &ToTemperature, py::arg("levels"), py::arg("unit") = "degC", py::arg("bits") = 16,
-             py::arg("out") = py::none(),
-             "temperatures (float32, NaN where a level cannot be converted) of levels masked to bits; unit \"degC\", "
-             "\"K\", or None for the calibration's values as they are; into out (float32, the shape of levels) when given")
+        .def("to_temperature", &ToTemperature, py::arg("levels"), py::kw_only(), py::arg("unit") = "degC",
+             py::arg("bits") = 16, py::arg("out") = py::none(), py::arg("film") = py::none(),
+             "temperatures (float32, NaN where a level cannot be converted) of levels masked to bits, as the tool "
+             "converts them: unit \"degC\" or \"K\" (a kelvin curve read as degrees Celsius), or None for the "
+             "calibration's values as they are; into out (float32, the shape of levels) when given. The object "
+             "parameters emissivity, reflected (degC), atmosphere (degC), transmission or distance (m) default to "
+             "those of the film's header: the film given, or for a film's law that film; else emissivity 1, "
+             "reflected 20 degC, transmission 1.")
         .def("to_level", &ToLevel, py::arg("temperatures"), py::arg("unit") = "degC",
              "levels (float32, NaN where a value cannot be converted) of temperatures in unit")
         .def("__repr__", [](Calibration& c) {

@@ -528,11 +528,14 @@ void RegisterFilm(py::module_& m) {
             [](Film& f) -> py::object {
                 if (f.law) return f.law;
                 _SCalibrationRBF law{};
+                float emissivity = 0.0f, ambient = 0.0f;
                 {
                     std::lock_guard<std::mutex> lock(f.mutex);
                     if (!f.header->GetRBFCalibParam(&law)) return py::none();
+                    emissivity = f.header->GetEmissivity();
+                    ambient = f.header->GetAmbiantTemperature();
                 }
-                f.law = CalibrationFromLaw(law, f.path);
+                f.law = CalibrationFromLaw(law, f.path, emissivity, ambient);
                 return f.law;
             },
             "the radiometric law the film carries, as a Calibration, or None")

@@ -4,14 +4,17 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cmath>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <mutex>
 
 #include "_bindings.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/platform/Version.h"
+#include "thermokit/processing/FilmConversion.h"
 
 namespace thermokit::python {
 
@@ -39,11 +42,11 @@ void InstallMessageRouting() {
     std::call_once(once, [] { PreviousSink() = Messages::SetSink(Forward); });
 }
 
-ErrorCapture::ErrorCapture() : m_outer(t_capture) { t_capture = &m_messages; }
+ErrorCapture::ErrorCapture() : m_outer(t_capture), m_unwinding(std::uncaught_exceptions()) { t_capture = &m_messages; }
 
 ErrorCapture::~ErrorCapture() {
     t_capture = m_outer;
-    if (m_raised) return;
+    if (m_raised || std::uncaught_exceptions() > m_unwinding) return;
     for (const Message& m : m_messages) Forward(m);
 }
 
@@ -209,6 +212,63 @@ void WriteWhole(const std::string& path, const std::function<int(const std::stri
     }
 }
 
+void WriteAllWhole(const std::vector<std::string>& paths,
+                   const std::function<int(const std::vector<std::string>&)>& write) {
+    // Each file is made whole under its temporary name inside the next one's
+    // write; the innermost write does the work, and the renames happen from
+    // the inside out only when it succeeded.
+    std::vector<std::string> temps(paths.size());
+    std::function<int(size_t)> nest = [&](size_t k) -> int {
+        if (k == paths.size()) return write(temps);
+        int ok = 0;
+        WriteWhole(paths[k], [&](const std::string& temp) {
+            temps[k] = temp;
+            ok = nest(k + 1);
+            return ok;
+        });
+        return ok;
+    };
+    nest(0);
+}
+
+void RaiseLine(const std::string& text) {
+    if (text.size() > 11 && text.compare(text.size() - 11, 11, ": not found") == 0) throw NotFoundError(text);
+    for (const char* os : {": not found", "cannot be opened", "cannot be read", "cannot read", "cannot be created",
+                           "cannot be written", "cannot write"})
+        if (text.find(os) != std::string::npos) throw OsError(text);
+    throw ValueError(text);
+}
+
+ConversionOptions ConversionArgs(const py::kwargs& kwargs) {
+    ConversionOptions o;
+    for (auto item : kwargs) {
+        const std::string key = py::str(item.first);
+        const py::handle v = item.second;
+        auto number = [&](double& target) {
+            if (v.is_none()) return;
+            try {
+                target = v.cast<double>();
+            } catch (const py::cast_error&) {
+                throw TypeError(key + ": a number expected");
+            }
+            if (std::isnan(target)) throw ValueError(key + ": a number expected, got nan");
+        };
+        if (key == "calib") o.calib = v.is_none() ? std::string() : v.cast<PathArg>().value;
+        else if (key == "embedded") o.embedded = v.cast<bool>();
+        else if (key == "kelvin") o.kelvin = v.cast<bool>();
+        else if (key == "emissivity") number(o.emissivity);
+        else if (key == "reflected") number(o.reflected);
+        else if (key == "atmosphere") number(o.atmosphere);
+        else if (key == "transmission") number(o.transmission);
+        else if (key == "distance") number(o.distance);
+        else throw TypeError("unexpected keyword argument '" + key + "'");
+    }
+    if (!o.calib.empty() && o.embedded) throw ValueError("calib and embedded: give one of them");
+    std::string error;
+    if (!CheckConversionOptions(o, error)) throw ValueError(error);
+    return o;
+}
+
 bool KelvinUnit(const std::string& unit) {
     if (unit == "K") return true;
     if (unit == "degC") return false;
@@ -249,4 +309,6 @@ PYBIND11_MODULE(_thermokit, m) {
     tp::RegisterCalibration(m);
     tp::RegisterDisplay(m);
     tp::RegisterAnalysis(m);
+    tp::RegisterProcessing(m);
+    tp::RegisterAcquisition(m);
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
@@ -393,6 +394,25 @@ TEST(CalibrationFile, HostileFilesNeverCrash) {
         EXPECT_EQ(r.IsValid(), 0);
         EXPECT_EQ(rec.Count(), 1u);
     }
+    // Classes of no sample cost eight bytes each in the file: more of them
+    // than a curve has points (65535) are refused, the message and the last
+    // error saying why, so that memory stays bounded whatever the file's size.
+    for (const int32_t classes : {65535, 65536}) {
+        std::vector<uint8_t> b(bytes.begin(), bytes.begin() + static_cast<long>(ext + 64));
+        b[47] = CCalibration::kExtendedClasses;
+        store<int32_t>(b.data(), ext, classes);
+        b.resize(b.size() + 8 * static_cast<size_t>(classes), 0);
+        WriteAll(bad, b);
+        rec.Clear();
+        CCalibration r("", 0);
+        EXPECT_EQ(r.Open(bad.c_str()), classes == 65535 ? 1 : 0);
+        EXPECT_EQ(r.GetExtendedClassCount(), classes == 65535 ? classes : 0);
+        if (classes == 65535) continue;
+        ASSERT_EQ(rec.Count(), 1u);
+        EXPECT_EQ(rec.Messages()[0].text, "File " + bad + " is damaged: 65536 extended classes, more than the 65535 points a curve holds.");
+        EXPECT_EQ(r.GetLastErrorText(), "damaged: 65536 extended classes, more than the 65535 points a curve holds");
+        EXPECT_EQ(r.GetLastErrorKind(), ErrorKind::Format);
+    }
     std::vector<uint8_t> many = bytes;
     store<uint16_t>(many.data(), 265, 60000);  // more points than the file holds
     WriteAll(bad, many);
@@ -407,6 +427,7 @@ TEST(CalibrationFile, HostileFilesNeverCrash) {
     EXPECT_EQ(t.Open(bad.c_str()), 0);
     EXPECT_EQ(t.IsValid(), 0);
     EXPECT_EQ(rec.Count(), 0u);
+    EXPECT_EQ(t.GetLastErrorText(), "not a calibration file (tag \"EXP\" expected)");
     EXPECT_EQ(t.GetExtendedClassCount(), 1);
     EXPECT_EQ(t.GetLensExtendedClassCount(), 1);
 
@@ -414,6 +435,7 @@ TEST(CalibrationFile, HostileFilesNeverCrash) {
     rec.Clear();
     EXPECT_EQ(t.Open("/nonexistent/none.cal"), 0);
     EXPECT_EQ(rec.Count(), 1u);
+    EXPECT_EQ(t.GetLastSystemError(), ENOENT);
     EXPECT_EQ(t.Open(""), 0);
     EXPECT_EQ(t.Open(nullptr), 0);
     EXPECT_EQ(rec.Count(), 1u);

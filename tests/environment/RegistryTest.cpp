@@ -481,9 +481,34 @@ TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
     EXPECT_EQ(reg.SetINTValue("Point", 1), 0);
     EXPECT_EQ(thermokit_test::ReadBytes(m_user), before);
 
+    // A store of ours whose schema was changed runs no code of the file's: a
+    // view that loops forever, a trigger, an extra column or index are each
+    // refused at once, with the reason, and the file is left as it is.
+    for (const char* change :
+         {"DROP TABLE keys; CREATE VIEW keys(id, parent, name) AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+          "SELECT i + 1 FROM n) SELECT i, 1, 'x' FROM n;",
+          "CREATE TRIGGER t AFTER INSERT ON vals BEGIN DELETE FROM vals; END;",
+          "ALTER TABLE vals ADD COLUMN extra;", "CREATE INDEX i ON vals(type);"}) {
+        std::remove(m_user.c_str());
+        ASSERT_TRUE(RegistryKey::OpenRoot(RegistryRoot::User, true).OpenSubKey("A\\B", true));
+        ASSERT_EQ(sqlite3_open(m_user.c_str(), &db), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(db, change, nullptr, nullptr, nullptr), SQLITE_OK) << change;
+        sqlite3_close(db);
+        const std::vector<char> altered = thermokit_test::ReadBytes(m_user);
+        std::string why;
+        EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, true, &why)) << change;
+        EXPECT_EQ(why, "not a settings store of this version (its tables are not the store's own)");
+        CRegistry alteredStore(CRegistry::Setup);
+        EXPECT_EQ(alteredStore.GetINTValue("Point", 320), 320);
+        EXPECT_EQ(alteredStore.SetINTValue("Point", 1), 0);
+        EXPECT_EQ(thermokit_test::ReadBytes(m_user), altered);
+    }
+
     // A store that is a folder, or whose folder cannot be made, is no store.
     ::setenv("THERMOKIT_USER_STORE", ::testing::TempDir().c_str(), 1);
-    EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, true));
+    std::string why;
+    EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, true, &why));
+    EXPECT_EQ(why, "not a settings store (not a regular file)");
     const std::string blocked = m_user + "/below/registry.db";  // m_user is a file
     ::setenv("THERMOKIT_USER_STORE", blocked.c_str(), 1);
     EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, true));

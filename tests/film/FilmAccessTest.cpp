@@ -1,9 +1,15 @@
 // Film frame access: positions of images, navigation, masking, time stamps,
 // offsets beyond 4 GiB, hostile files, sharing, one-image films.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -253,40 +259,44 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
     const std::string good = MakeFilm(8, 4, 14, 2, "good");
     const auto original = ReadAll(good);
 
+    // what: the case; error: how the film's last error text begins.
     struct Case {
         const char* what;
+        const char* error;
         void (*damage)(std::vector<unsigned char>&);
     };
     const Case cases[] = {
-        {"short file", [](std::vector<unsigned char>& b) { b.resize(3000); }},
-        {"signature", [](std::vector<unsigned char>& b) { b[1] = 'X'; }},
-        {"pixel count not Point x Line", [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 23, 31); }},
-        {"pixel count 0", [](std::vector<unsigned char>& b) {
+        {"short file", "not a film (shorter than the 3476-byte header)", [](std::vector<unsigned char>& b) { b.resize(3000); }},
+        {"signature", "not a film (signature", [](std::vector<unsigned char>& b) { b[1] = 'X'; }},
+        {"pixel count not Point x Line", "damaged: its pixel count 31 disagrees with its 8 x 4 pixels",
+         [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 23, 31); }},
+        {"pixel count 0", "damaged: its pixel count 0", [](std::vector<unsigned char>& b) {
              Put<uint32_t>(b, 23, 0);
              Put<uint16_t>(b, 377, 0);
          }},
-        {"record words disagree", [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 19, 508 + 33); }},
-        {"image header too small", [](std::vector<unsigned char>& b) {
+        {"record words disagree", "damaged: its record size",
+         [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 19, 508 + 33); }},
+        {"image header too small", "damaged: an image header size of 100", [](std::vector<unsigned char>& b) {
              Put<uint32_t>(b, 15, 100);
              Put<uint32_t>(b, 19, 50 + 32);
          }},
-        {"header size too small", [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 11, 100); }},
-        {"header size absurd", [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 11, 0xFFFFFFF0u); }},
-        {"bit depth 0", [](std::vector<unsigned char>& b) { Put<uint16_t>(b, 381, 0); }},
-        {"bit depth 40", [](std::vector<unsigned char>& b) { Put<uint16_t>(b, 381, 40); }},
-        {"more pixels than the file holds", [](std::vector<unsigned char>& b) {
+        {"header size too small", "damaged: a header size of 100", [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 11, 100); }},
+        {"header size absurd", "damaged: a header size", [](std::vector<unsigned char>& b) { Put<uint32_t>(b, 11, 0xFFFFFFF0u); }},
+        {"bit depth 0", "damaged: a depth of 0 bits", [](std::vector<unsigned char>& b) { Put<uint16_t>(b, 381, 0); }},
+        {"bit depth 40", "damaged: a depth of 40 bits", [](std::vector<unsigned char>& b) { Put<uint16_t>(b, 381, 40); }},
+        {"more pixels than the file holds", "shorter than its header says", [](std::vector<unsigned char>& b) {
              Put<uint16_t>(b, 377, 4000);
              Put<uint16_t>(b, 379, 4000);
              Put<uint32_t>(b, 23, 16000000);
              Put<uint32_t>(b, 19, 508 + 16000000);
          }},
-        {"record beyond 32 bits", [](std::vector<unsigned char>& b) {
+        {"record beyond 32 bits", "damaged: an image record of 4 GiB or more", [](std::vector<unsigned char>& b) {
              Put<uint16_t>(b, 377, 65535);
              Put<uint16_t>(b, 379, 65535);
              Put<uint32_t>(b, 23, 65535u * 65535u);
              Put<uint32_t>(b, 19, 508 + 65535u * 65535u);
          }},
-        {"an empty film announcing a giant image", [](std::vector<unsigned char>& b) {
+        {"an empty film announcing a giant image", "damaged: an image record", [](std::vector<unsigned char>& b) {
              b.resize(3476);
              Put<uint32_t>(b, 27, 0);
              Put<uint16_t>(b, 377, 60000);
@@ -304,6 +314,8 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
         rec.Clear();
         CPtr film(name, 1, 1, 1);
         EXPECT_EQ(film.IsValid(), 0);
+        EXPECT_EQ(film.GetLastErrorText().rfind(c.error, 0), 0u) << film.GetLastErrorText();
+        EXPECT_EQ(film.GetLastErrorKind(), ErrorKind::Format);
         EXPECT_EQ(rec.Count(), 0u);  // opening is silent
         EXPECT_EQ(film.ReadFrame(0), 0);
         ASSERT_EQ(rec.Count(), 1u);
@@ -327,10 +339,12 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
     rec.Clear();
     EXPECT_EQ(film.ReadFrame(2), 0);
     EXPECT_EQ(rec.Count(), 1u);
+    EXPECT_EQ(film.GetLastErrorText(), "frame 2 cannot be read (the file ends before it)");
     EXPECT_EQ(ReadAll(name), bytes);
     // A 16-bit film opened as a film of doubles; a header of the other kind refused.
     CPtrFloat wrongKind(name, 0, 0, 1);
     EXPECT_EQ(wrongKind.IsValid(), 0);
+    EXPECT_EQ(wrongKind.GetLastErrorText(), "a film of 16-bit levels, not of doubles");
     CPtrFloat doubles(4, 4, 16, 0, 1, 0);
     doubles.SetFileName(name);
     EXPECT_EQ(doubles.ReadHeader(), 0);
@@ -339,6 +353,9 @@ TEST(FilmAccess, HostileFilmsAreRefusedAndLeftAlone) {
     // A missing file.
     CPtr missing(name + ".none", 0, 0, 1);
     EXPECT_EQ(missing.IsValid(), 0);
+    EXPECT_EQ(missing.GetLastErrorKind(), ErrorKind::System);
+    EXPECT_EQ(missing.GetLastSystemError(), ENOENT);
+    EXPECT_EQ(missing.GetLastErrorText(), std::string("cannot be opened (") + std::strerror(ENOENT) + ")");
     File::Remove(name);
     File::Remove(good);
 }
@@ -515,6 +532,62 @@ TEST(FilmAccess, FilmsWithoutImageHeaders) {
     EXPECT_EQ(At<uint16_t>(ReadAll(name), 3476), 555);
     EXPECT_EQ(ReadAll(name).size(), bytes.size());
     File::Remove(name);
+}
+
+// A header can pass every check and still ask for more memory than there is
+// (a sparse file of giant images): the film is refused as such, not taken
+// for one whose frames cannot be read. Memory is bounded in a child process.
+TEST(FilmAccess, ImagesThatCannotBeAllocatedAreSaidSo) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "an address-space limit and the sanitizers' shadow memory exclude each other";
+#else
+    const std::string name = TempName("giant");
+    {
+        CPtrFloat small(2, 2, 14, 0, 1, 0);
+        small.SetFileName(name);
+        const double d[4] = {1, 2, 3, 4};
+        ASSERT_EQ(small.AddFrame(const_cast<double*>(d), 4), 1);
+    }
+    auto bytes = ReadAll(name);
+    const uint32_t count = 16384u * 16384u;  // 2 GiB of doubles, 512 MiB of levels an image
+    Put<uint16_t>(bytes, 377, 16384);
+    Put<uint16_t>(bytes, 379, 16384);
+    Put<uint32_t>(bytes, 23, count);
+    for (const uint32_t bytesPerPixel : {8u, 2u}) {
+        Put<uint32_t>(bytes, 19, 508 + count / 2 * bytesPerPixel);
+        bytes.resize(3476 + 1016);
+        WriteAll(name, bytes);
+        ASSERT_EQ(::truncate(name.c_str(), 3476 + 1016 + static_cast<off_t>(count) * bytesPerPixel), 0);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            // Room for what runs now and a little more: the levels of a film
+            // of doubles fit, its doubles do not; the levels of a 16-bit film do not.
+            long pages = 0;
+            if (FILE* f = std::fopen("/proc/self/statm", "r")) {
+                if (std::fscanf(f, "%ld", &pages) != 1) pages = 0;
+                std::fclose(f);
+            }
+            const rlim_t room = static_cast<rlim_t>(pages) * ::sysconf(_SC_PAGESIZE) +
+                                (bytesPerPixel == 8 ? (1024u << 20) : (256u << 20));
+            const rlimit limit{room, room};
+            if (pages == 0 || ::setrlimit(RLIMIT_AS, &limit) != 0) ::_exit(2);
+            std::unique_ptr<CPtr> film;
+            if (bytesPerPixel == 8) film = std::make_unique<CPtrFloat>(name, 0, 0, 1);
+            else film = std::make_unique<CPtr>(name, 0, 0, 1);
+            const std::string expected = "an image of 268435456 " + std::string(bytesPerPixel == 8 ? "doubles" : "pixels") +
+                                         " cannot be allocated";
+            ::_exit(!film->IsValid() && film->GetLastErrorKind() == ErrorKind::Memory &&
+                            film->GetLastErrorText() == expected
+                        ? 0
+                        : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << bytesPerPixel << " bytes a pixel: " << status;
+    }
+    File::Remove(name);
+#endif
 }
 
 TEST(FilmAccess, FilmsOfDoublesRoundTrip) {

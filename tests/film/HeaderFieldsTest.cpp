@@ -115,7 +115,7 @@ TEST(FilmReader, RefusesWhatCannotBeReadWithOneMessageNamingTheFile) {
     const std::pair<std::string, std::string> cases[] = {
         {missing, "not found"},
         {empty, "empty file"},
-        {text, "not a film, or its header is damaged or does not fit the file"},
+        {text, "not a film (signature \"RKK\" expected)"},
         {cut, "shorter than its 2 frames (" + std::to_string(bytes.size()) + " bytes, " +
                   std::to_string(bytes.size() + 1) + " expected); the film is truncated"},
     };

@@ -187,6 +187,36 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
         EXPECT_EQ(nuc.IsValid(), 0) << count;
         EXPECT_EQ(nuc.GetAlpha(), nullptr);
     }
+    // A pixel count that disagrees with point x line is refused even when the
+    // file holds its tables: Apply would run past a frame of the stated size.
+    // Without a stated size (0, read as 128) a smaller count is accepted.
+    {
+        CNuc small(12, 8);
+        small.Reset();
+        const std::string p = TempPath("sizes.nuc");
+        ASSERT_EQ(small.Save(p.c_str()), 1);
+        const auto saved = ReadBytes(p);
+        for (uint32_t count : {128u, 95u}) {
+            auto b = saved;
+            Put<uint32_t>(b, 256, count);
+            b.resize(260 + 8 * count, 0);
+            WriteBytes(p, b);
+            const CNuc refused(p.c_str());
+            EXPECT_EQ(refused.IsValid(), 0) << count;
+            EXPECT_EQ(refused.GetLastErrorText(),
+                      "damaged: its pixel count " + std::to_string(count) + " disagrees with its 12 x 8 pixels");
+            Put<uint16_t>(b, 252, 0);  // 128 x 8: 128 and 95 both fit
+            WriteBytes(p, b);
+            EXPECT_EQ(CNuc(p.c_str()).GetSize(), count);
+        }
+        auto b = saved;
+        Put<uint16_t>(b, 252, 0);
+        Put<uint16_t>(b, 254, 0);
+        Put<uint32_t>(b, 256, 128 * 128 + 1);
+        b.resize(260 + 8 * (128 * 128 + 1), 0);
+        WriteBytes(p, b);
+        EXPECT_EQ(CNuc(p.c_str()).IsValid(), 0);
+    }
     {
         auto b = bytes;
         b.resize(b.size() - 1);

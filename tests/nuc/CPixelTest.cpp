@@ -418,12 +418,14 @@ TEST(CPixel, HostileFilesAreRefused) {
     ASSERT_EQ(map.Save(path.c_str()), 1);
     const auto b = ReadBytes(path);
     const std::string bad = TempPath("bad.bpr");
-    auto expectRefused = [&](const std::vector<uint8_t>& bytes, int error) {
+    auto expectRefused = [&](const std::vector<uint8_t>& bytes, int error, const std::string& text) {
         WriteBytes(bad, bytes);
         CPixel p(bad.c_str());
         EXPECT_EQ(p.IsValid(), 0);
         EXPECT_EQ(p.GetSize(), 0);
         EXPECT_EQ(p.GetLastError(), error);
+        EXPECT_EQ(p.GetLastErrorText(), text);
+        EXPECT_EQ(p.GetLastErrorKind(), ErrorKind::Format);
         std::vector<unsigned short> img(12, 7);
         EXPECT_EQ(p.Apply(img.data()), 1);
         EXPECT_EQ(img, std::vector<unsigned short>(12, 7));
@@ -431,23 +433,24 @@ TEST(CPixel, HostileFilesAreRefused) {
     auto many = b;
     Put<uint16_t>(many, 256, 16385);
     many.resize(258 + 16385 * 9, 0);
-    expectRefused(many, 0);
+    expectRefused(many, 0, "damaged: 16385 entries, more than the 16384 a map holds");
     auto offDetector = b;
     Put<int32_t>(offDetector, 258, 12);
-    expectRefused(offDetector, 3);
+    expectRefused(offDetector, 3, "damaged: entry 0 names a pixel outside the 4 x 3 detector");
     auto negative = b;
     Put<int32_t>(negative, 262, -1);
-    expectRefused(negative, 3);
+    expectRefused(negative, 3, "damaged: entry 0 names a pixel outside the 4 x 3 detector");
     auto shortList = b;
     Put<uint16_t>(shortList, 256, 200);
-    expectRefused(shortList, 2);
+    expectRefused(shortList, 2, "shorter than its 200 entries (267 bytes, 2058 expected)");
     auto shortHeader = b;
     shortHeader.resize(100);
-    expectRefused(shortHeader, 2);
+    expectRefused(shortHeader, 2, "not a bad-pixel map (shorter than the 258-byte header)");
     CPixel missing((::testing::TempDir() + "missing.bpr").c_str());
     EXPECT_EQ(missing.IsValid(), 0);
     EXPECT_EQ(missing.GetSize(), 0);
     EXPECT_EQ(missing.GetLastError(), -1);
+    EXPECT_EQ(missing.GetLastErrorKind(), ErrorKind::System);
 }
 
 TEST(CPixel, PackedBuffers) {

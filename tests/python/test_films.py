@@ -29,7 +29,7 @@ def test_films_of_the_tool_read_as_it_exports_and_measures_them(films, tmp_path)
         celsius = film.law.to_temperature(levels, bits=film.bits)
         np.testing.assert_array_equal(celsius, np.load(tmp_path / "degC.npy"))
         np.testing.assert_array_equal(film.law.to_temperature(levels, unit="K", bits=film.bits),
-                                      (celsius.astype(np.float64) + 273.15).astype(np.float32))
+                                      celsius + np.float32(273.15))
         assert film.header == info["header"]
         assert film.image_header(2) == info["image_header"]
         times = film.times

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <stdexcept>
 
 #include "thermokit/platform/Endian.h"
@@ -565,15 +566,17 @@ bool CCalibration::ReadBody(File& file, std::string& error) {
     auto read = [&](void* data, size_t size) {
         if (file.ReadRecord(data, size)) return true;
         error = Format("Unexpected end of file %s.", m_strFileName.c_str());
+        SetReadError(file, "shorter than its header says");
         return false;
     };
-    auto tooBig = [&](const char* what) {
-        error = Format("File %s is damaged: %s larger than the file.", m_strFileName.c_str(), what);
+    auto damaged = [&](const std::string& what) {
+        error = Format("File %s is damaged: %s.", m_strFileName.c_str(), what.c_str());
+        SetLastError(ErrorKind::Format, "damaged: " + what);
         return false;
     };
 
     const size_t slots = std::max<size_t>(m_Header.m_wPoint, kMinPoints);
-    if (2 * slots * sizeof(float) > remaining()) return tooBig("the curve is");
+    if (2 * slots * sizeof(float) > remaining()) return damaged("the curve is larger than the file");
     m_pCurveX.assign(slots, 0.0f);
     m_pCurveY.assign(slots, 0.0f);
     m_pCurveXCorrected.assign(slots, 0.0f);
@@ -583,15 +586,23 @@ bool CCalibration::ReadBody(File& file, std::string& error) {
     if (m_Header.m_byExtensionTypes & kExtendedClasses) {
         if (!read(m_ExtClassHeader, kBlockSize)) return false;
         const int32_t classes = load<int32_t>(m_ExtClassHeader, 0);
+        // Each class gives the curve one point, and a curve holds at most
+        // 65535: more classes are no calibration. The bound also keeps what
+        // a file of empty classes (eight bytes each) costs in memory.
+        if (classes < 0 || classes > 65535)
+            return damaged(std::to_string(classes) + " extended classes, more than the 65535 points a curve holds");
         // Each class takes at least its key and its count.
-        if (classes < 0 || static_cast<uint64_t>(classes) * 8u > remaining()) return tooBig("the extended classes are");
+        if (static_cast<uint64_t>(classes) * 8u > remaining())
+            return damaged("the extended classes are larger than the file");
+        m_aExtClass.reserve(static_cast<size_t>(classes));
         for (int32_t c = 0; c < classes; ++c) {
             uint8_t head[8];
             if (!read(head, sizeof head)) return false;
             EXT_CLASS cls;
             cls.m_fKey = load<float>(head, 0);
             const int32_t k = load<int32_t>(head, 4);
-            if (k < 0 || static_cast<uint64_t>(k) * 8u > remaining()) return tooBig("an extended class is");
+            if (k < 0 || static_cast<uint64_t>(k) * 8u > remaining())
+                return damaged("an extended class is larger than the file");
             cls.m_nCount = k;
             // Exactly k slots: a file of many tiny classes must not make us allocate
             // fifty slots per eight bytes read. Insert grows the arrays when needed.
@@ -607,7 +618,7 @@ bool CCalibration::ReadBody(File& file, std::string& error) {
         if (!read(m_LensHeader, kBlockSize)) return false;
         const int32_t count = load<int32_t>(m_LensHeader, 0);
         if (count < 0 || static_cast<uint64_t>(count) * kLensFormatSize > remaining())
-            return tooBig("the lens formats are");
+            return damaged("the lens formats are larger than the file");
         m_aLensFormat.resize(static_cast<size_t>(count));
         if (count > 0 && !read(m_aLensFormat.data(), static_cast<size_t>(count) * kLensFormatSize)) return false;
     }
@@ -615,8 +626,9 @@ bool CCalibration::ReadBody(File& file, std::string& error) {
 }
 
 int CCalibration::Open(const char* fileName) {
+    ClearLastError();
     m_strFileName = fileName ? fileName : "";
-    if (m_strFileName.empty()) return 0;
+    if (m_strFileName.empty()) return SetLastError(ErrorKind::Argument, "no file name");
     // Zero the curve and drop the extensions of a previous file.
     m_Header.m_wPoint = 0;
     m_pCurveX.assign(kMinPoints, 0.0f);
@@ -633,17 +645,27 @@ int CCalibration::Open(const char* fileName) {
     CALIBRATION_HEADER header;
     if (!file.Open(m_strFileName, File::modeRead | File::shareDenyWrite)) {
         error = Format("Cannot open %s: %s.", m_strFileName.c_str(), file.GetLastErrorText().c_str());
+        SetLastError("cannot be opened", file);
     } else if (!file.ReadRecord(&header, sizeof header)) {
         error = Format("Unexpected end of file %s.", m_strFileName.c_str());
+        SetReadError(file, "not a calibration file (shorter than the 267-byte header)");
     } else {
         m_Header = header;
         m_fIntegration = m_Header.m_wIntegration;
-        if (!ReadBody(file, error)) {
+        bool read = false;
+        try {
+            read = ReadBody(file, error);
+        } catch (const std::bad_alloc&) {
+            error = Format("Not enough memory to read %s.", m_strFileName.c_str());
+            SetLastError(ErrorKind::Memory, "its curve and classes cannot be allocated");
+        }
+        if (!read) {
             m_Header.m_wPoint = 0;
             m_pCurveX.assign(kMinPoints, 0.0f);
             m_pCurveY.assign(kMinPoints, 0.0f);
             m_pCurveXCorrected.assign(kMinPoints, 0.0f);
             m_aExtClass.clear();
+            m_aExtClass.shrink_to_fit();
             m_aLensFormat.clear();
         }
     }
@@ -654,6 +676,7 @@ int CCalibration::Open(const char* fileName) {
     }
     m_bValid = std::memcmp(m_Header.m_szTag, kTag, sizeof kTag) == 0 ? 1 : 0;
     if (m_bValid) SetCameraTemperature(m_Header.m_fHousingTemp, 0);  // as stored: no 273.15 here, kept
+    else SetLastError(ErrorKind::Format, "not a calibration file (tag \"EXP\" expected)");
     return m_bValid;
 }
 
@@ -686,10 +709,11 @@ int CCalibration::Save(const char* fileName) {
         put(m_aLensFormat.data(), m_aLensFormat.size() * kLensFormatSize);
     }
     File file;
-    if (m_strFileName.empty() ||
-        !file.Open(m_strFileName, File::modeCreate | File::modeWrite | File::shareExclusive))
-        return 0;
-    return file.Write(out.data(), out.size()) ? 1 : 0;
+    if (m_strFileName.empty()) return SetLastError(ErrorKind::Argument, "no file name");
+    if (!file.Open(m_strFileName, File::modeCreate | File::modeWrite | File::shareExclusive))
+        return SetLastError("cannot be created", file);
+    if (!file.Write(out.data(), out.size())) return SetLastError("cannot be written", file);
+    return 1;
 }
 
 }  // namespace thermokit

@@ -14,12 +14,13 @@
 
 #include "thermokit/platform/CObject.h"
 #include "thermokit/platform/CRect.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
 class File;
 
-class CCalibration : public CObject {
+class CCalibration : public CObject, public LastError {
     THERMOKIT_DECLARE_DYNAMIC(CCalibration)
 
 public:

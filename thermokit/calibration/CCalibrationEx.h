@@ -47,7 +47,7 @@ protected:
 private:
     int Invalid(const std::string& why) {
         m_strValidation = why;
-        return 0;
+        return SetLastError(ErrorKind::Format, "not a usable calibration (" + why + ")");
     }
     std::string m_strValidation;
 };

@@ -1,5 +1,6 @@
 #include "thermokit/calibration/CResponseFile.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,15 +69,16 @@ int CResponseFile::Save(const char* fileName) {
 }
 
 int CResponseFile::ReadFile() {
+    ClearLastError();
     m_aData.clear();
     FILE* f = std::fopen(m_strFileName.c_str(), "r");
-    if (!f) return 0;
+    if (!f) return SetLastError("cannot be opened", errno);
     char a[kTokenSize] = {};
     char b[kTokenSize] = {};
     // Only the first token is compared: "RSP extra words" passes, "rsp" does not.
     if (std::fscanf(f, "%49s\n", a) != 1 || std::strcmp(a, "RSP") != 0) {
         std::fclose(f);
-        return 0;
+        return SetLastError(ErrorKind::Format, "not a spectral response file (first line \"RSP\" expected)");
     }
     // Column header: two tokens whose text is not checked.
     if (std::fscanf(f, "%49s\t%49s\n", a, b) == 2) {
@@ -90,12 +92,13 @@ int CResponseFile::ReadFile() {
 
 int CResponseFile::WriteFile() {
     FILE* f = std::fopen(m_strFileName.c_str(), "w+");
-    if (!f) return 0;
+    if (!f) return SetLastError("cannot be created", errno);
     std::fprintf(f, "%s\n", "RSP");
     std::fprintf(f, "Lambda\tTransmission\n");
     for (const ResponseData& r : m_aData) std::fprintf(f, "%lf\t%lf\n", r.m_dLambda, r.m_dTransmission);
     const bool ok = std::ferror(f) == 0;
-    return (std::fclose(f) == 0 && ok) ? 1 : 0;
+    if (std::fclose(f) == 0 && ok) return 1;
+    return SetLastError("cannot be written", errno ? errno : EIO);
 }
 
 }  // namespace thermokit

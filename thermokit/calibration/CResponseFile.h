@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "thermokit/platform/LastError.h"
+
 namespace thermokit {
 
-class CResponseFile {
+class CResponseFile : public LastError {
 public:
     struct ResponseData {
         double m_dLambda;
@@ -15,7 +17,8 @@ public:
     };
 
     // Stores the name (null means empty) and, when it is not empty, reads the
-    // file at once; a failed read leaves an empty table and is not reported.
+    // file at once; a failed read leaves an empty table, is not reported and
+    // leaves its reason in GetLastErrorText.
     explicit CResponseFile(const char* fileName = nullptr);
     virtual ~CResponseFile();
 

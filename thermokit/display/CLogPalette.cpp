@@ -1,5 +1,7 @@
 #include "thermokit/display/CLogPalette.h"
 
+#include <sys/stat.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -33,6 +35,8 @@ const uint32_t kLockin16[16] = {0x80FCF7, 0x00BFF7, 0x0080F0, 0x0040E0, 0x0000BF
 constexpr long kControlLimit = 1 << 20;
 // Longest line of a palette file that is looked at.
 constexpr size_t kMaxLine = 4096;
+// Largest palette file read.
+constexpr long long kMaxFileBytes = 16ll << 20;
 // Custom palettes beyond this would have numbers above 65535.
 constexpr size_t kMaxCustom = 65535 - CLogPalette::FIRST_CUSTOM;
 
@@ -83,10 +87,28 @@ struct CLogPalette::IniReader {
     };
     std::vector<Section> sections;
 
-    bool Read(const char* path) {
+    // False with why (and the system's error number err, 0 for none) when
+    // the file cannot be read or is no text file of a sensible size (a
+    // palette file holds a few kilobytes).
+    bool Read(const char* path, std::string& why, int& err) {
         sections.clear();
+        err = 0;
+        struct stat st {};
+        if (::stat(path, &st) != 0) {
+            why = "cannot be opened";
+            err = errno;
+            return false;
+        }
+        if (!S_ISREG(st.st_mode) || st.st_size > kMaxFileBytes) {
+            why = "not a palette file (a text file of at most 16 MiB expected)";
+            return false;
+        }
         std::ifstream in(path, std::ios::binary);
-        if (!in) return false;
+        if (!in) {
+            why = "cannot be opened";
+            err = errno ? errno : EIO;
+            return false;
+        }
         std::string raw;
         Section* current = nullptr;
         while (std::getline(in, raw)) {
@@ -117,6 +139,11 @@ struct CLogPalette::IniReader {
             }
             current->last = line;
             ++current->count;
+        }
+        if (in.bad()) {
+            why = "cannot be read";
+            err = errno ? errno : EIO;
+            return false;
         }
         return true;
     }
@@ -189,8 +216,11 @@ int CLogPalette::ReadIniFile(const char* iniFile) {
     m_pCustomNames->clear();
     m_pCustom->clear();
     m_strIniFile = iniFile ? iniFile : "";
+    ClearLastError();
     if (!iniFile || !*iniFile) return 0;
-    if (!m_pIniReader->Read(iniFile)) return 0;
+    std::string why;
+    int err = 0;
+    if (!m_pIniReader->Read(iniFile, why, err)) return err ? SetLastError(why, err) : SetLastError(ErrorKind::Format, why);
     for (const IniReader::Section& section : m_pIniReader->sections) {
         CUSTOM_PALETTE custom;
         const size_t eq = section.last.find('=');

@@ -16,13 +16,14 @@
 #include "thermokit/platform/CPalette.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/CWnd.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
 class CLut24;
 class CBit24;
 
-class CLogPalette : public CPalette {
+class CLogPalette : public CPalette, public LastError {
 public:
     // Palette numbers of the built-in palettes; 11 and above select custom palettes.
     enum : unsigned short {

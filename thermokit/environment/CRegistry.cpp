@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "thermokit/platform/Endian.h"
+#include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
 
 namespace thermokit {
@@ -69,13 +70,24 @@ bool CRegistry::HasUserRoot(int key) { return key >= 0 && key < kKeyCount && kKe
 int CRegistry::IsUserAdmin() { return IsAdministrator(); }
 
 void CRegistry::OpenPath(const std::string& path, bool machine, bool user, bool machineReadOnly) {
+    // A store that is refused (damaged, foreign, altered) is read as holding
+    // no value; why is kept as the last error. A missing machine store is
+    // the normal case of a user without one, not an error.
+    std::string why;
     if (machine) {
         // Read-and-write for administrators, read-only otherwise: a missing
         // key is then not created and stays null.
         const bool write = m_bAdmin && !machineReadOnly;
-        m_hKeyMachine = RegistryKey::OpenRoot(RegistryRoot::Machine, write).OpenSubKey(path, write);
+        const RegistryKey root = RegistryKey::OpenRoot(RegistryRoot::Machine, write, &why);
+        if (!root && File::Exists(RegistryStore::MachineStorePath()))
+            SetLastError(ErrorKind::Format, "settings store " + RegistryStore::MachineStorePath() + ": " + why);
+        m_hKeyMachine = root.OpenSubKey(path, write);
     }
-    if (user) m_hKeyUser = RegistryKey::OpenRoot(RegistryRoot::User, true).OpenSubKey(path, true);
+    if (user) {
+        const RegistryKey root = RegistryKey::OpenRoot(RegistryRoot::User, true, &why);
+        if (!root) SetLastError(ErrorKind::Format, "settings store " + RegistryStore::UserStorePath() + ": " + why);
+        m_hKeyUser = root.OpenSubKey(path, true);
+    }
 }
 
 CRegistry::CRegistry(RegKey key, const char* subKey1, const char* subKey2) {

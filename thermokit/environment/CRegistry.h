@@ -57,10 +57,11 @@
 #include <string>
 
 #include "thermokit/environment/RegistryStore.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
-class CRegistry {
+class CRegistry : public LastError {
 public:
     // The well-known keys (roots: M machine, U user).
     enum RegKey {

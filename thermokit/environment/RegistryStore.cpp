@@ -28,19 +28,38 @@ constexpr int kAttempts = 20;
 // Deeper trees are refused (guards against a hand-edited database with a loop).
 constexpr int kMaxDepth = 512;
 
+// The two tables, as created and as SQLite keeps their text in its schema
+// table ("CREATE TABLE " and the rest; "IF NOT EXISTS" is never kept).
+#define THERMOKIT_KEYS_TABLE                \
+    "keys("                                 \
+    "  id INTEGER PRIMARY KEY,"             \
+    "  parent INTEGER,"                     \
+    "  name TEXT NOT NULL COLLATE NOCASE,"  \
+    "  UNIQUE(parent, name))"
+#define THERMOKIT_VALS_TABLE                \
+    "vals("                                 \
+    "  key INTEGER NOT NULL,"               \
+    "  name TEXT NOT NULL COLLATE NOCASE,"  \
+    "  type INTEGER NOT NULL,"              \
+    "  data BLOB NOT NULL,"                 \
+    "  PRIMARY KEY(key, name)) WITHOUT ROWID"
 const char* const kSchema =
-    "CREATE TABLE IF NOT EXISTS keys("
-    "  id INTEGER PRIMARY KEY,"
-    "  parent INTEGER,"
-    "  name TEXT NOT NULL COLLATE NOCASE,"
-    "  UNIQUE(parent, name));"
-    "CREATE TABLE IF NOT EXISTS vals("
-    "  key INTEGER NOT NULL,"
-    "  name TEXT NOT NULL COLLATE NOCASE,"
-    "  type INTEGER NOT NULL,"
-    "  data BLOB NOT NULL,"
-    "  PRIMARY KEY(key, name)) WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS " THERMOKIT_KEYS_TABLE ";"
+    "CREATE TABLE IF NOT EXISTS " THERMOKIT_VALS_TABLE ";"
     "INSERT OR IGNORE INTO keys(id, parent, name) VALUES(1, NULL, '');";
+const char* const kKeysSql = "CREATE TABLE " THERMOKIT_KEYS_TABLE;
+const char* const kValsSql = "CREATE TABLE " THERMOKIT_VALS_TABLE;
+#undef THERMOKIT_KEYS_TABLE
+#undef THERMOKIT_VALS_TABLE
+
+// Work one statement step may do, in SQLite's virtual machine instructions,
+// before it is interrupted: a settings store answers in a few thousand; a
+// database made to loop (or grown absurdly) gets an error instead.
+constexpr int kProgressPeriod = 1000;
+constexpr long kProgressCalls = 100000;
+thread_local long t_progressCalls = 0;
+
+int OnProgress(void*) { return ++t_progressCalls > kProgressCalls ? 1 : 0; }
 
 // A prepared statement that finalizes itself.
 class Stmt {
@@ -63,6 +82,7 @@ public:
     // the first row, so no row is ever skipped).
     int Step() {
         for (int attempt = 0;; ++attempt) {
+            t_progressCalls = 0;
             const int rc = sqlite3_step(m_stmt);
             if ((rc == SQLITE_BUSY || rc == SQLITE_LOCKED) && !m_stepped && attempt + 1 < kAttempts) {
                 sqlite3_reset(m_stmt);
@@ -250,7 +270,30 @@ long WriteTreeAt(sqlite3* db, int64_t id, const RegistryTree& tree, int depth) {
 }
 
 // What a database file holds, looked at without changing it.
-enum class DbState { Ours, Empty, Foreign, Broken };
+enum class DbState { Ours, Empty, Foreign, Altered, Broken };
+
+// The schema of one of our stores is exactly our two tables and the index
+// SQLite makes for the key names: nothing else (no view, trigger or further
+// index, whose code would run on our reads), no other column.
+bool SchemaIsOurs(sqlite3* db) {
+    Stmt st(db, "SELECT type, name, tbl_name, sql FROM sqlite_master ORDER BY name");
+    if (!st.Ok()) return false;
+    const char* const expected[3][4] = {{"table", "keys", "keys", kKeysSql},
+                                        {"index", "sqlite_autoindex_keys_1", "keys", nullptr},
+                                        {"table", "vals", "vals", kValsSql}};
+    int row = 0;
+    int rc;
+    while ((rc = st.Step()) == SQLITE_ROW) {
+        if (row == 3) return false;
+        for (int col = 0; col < 4; ++col) {
+            const bool isNull = sqlite3_column_type(st.get(), col) == SQLITE_NULL;
+            const char* want = expected[row][col];
+            if (want ? isNull || st.Text(col) != want : !isNull) return false;
+        }
+        ++row;
+    }
+    return rc == SQLITE_DONE && row == 3;
+}
 
 DbState Inspect(sqlite3* db) {
     Stmt id(db, "PRAGMA application_id");
@@ -263,9 +306,31 @@ DbState Inspect(sqlite3* db) {
     if (appId == kApplicationId) {
         Stmt ver(db, "PRAGMA user_version");
         if (!ver.Ok() || ver.Step() != SQLITE_ROW) return DbState::Broken;
-        return ver.Int(0) >= kSchemaVersion && objects > 0 ? DbState::Ours : DbState::Broken;
+        if (ver.Int(0) != kSchemaVersion) return DbState::Altered;
+        return SchemaIsOurs(db) ? DbState::Ours : DbState::Altered;
     }
     return appId == 0 && objects == 0 ? DbState::Empty : DbState::Foreign;
+}
+
+// Settings of every connection: the database file is data, never code. No
+// view or trigger runs, functions in the schema are refused, the file
+// cannot be changed behind SQLite's back (defensive mode), and a step that
+// works too long is interrupted.
+bool Harden(sqlite3* db) {
+    int on = -1;
+    const bool ok = sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, &on) == SQLITE_OK && on == 1 &&
+                    sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, &on) == SQLITE_OK && on == 0 &&
+                    sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_VIEW, 0, &on) == SQLITE_OK && on == 0 &&
+                    sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, &on) == SQLITE_OK && on == 0;
+    sqlite3_progress_handler(db, kProgressPeriod, OnProgress, nullptr);
+    sqlite3_limit(db, SQLITE_LIMIT_LENGTH, 16 << 20);
+    return ok;
+}
+
+// Fills *why (when given) and returns null: a store that cannot be used.
+std::shared_ptr<RegistryStore> Refuse(std::string* why, std::string text) {
+    if (why) *why = std::move(text);
+    return nullptr;
 }
 
 }  // namespace
@@ -315,18 +380,21 @@ RegistryStore::~RegistryStore() {
     if (m_db) sqlite3_close_v2(m_db);
 }
 
-std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool write, bool privateFile) {
-    if (path.empty()) return nullptr;
+std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool write, bool privateFile,
+                                                   std::string* why) {
+    if (why) why->clear();
+    if (path.empty()) return Refuse(why, "no settings store: no home folder to keep it in");
     struct stat st {};
     const bool exists = ::stat(path.c_str(), &st) == 0;
-    if (exists && !S_ISREG(st.st_mode)) return nullptr;
+    if (exists && !S_ISREG(st.st_mode)) return Refuse(why, "not a settings store (not a regular file)");
     if (!exists) {
-        if (!write) return nullptr;
-        if (!MakeParentDirs(path, privateFile ? 0700 : 0755)) return nullptr;
+        if (!write) return Refuse(why, std::string("no settings store (") + std::strerror(errno) + ")");
+        if (!MakeParentDirs(path, privateFile ? 0700 : 0755))
+            return Refuse(why, std::string("its folder cannot be created (") + std::strerror(errno) + ")");
         // Created here rather than by sqlite, so that the mode is ours from
         // the first byte on (sqlite gives its journal the same mode).
         const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, privateFile ? 0600 : 0644);
-        if (fd < 0) return nullptr;
+        if (fd < 0) return Refuse(why, std::string("cannot be created (") + std::strerror(errno) + ")");
         ::close(fd);
     }
     if (write && privateFile && ::stat(path.c_str(), &st) == 0 && st.st_uid == ::geteuid() &&
@@ -340,7 +408,9 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool
     // can sqlite roll back what a killed writer left half done. Read-only
     // keys never issue a write of their own.
     const int rc = sqlite3_open_v2(path.c_str(), &store->m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr);
-    if (rc != SQLITE_OK || !store->m_db) return nullptr;
+    if (rc != SQLITE_OK || !store->m_db)
+        return Refuse(why, std::string("cannot be opened (") + sqlite3_errstr(rc) + ")");
+    if (!Harden(store->m_db)) return Refuse(why, "cannot be opened safely (SQLite lacks its defensive settings)");
     sqlite3_busy_timeout(store->m_db, kBusyTimeoutMs);
     sqlite3_extended_result_codes(store->m_db, 0);
     store->m_writable = write && !sqlite3_db_readonly(store->m_db, "main");
@@ -352,31 +422,39 @@ std::shared_ptr<RegistryStore> RegistryStore::Open(const std::string& path, bool
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         state = Inspect(store->m_db);
     }
-    if (state == DbState::Ours) return store;
-    if (state != DbState::Empty || !store->m_writable) return nullptr;
+    switch (state) {
+        case DbState::Ours: return store;
+        case DbState::Foreign: return Refuse(why, "not a settings store (a database of another program)");
+        case DbState::Altered:
+            return Refuse(why, "not a settings store of this version (its tables are not the store's own)");
+        case DbState::Broken:
+            return Refuse(why, std::string("cannot be read (") + sqlite3_errmsg(store->m_db) + ")");
+        case DbState::Empty: break;
+    }
+    if (!store->m_writable) return Refuse(why, "empty settings store");
 
     // A new (empty) database: lay the schema down in one transaction, looking
     // again once the write lock is held, since another process may have done
     // it meanwhile.
-    if (BeginWrite(store->m_db) != SQLITE_OK) return nullptr;
+    const auto failed = [&](const char* what) {
+        std::string text = std::string(what) + " (" + sqlite3_errmsg(store->m_db) + ")";
+        Rollback(store->m_db);
+        return Refuse(why, std::move(text));
+    };
+    if (BeginWrite(store->m_db) != SQLITE_OK) return failed("cannot be written");
     state = Inspect(store->m_db);
     if (state == DbState::Empty) {
         char pragmas[96];
         std::snprintf(pragmas, sizeof pragmas, "PRAGMA application_id = %d; PRAGMA user_version = %d;",
                       kApplicationId, kSchemaVersion);
+        t_progressCalls = 0;
         if (sqlite3_exec(store->m_db, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK ||
-            sqlite3_exec(store->m_db, pragmas, nullptr, nullptr, nullptr) != SQLITE_OK) {
-            Rollback(store->m_db);
-            return nullptr;
-        }
+            sqlite3_exec(store->m_db, pragmas, nullptr, nullptr, nullptr) != SQLITE_OK)
+            return failed("cannot be written");
     } else if (state != DbState::Ours) {
-        Rollback(store->m_db);
-        return nullptr;
+        return failed("changed by another program while it was being made");
     }
-    if (CommitWrite(store->m_db) != SQLITE_OK) {
-        Rollback(store->m_db);
-        return nullptr;
-    }
+    if (CommitWrite(store->m_db) != SQLITE_OK) return failed("cannot be written");
     return store;
 }
 
@@ -413,15 +491,15 @@ long InWriteTransaction(RegistryStore* store, sqlite3* db, const std::function<l
 
 }  // namespace
 
-RegistryKey RegistryKey::OpenRootAt(const std::string& path, bool write, bool privateFile) {
-    auto store = RegistryStore::Open(path, write, privateFile);
+RegistryKey RegistryKey::OpenRootAt(const std::string& path, bool write, bool privateFile, std::string* why) {
+    auto store = RegistryStore::Open(path, write, privateFile, why);
     if (!store) return RegistryKey();
     const bool writable = store->m_writable;
     return RegistryKey(std::move(store), kRootId, writable);
 }
 
-RegistryKey RegistryKey::OpenRoot(RegistryRoot root, bool write) {
-    return OpenRootAt(RegistryStore::StorePath(root), write, root == RegistryRoot::User);
+RegistryKey RegistryKey::OpenRoot(RegistryRoot root, bool write, std::string* why) {
+    return OpenRootAt(RegistryStore::StorePath(root), write, root == RegistryRoot::User, why);
 }
 
 RegistryKey RegistryKey::OpenSubKey(const std::string& path, bool create) const {

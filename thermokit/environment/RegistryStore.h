@@ -17,6 +17,11 @@
 // repaired or replaced: opening it gives a null key, and the caller falls
 // back to its defaults.
 //
+// A store file is data, never code: it is ours only when its schema is
+// exactly the store's two tables (no view, trigger or other object), and
+// every connection runs in SQLite's defensive mode with the schema
+// untrusted, views and triggers off, and a bound on the work of each step.
+//
 // Key and value names compare case-insensitively (ASCII letters), and keep
 // the spelling they were created with. Key names never contain a backslash:
 // a backslash in a path separates components.
@@ -86,8 +91,10 @@ public:
     // created, with mode 0600 when privateFile is set (and an existing
     // private file is set back to 0600). Without write, a missing file gives
     // null and nothing is ever changed. Null also when the file is not a
-    // database of this store.
-    static std::shared_ptr<RegistryStore> Open(const std::string& path, bool write, bool privateFile);
+    // database of this store. why (when given) gets what is wrong, for a
+    // "file NAME: ..." message; it is emptied on success.
+    static std::shared_ptr<RegistryStore> Open(const std::string& path, bool write, bool privateFile,
+                                               std::string* why = nullptr);
 
     const std::string& GetPath() const { return m_path; }
     bool IsWritable() const { return m_writable; }
@@ -124,9 +131,10 @@ public:
     bool operator==(std::nullptr_t) const { return m_store == nullptr; }
 
     // The root key of a store; write asks for read-and-write access (and
-    // creates the database when missing). Null on failure.
-    static RegistryKey OpenRoot(RegistryRoot root, bool write);
-    static RegistryKey OpenRootAt(const std::string& path, bool write, bool privateFile);
+    // creates the database when missing). Null on failure, with what is
+    // wrong in why (when given), as RegistryStore::Open gives it.
+    static RegistryKey OpenRoot(RegistryRoot root, bool write, std::string* why = nullptr);
+    static RegistryKey OpenRootAt(const std::string& path, bool write, bool privateFile, std::string* why = nullptr);
 
     // The key at path ("A\B\C", relative to this one; empty components are
     // skipped). With create (which needs write access) missing components are

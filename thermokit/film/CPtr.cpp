@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "thermokit/film/CPtrFloat.h"
@@ -23,7 +25,8 @@ namespace thermokit {
 namespace {
 
 // Moves exactly the bytes of the vector at offset with io (preadv or pwritev), retrying after short
-// transfers and interruptions. False on an error or when nothing more moves.
+// transfers and interruptions. False on an error (errno tells) or when nothing more moves (errno 0:
+// the end of the file).
 template <class VectorIo>
 bool TransferFully(VectorIo io, struct iovec* iov, int count, uint64_t offset) {
     while (count > 0) {
@@ -32,7 +35,10 @@ bool TransferFully(VectorIo io, struct iovec* iov, int count, uint64_t offset) {
             if (errno == EINTR) continue;
             return false;
         }
-        if (n == 0) return false;
+        if (n == 0) {
+            errno = 0;
+            return false;
+        }
         offset += static_cast<uint64_t>(n);
         size_t left = static_cast<size_t>(n);
         while (count > 0 && left >= iov->iov_len) {
@@ -90,13 +96,22 @@ CPtr::CPtr(const std::string& fileName, int unused1, int unused2, int b24) : CPt
 }
 
 CPtr::CPtr(const std::string& fileName, int b24, unsigned bytesPerPixel) : CPtrOver(fileName) {
-    if (m_bValid && PixelBytes(m_Header) != bytesPerPixel) m_bValid = 0;
+    if (m_bValid && PixelBytes(m_Header) != bytesPerPixel) {
+        m_bValid = 0;
+        SetLastError(ErrorKind::Format, bytesPerPixel == 2 ? "a film of doubles, not of 16-bit levels"
+                                                           : "a film of 16-bit levels, not of doubles");
+    }
     if (m_bValid) {
         InitImage();
-        m_pFrame = new CFrame(GetPoint(), GetLine(), GetBit(), 0, b24);
-    } else {
-        m_pFrame = new CFrame(static_cast<unsigned short>(0), static_cast<unsigned short>(0), 16, 0, b24);
+        try {
+            m_pFrame = new CFrame(GetPoint(), GetLine(), GetBit(), 0, b24);
+        } catch (const std::bad_alloc&) {
+            m_bValid = 0;
+            SetLastError(ErrorKind::Memory,
+                         "an image of " + std::to_string(GetSize()) + " pixels cannot be allocated");
+        }
     }
+    if (!m_pFrame) m_pFrame = new CFrame(static_cast<unsigned short>(0), static_cast<unsigned short>(0), 16, 0, b24);
 }
 
 CPtr::CPtr(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,
@@ -168,13 +183,20 @@ uint64_t CPtr::OffsetTrame(unsigned long n) const { return OffsetImage(n) + GetI
 
 // ---------------------------------------------------------------- messages
 
-void CPtr::ReadFailed(unsigned long n) const {
+void CPtr::ReadFailed(unsigned long n, int err) {
     Messages::ShowMessage(Format("Cannot read frame #%ld in file %s.", static_cast<long>(n), m_strFileName.c_str()),
                           "thermokit", MB_ICONERROR);
+    const std::string what = "frame " + std::to_string(n) + " cannot be read";
+    if (err > 0) SetLastError(what, err);
+    else if (err == 0) SetLastError(ErrorKind::Format, what + " (the file ends before it)");
+    else SetLastError(ErrorKind::Argument, what + " (no film open, or no frame of the film's size to read into)");
 }
-void CPtr::SaveFailed(unsigned long n) const {
+void CPtr::SaveFailed(unsigned long n, int err) {
     Messages::ShowMessage(Format("Cannot save frame #%ld in file %s.", static_cast<long>(n), m_strFileName.c_str()),
                           "thermokit", MB_ICONERROR);
+    const std::string what = "frame " + std::to_string(n) + " cannot be written";
+    if (err > 0) SetLastError(what, err);
+    else SetLastError(ErrorKind::Argument, what + " (no film, or no frame of the film's size to write)");
 }
 
 // ---------------------------------------------------------------- reading
@@ -197,7 +219,7 @@ double CPtr::ImageTime(const unsigned char* image, int irigbPlay) {
 int CPtr::ReadImage(unsigned long n, void* pixels, size_t bytes, double* time) {
     if (!m_pCache) m_pCache = std::make_unique<ReadCache>();
     ReadCache& cache = *m_pCache;
-    if (!cache.Begin(m_strFileName)) return 0;
+    if (!cache.Begin(m_strFileName)) return SetLastError("cannot be opened", cache.file);
     const uint32_t ihs = GetImageHeaderSize();
     const uint64_t at = OffsetImage(n);
     const uint64_t pixelsAt = OffsetTrame(n);
@@ -211,9 +233,10 @@ int CPtr::ReadImage(unsigned long n, void* pixels, size_t bytes, double* time) {
         struct iovec body[1] = {{pixels, bytes}};
         ok = (ihs == 0 || ReadFully(cache.fd, head, 1, at)) && ReadFully(cache.fd, body, 1, pixelsAt);
     }
+    const int err = ok ? 0 : errno;
     cache.End();
     if (!ok) {
-        ReadFailed(n);
+        ReadFailed(n, err);
         return 0;
     }
     if (time) *time = ImageTime(m_Image, IsIRIGBPlay());
@@ -273,7 +296,7 @@ int CPtr::ReadTime(unsigned long n, double& t) {
     }
     if (!m_pCache) m_pCache = std::make_unique<ReadCache>();
     ReadCache& cache = *m_pCache;
-    if (!cache.Begin(m_strFileName)) return 0;
+    if (!cache.Begin(m_strFileName)) return SetLastError("cannot be opened", cache.file);
     alignas(8) unsigned char image[PtrImage::kSize];
     std::memcpy(image, m_Image, sizeof(image));
     bool ok = true;
@@ -281,9 +304,10 @@ int CPtr::ReadTime(unsigned long n, double& t) {
         struct iovec iov[1] = {{image, sizeof(image)}};
         ok = ReadFully(cache.fd, iov, 1, OffsetImage(n));
     }
+    const int err = ok ? 0 : errno;
     cache.End();
     if (!ok) {
-        ReadFailed(n);
+        ReadFailed(n, err);
         return 0;
     }
     t = ImageTime(image, IsIRIGBPlay());
@@ -296,7 +320,7 @@ int CPtr::WriteImage(unsigned long n, const void* pixels, size_t bytes) {
     ReleaseCache();  // the next read looks the file up again
     File file;
     if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate | File::modeNoTruncate)) {
-        SaveFailed(n);
+        SaveFailed(n, file.GetLastError() ? file.GetLastError() : EIO);
         return 0;
     }
     const uint32_t ihs = GetImageHeaderSize();
@@ -318,7 +342,7 @@ int CPtr::WriteImage(unsigned long n, const void* pixels, size_t bytes) {
         }
     }
     if (!ok) {
-        SaveFailed(n);
+        SaveFailed(n, errno ? errno : ENOSPC);
         return 0;
     }
     return 1;
@@ -385,7 +409,7 @@ int CPtr::StartNewFile() {
     ReleaseCache();
     File file;
     if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate)) {
-        SaveFailed(0);
+        SaveFailed(0, file.GetLastError() ? file.GetLastError() : EIO);
         return 0;
     }
     return 1;

@@ -127,8 +127,11 @@ protected:
     int WriteImage(unsigned long n, const void* pixels, size_t bytes);
     // Truncates (creates) the file for a one-image film; 0 with the save message.
     int StartNewFile();
-    void ReadFailed(unsigned long n) const;
-    void SaveFailed(unsigned long n) const;
+    // Show the required message and record the failure: err is the system's
+    // error number, 0 for a read that met the end of the file, -1 when the
+    // call itself could not be made (no film, a frame of another size).
+    void ReadFailed(unsigned long n, int err = -1);
+    void SaveFailed(unsigned long n, int err = -1);
     // Time of an image header: the IRIG-B stamp when it is active and the
     // film plays IRIG-B time, else the image time fields.
     static double ImageTime(const unsigned char* image, int irigbPlay);

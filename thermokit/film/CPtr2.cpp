@@ -1,6 +1,7 @@
 #include "thermokit/film/CPtr2.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <vector>
 
@@ -37,12 +38,12 @@ int CPtr2::Create(const char* fileName, unsigned long bankSize, int bankNumber) 
         File file;
         if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate) ||
             !file.WriteAt(0, header.data(), header.size())) {
-            SaveFailed(0);
+            SaveFailed(0, file.GetLastError() ? file.GetLastError() : EIO);
             return 0;
         }
     }
     if (!m_pStream->OpenFile(fileName, bankSize, CStreamFile::modeOpenExisting)) {
-        SaveFailed(0);
+        SaveFailed(0, EIO);
         return 0;
     }
     m_nPosition = 0;
@@ -50,7 +51,7 @@ int CPtr2::Create(const char* fileName, unsigned long bankSize, int bankNumber) 
     if (!StreamWrite(0, header.data(), header.size())) {
         m_pStream->CloseFile();
         m_nPosition = -1;
-        SaveFailed(0);
+        SaveFailed(0, EIO);
         return 0;
     }
     return 1;
@@ -103,7 +104,7 @@ int CPtr2::Write(unsigned long n, CFrame* f) {
     const size_t bytes = static_cast<size_t>(GetSize()) * 2;
     if (ok) ok = StreamWrite(at + ihs, f->GetBuffer(), bytes);
     if (!ok) {
-        SaveFailed(n);
+        SaveFailed(n, EIO);
         return 0;
     }
     m_nEnd = std::max<uint64_t>(m_nEnd, at + ihs + bytes);
@@ -163,10 +164,10 @@ int CPtr2::CloseAfterFailure(uint64_t end) {
     if (GetCurrentFrame() >= count) SetCurrentFrame(0);
     File file;
     if (file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeNoTruncate)) {
-        file.SetLength(OffsetImage(count));
-        file.WriteAt(0, m_Header, sizeof(m_Header));
+        // Best effort: the recording has failed already and says so below.
+        (void)(file.SetLength(OffsetImage(count)) && file.WriteAt(0, m_Header, sizeof(m_Header)));
     }
-    SaveFailed(count);
+    SaveFailed(count, EIO);
     return 0;
 }
 

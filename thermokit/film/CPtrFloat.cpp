@@ -1,6 +1,7 @@
 #include "thermokit/film/CPtrFloat.h"
 
 #include <cmath>
+#include <string>
 
 #include "thermokit/image/CFrame.h"
 
@@ -23,7 +24,13 @@ void DoublesToLevels(const double* in, long count, unsigned short* out, unsigned
 CPtrFloat::CPtrFloat(const std::string& fileName, int unused1, int unused2, int b24) : CPtr(fileName, b24, 8u) {
     (void)unused1;
     (void)unused2;
-    if (m_bValid) m_Data.Allocate(static_cast<size_t>(GetSize()));
+    // The doubles of one image: a header that passed its checks can still ask
+    // for more than memory holds (a sparse file of 65535 x 65535 doubles).
+    if (m_bValid && !m_Data.Allocate(static_cast<size_t>(GetSize()))) {
+        m_bValid = 0;
+        SetLastError(ErrorKind::Memory,
+                     "an image of " + std::to_string(GetSize()) + " doubles cannot be allocated");
+    }
 }
 
 CPtrFloat::CPtrFloat(unsigned short point, unsigned short line, unsigned short bit, unsigned short rotation, int b24,

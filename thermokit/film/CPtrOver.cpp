@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "thermokit/environment/CConfig.h"
 #include "thermokit/image/PixelArray.h"
@@ -67,6 +69,7 @@ CPtrOver::CPtrOver(const CPtrOver& other) : CPtrOver() { *this = other; }
 
 CPtrOver& CPtrOver::operator=(const CPtrOver& other) {
     if (this != &other) {
+        LastError::operator=(other);
         m_strFileName = other.m_strFileName;
         m_bValid = other.m_bValid;
         std::memcpy(m_Header, other.m_Header, sizeof(m_Header));
@@ -147,47 +150,63 @@ unsigned CPtrOver::PixelBytes(const unsigned char* header) {
     return 0;
 }
 
-int CPtrOver::CheckHeader(const unsigned char* header, int64_t fileLength, unsigned bytesPerPixel) {
-    if (!header) return 0;
-    if (std::memcmp(header + kSignature, kSignatureText, sizeof(kSignatureText)) != 0) return 0;
+int CPtrOver::CheckHeader(const unsigned char* header, int64_t fileLength, unsigned bytesPerPixel, std::string* why) {
+    const auto refuse = [why](std::string text) {
+        if (why) *why = std::move(text);
+        return 0;
+    };
+    if (!header) return refuse("no header");
+    if (std::memcmp(header + kSignature, kSignatureText, sizeof(kSignatureText)) != 0)
+        return refuse("not a film (signature \"RKK\" expected)");
     const uint32_t hs = load<uint32_t>(header, kHeaderSize);
     const uint32_t ihs = load<uint32_t>(header, kImageHeaderSize);
     const uint32_t count = load<uint32_t>(header, kPixelCount);
     const uint16_t point = load<uint16_t>(header, kPoint);
     const uint16_t line = load<uint16_t>(header, kLine);
     const uint16_t bit = load<uint16_t>(header, kBit);
-    if (hs < kSize || hs > kMaxBlockSize) return 0;
-    if (ihs != 0 && (ihs < Img::kSize || ihs > kMaxBlockSize || (ihs & 1u))) return 0;
-    if (count == 0 || count != static_cast<uint32_t>(point) * line) return 0;
-    if (bit == 0 || bit > 16) return 0;
+    if (hs < kSize || hs > kMaxBlockSize) return refuse("damaged: a header size of " + std::to_string(hs) + " bytes");
+    if (ihs != 0 && (ihs < Img::kSize || ihs > kMaxBlockSize || (ihs & 1u)))
+        return refuse("damaged: an image header size of " + std::to_string(ihs) + " bytes");
+    if (count == 0 || count != static_cast<uint32_t>(point) * line)
+        return refuse("damaged: its pixel count " + std::to_string(count) + " disagrees with its " +
+                      std::to_string(point) + " x " + std::to_string(line) + " pixels");
+    if (bit == 0 || bit > 16) return refuse("damaged: a depth of " + std::to_string(bit) + " bits (1 to 16 expected)");
     const unsigned bpp = PixelBytes(header);
-    if (bpp == 0 || (bytesPerPixel != 0 && bpp != bytesPerPixel)) return 0;
+    if (bpp == 0) return refuse("damaged: its record size fits neither 16-bit levels nor doubles");
+    if (bytesPerPixel != 0 && bpp != bytesPerPixel)
+        return refuse(bpp == 8 ? "a film of doubles, not of 16-bit levels" : "a film of 16-bit levels, not of doubles");
     // The record size is summed in 32 bits by the offset rule: it must not wrap.
     const uint64_t record = static_cast<uint64_t>(ihs) + static_cast<uint64_t>(count) * bpp;
-    if (record > UINT32_MAX) return 0;
+    if (record > UINT32_MAX) return refuse("damaged: an image record of 4 GiB or more");
     if (fileLength >= 0) {
         const uint64_t oneImage = static_cast<uint64_t>(hs) + record;
         const uint32_t frames = load<uint32_t>(header, kFrameCount);
-        if (oneImage > static_cast<uint64_t>(fileLength) && (frames != 0 || count > kMaxEmptyFilmPixels)) return 0;
+        if (oneImage > static_cast<uint64_t>(fileLength) && (frames != 0 || count > kMaxEmptyFilmPixels))
+            return refuse("shorter than its header says (" + std::to_string(fileLength) + " bytes, one image needs " +
+                          std::to_string(oneImage) + ")");
     }
     return 1;
 }
 
 int CPtrOver::ReadHeader() {
     File file;
-    if (!file.Open(m_strFileName, File::modeRead | File::shareDenyWrite)) return 0;
+    if (!file.Open(m_strFileName, File::modeRead | File::shareDenyWrite)) return SetLastError("cannot be opened", file);
     alignas(8) unsigned char block[kSize];
-    if (!file.ReadRecord(block, sizeof(block))) return 0;
-    if (!CheckHeader(block, file.GetLength(), 0)) return 0;
+    if (!file.ReadRecord(block, sizeof(block)))
+        return SetReadError(file, "not a film (shorter than the 3476-byte header)");
+    std::string why;
+    if (!CheckHeader(block, file.GetLength(), 0, &why)) return SetLastError(ErrorKind::Format, why);
     std::memcpy(m_Header, block, sizeof(block));
+    ClearLastError();
     return 1;
 }
 
 int CPtrOver::WriteHeader() {
     File file;
     if (!file.Open(m_strFileName, File::modeWrite | File::shareDenyWrite | File::modeCreate | File::modeNoTruncate))
-        return 0;
-    return file.WriteAt(0, m_Header, sizeof(m_Header)) ? 1 : 0;
+        return SetLastError("cannot be created", file);
+    if (!file.WriteAt(0, m_Header, sizeof(m_Header))) return SetLastError("its header cannot be written", file);
+    return 1;
 }
 
 // ---------------------------------------------------------------- structure

@@ -21,6 +21,7 @@
 #include "thermokit/calibration/CCnucFile.h"
 #include "thermokit/platform/CRect.h"
 #include "thermokit/platform/Endian.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
@@ -188,7 +189,7 @@ struct InfoImageStruct {
     unsigned char byIRIGBYear = 0;
 };
 
-class CPtrOver {
+class CPtrOver : public LastError {
 public:
 #pragma pack(push, 1)
     // Recording date: year, day of the month, month (1..12).
@@ -254,8 +255,10 @@ public:
     // Checks a file header against itself and the file's length: signature,
     // sizes, record size, pixel count = Point x Line, and that the file can
     // hold one image (or, for a film of no image, that an image is not absurdly
-    // large). bytesPerPixel 0 accepts 16-bit and double films.
-    static int CheckHeader(const unsigned char* header, int64_t fileLength, unsigned bytesPerPixel);
+    // large). bytesPerPixel 0 accepts 16-bit and double films. why (when
+    // given) gets what is wrong.
+    static int CheckHeader(const unsigned char* header, int64_t fileLength, unsigned bytesPerPixel,
+                           std::string* why = nullptr);
     // Bytes per pixel that the record size of a header implies: 2, 8, or 0.
     static unsigned PixelBytes(const unsigned char* header);
 

@@ -28,17 +28,28 @@ std::string FileProblem(const std::string& path) {
     return std::string();
 }
 
-int CheckFilmComplete(const CPtr& film) {
+std::string FilmIncomplete(const CPtr& film) {
     const unsigned long frames = film.GetFrameNumber();
-    if (frames == 0) return 1;
+    if (frames == 0) return std::string();
     const uint64_t end = film.OffsetImage(frames - 1) + film.GetImageSize();
     const int64_t size = film.GetFileSize();
-    if (size < 0 || static_cast<uint64_t>(size) < end) {
-        Problem(film.GetFileName(), "shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) +
-                                        " bytes, " + std::to_string(end) + " expected); the film is truncated");
-        return 0;
-    }
-    return 1;
+    if (size < 0 || static_cast<uint64_t>(size) < end)
+        return "shorter than its " + std::to_string(frames) + " frames (" + std::to_string(size) + " bytes, " +
+               std::to_string(end) + " expected); the film is truncated";
+    return std::string();
+}
+
+bool ReadFilmFrame(CPtr& film, const std::string& path, unsigned long n, std::string& error) {
+    if (film.ReadFrame(n)) return true;
+    error = "file " + path + ": frame " + std::to_string(n) + " cannot be read (the file is shorter than its header says)";
+    return false;
+}
+
+int CheckFilmComplete(const CPtr& film) {
+    const std::string why = FilmIncomplete(film);
+    if (why.empty()) return 1;
+    Problem(film.GetFileName(), why);
+    return 0;
 }
 
 std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
@@ -49,14 +60,14 @@ std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
     }
     CPtrOver header(path);
     if (!header.IsValid()) {
-        Problem(path, kNotAFilm);
+        Problem(path, header.GetLastErrorText().empty() ? std::string(kNotAFilm) : header.GetLastErrorText());
         return nullptr;
     }
     std::unique_ptr<CPtr> film;
     if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(path, 0, 0, 1);
     else film = std::make_unique<CPtr>(path, 0, 0, 1);
     if (!film->IsValid()) {
-        Problem(path, kNotAFilm);
+        Problem(path, film->GetLastErrorText().empty() ? std::string(kNotAFilm) : film->GetLastErrorText());
         return nullptr;
     }
     if (!CheckFilmComplete(*film)) return nullptr;

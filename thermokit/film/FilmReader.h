@@ -19,12 +19,20 @@ std::string FileProblem(const std::string& path);
 // "file NAME: shorter than its N frames (S bytes, E expected); the film is
 // truncated" is shown.
 int CheckFilmComplete(const CPtr& film);
+// The same check, showing nothing: "shorter than its N frames (...); the film
+// is truncated", or empty when the film is complete.
+std::string FilmIncomplete(const CPtr& film);
 
 // The film at path as a film of levels (CPtr) or of doubles (CPtrFloat), as
 // its header says, checked: the file can be read, its header is a film's and
 // fits the file, and the film is complete. Null, with the message shown,
 // when not.
 std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path);
+
+// Reads image n into the film's own frame (and the double buffer of a film
+// of doubles). False, showing nothing, with "file PATH: frame N cannot be
+// read (the file is shorter than its header says)" in error.
+bool ReadFilmFrame(CPtr& film, const std::string& path, unsigned long n, std::string& error);
 
 // The time of every image of the film from its image header, as seconds since
 // the first image (a time of day more than twelve hours below the image

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "thermokit/platform/Endian.h"
@@ -63,19 +64,41 @@ CMapping::CMapping(unsigned short point, unsigned short line) {
 }
 
 CMapping::CMapping(const char* fileName) {
-    if (!fileName) return;
+    if (!fileName) {
+        SetLastError(ErrorKind::Argument, "no file name");
+        return;
+    }
     File file;
-    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) return;
+    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) {
+        SetLastError("cannot be opened", file);
+        return;
+    }
     // The header is kept exactly as read; a short header is not a mapping.
-    if (file.Read(m_Header, kHeaderSize) != kHeaderSize) return;
+    if (file.Read(m_Header, kHeaderSize) != kHeaderSize) {
+        SetReadError(file, "not a mapping (shorter than the 256-byte header)");
+        return;
+    }
     const long size = GetSize();
-    if (size < 1) return;
+    if (size < 1) {
+        SetLastError(ErrorKind::Format, "not a mapping (its point or line count is 0)");
+        return;
+    }
     const int64_t length = file.GetLength();
     const int64_t needed = static_cast<int64_t>(kHeaderSize) + 4 * static_cast<int64_t>(size);
-    if (length < needed) return;
+    if (length < needed) {
+        SetLastError(ErrorKind::Format, "shorter than its table (" + std::to_string(length) + " bytes, " +
+                                            std::to_string(needed) + " expected)");
+        return;
+    }
     auto table = AllocateTable(size);
-    if (!table) return;
-    if (!file.ReadRecord(table.get(), static_cast<size_t>(size) * sizeof(int32_t))) return;
+    if (!table) {
+        SetLastError(ErrorKind::Memory, "a table of " + std::to_string(size) + " entries cannot be allocated");
+        return;
+    }
+    if (!file.ReadRecord(table.get(), static_cast<size_t>(size) * sizeof(int32_t))) {
+        SetReadError(file, "shorter than its table");
+        return;
+    }
     m_pOwner = std::move(table);
     m_pnMap = m_pOwner.get();
     m_bValid = 1;
@@ -85,12 +108,15 @@ unsigned short CMapping::GetPoint() const { return load<uint16_t>(m_Header, kPoi
 unsigned short CMapping::GetLine() const { return load<uint16_t>(m_Header, kLineOffset); }
 
 int CMapping::Save(const char* fileName) {
-    if (!fileName || !m_pnMap) return 0;
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
+    if (!m_pnMap) return SetLastError(ErrorKind::Argument, "no table to write");
     File file;
-    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
-    if (!file.Write(m_Header, kHeaderSize)) return 0;
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite))
+        return SetLastError("cannot be created", file);
     const long size = GetSize();
-    if (size > 0 && !file.Write(m_pnMap, static_cast<size_t>(size) * sizeof(int32_t))) return 0;
+    if (!file.Write(m_Header, kHeaderSize) ||
+        (size > 0 && !file.Write(m_pnMap, static_cast<size_t>(size) * sizeof(int32_t))))
+        return SetLastError("cannot be written", file);
     return 1;
 }
 
@@ -169,7 +195,12 @@ int CMapping::ReorderT(T* image, bool inverse) {
     if (size < 1) return 1;
     const size_t bytes = static_cast<size_t>(size) * sizeof(T);
     std::unique_ptr<unsigned char[]> spare;
-    unsigned char* space = m_Scratch.Take(bytes, spare);
+    unsigned char* space = nullptr;
+    try {
+        space = m_Scratch.Take(bytes, spare);
+    } catch (const std::bad_alloc&) {
+        return SetLastError(ErrorKind::Memory, "no memory for an image of " + std::to_string(size) + " pixels");
+    }
     // Cleared first: UnApply leaves destinations no entry names at 0 (all-zero
     // bytes are 0 for every pixel type). Apply writes every destination, but
     // measured, its gather runs about a quarter faster into a freshly cleared

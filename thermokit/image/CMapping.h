@@ -23,9 +23,11 @@
 #include <cstdint>
 #include <memory>
 
+#include "thermokit/platform/LastError.h"
+
 namespace thermokit {
 
-class CMapping {
+class CMapping : public LastError {
 public:
     static constexpr size_t kHeaderSize = 256;
     static constexpr size_t kPointOffset = 252;

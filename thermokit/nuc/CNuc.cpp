@@ -121,28 +121,61 @@ CNuc::CNuc(unsigned short point, unsigned short line) {
 }
 
 CNuc::CNuc(const char* fileName) {
-    if (!fileName) return;
-    File file;
-    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) return;
-    if (!file.ReadRecord(&m_Header, sizeof(m_Header))) {
-        std::memset(&m_Header, 0, sizeof(m_Header));
+    if (!fileName) {
+        SetLastError(ErrorKind::Argument, "no file name");
         return;
     }
-    if (GetTextField(m_Header.szSignature, sizeof(m_Header.szSignature)) != "COE") return;
+    File file;
+    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) {
+        SetLastError("cannot be opened", file);
+        return;
+    }
+    if (!file.ReadRecord(&m_Header, sizeof(m_Header))) {
+        std::memset(&m_Header, 0, sizeof(m_Header));
+        SetReadError(file, "not a NUC table (shorter than the 260-byte header)");
+        return;
+    }
+    if (GetTextField(m_Header.szSignature, sizeof(m_Header.szSignature)) != "COE") {
+        SetLastError(ErrorKind::Format, "not a NUC table (signature \"COE\" expected)");
+        return;
+    }
+    const bool sized = m_Header.wPoint != 0 && m_Header.wLine != 0;
     if (m_Header.wPoint == 0) m_Header.wPoint = 128;
     if (m_Header.wLine == 0) m_Header.wLine = 128;
-    // The pixel count is taken as read; a count whose two tables the file
-    // cannot hold is refused before anything is allocated.
+    // The pixel count is taken as read, not recomputed, but it must agree
+    // with the header's size: callers size their frames from point x line and
+    // Apply walks the tables' dwSize pixels, so a larger count would run past
+    // the frame and a smaller one past the tables. A header that leaves point
+    // or line at 0 (read as 128) states no size to compare with; its count may
+    // then be smaller, never larger.
+    const uint64_t pixels = static_cast<uint64_t>(m_Header.wPoint) * m_Header.wLine;
     const uint64_t count = m_Header.dwSize;
+    if (sized ? count != pixels : count > pixels) {
+        SetLastError(ErrorKind::Format, "damaged: its pixel count " + std::to_string(count) + " disagrees with its " +
+                                            std::to_string(m_Header.wPoint) + " x " + std::to_string(m_Header.wLine) +
+                                            " pixels");
+        return;
+    }
+    // A count whose two tables the file cannot hold is refused before
+    // anything is allocated.
     const int64_t length = file.GetLength();
-    if (length < 0 || static_cast<uint64_t>(length) < sizeof(NUC_HEADER) + 8 * count) return;
-    if (!Allocate(static_cast<size_t>(count))) return;
+    const uint64_t needed = sizeof(NUC_HEADER) + 8 * count;
+    if (length < 0 || static_cast<uint64_t>(length) < needed) {
+        SetLastError(ErrorKind::Format, "shorter than its tables (" + std::to_string(length) + " bytes, " +
+                                            std::to_string(needed) + " expected)");
+        return;
+    }
+    if (!Allocate(static_cast<size_t>(count))) {
+        SetLastError(ErrorKind::Memory, "tables of " + std::to_string(count) + " pixels cannot be allocated");
+        return;
+    }
     const size_t bytes = static_cast<size_t>(count) * sizeof(float);
     if (!file.ReadRecord(m_pAlpha, bytes) || !file.ReadRecord(m_pBeta, bytes)) {
         m_spAlpha.reset();
         m_spBeta.reset();
         m_pAlpha = m_pBeta = nullptr;
         m_nAllocated = 0;
+        SetReadError(file, "shorter than its tables");
         return;
     }
     m_bValid = 1;
@@ -154,6 +187,7 @@ CNuc::CNuc(const CNuc& other) = default;
 
 CNuc& CNuc::operator=(const CNuc& other) {
     if (this == &other) return *this;
+    LastError::operator=(other);
     m_pAlpha = other.m_pAlpha;
     m_pBeta = other.m_pBeta;
     m_fGainMin = other.m_fGainMin;
@@ -367,16 +401,16 @@ int CNuc::FormatNuc(unsigned char* buffer, long length, int format) {
 }
 
 int CNuc::Save(const char* fileName) {
-    if (!fileName) return 0;
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
     const size_t n = m_Header.dwSize;
-    if (!m_bValid || n > TableSize()) return 0;  // no tables to write
+    if (!m_bValid || n > TableSize()) return SetLastError(ErrorKind::Argument, "no tables to write");
     File file;
-    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
-    file.Write(&m_Header, sizeof(m_Header));
-    if (n) {
-        file.Write(m_pAlpha, n * sizeof(float));
-        file.Write(m_pBeta, n * sizeof(float));
-    }
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite))
+        return SetLastError("cannot be created", file);
+    // Every write is checked: a full disk must not pass for a saved table.
+    if (!file.Write(&m_Header, sizeof(m_Header)) ||
+        (n && (!file.Write(m_pAlpha, n * sizeof(float)) || !file.Write(m_pBeta, n * sizeof(float)))))
+        return SetLastError("cannot be written", file);
     return 1;
 }
 

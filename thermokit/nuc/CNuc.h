@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "thermokit/platform/LastError.h"
+
 namespace thermokit {
 
 #pragma pack(push, 1)
@@ -51,12 +53,14 @@ static_assert(offsetof(NUC_HEADER, wPoint) == 252);
 static_assert(offsetof(NUC_HEADER, wLine) == 254);
 static_assert(offsetof(NUC_HEADER, dwSize) == 256);
 
-class CNuc {
+class CNuc : public LastError {
 public:
     // A valid table of point x line pixels; tables allocated (zero), not reset.
     CNuc(unsigned short point, unsigned short line);
     // Reads a NUC file; invalid when it cannot be opened, has another
-    // signature or holds fewer table bytes than its pixel count needs.
+    // signature, a pixel count other than its point x line (smaller is
+    // accepted when point or line is 0, read as 128) or fewer table bytes
+    // than its pixel count needs.
     explicit CNuc(const char* fileName);
     ~CNuc();
 

@@ -63,32 +63,35 @@ void CNucFile::Init() {
 }
 
 int CNucFile::Read(const char* fileName) {
+    ClearLastError();
+    m_bValid = 0;
     File file;
-    if (!fileName || !file.Open(fileName, File::modeRead | File::shareDenyWrite)) {
-        m_bValid = 0;
-        return 0;
-    }
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
+    if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) return SetLastError("cannot be opened", file);
     NUC_FILE_HEADER header;
-    if (!file.ReadRecord(&header, sizeof header) || std::memcmp(header.szSignature, kSignature, 4) != 0) {
-        m_bValid = 0;
-        return 0;
-    }
+    if (!file.ReadRecord(&header, sizeof header))
+        return SetReadError(file, "not a NUC catalogue (shorter than the 258-byte header)");
+    if (std::memcmp(header.szSignature, kSignature, 4) != 0)
+        return SetLastError(ErrorKind::Format, "not a NUC catalogue (signature \"NUC\" expected)");
     // The capacity is fixed: larger counts, or a file shorter than its
     // counts, are refused before anything is read into the records.
     const uint32_t windows = header.wNbWindow;
     const uint32_t tables = header.wNbTables;
+    if (windows > kMaxWindows || tables > kMaxTables)
+        return SetLastError(ErrorKind::Format, "damaged: " + std::to_string(windows) + " sub-windows and " +
+                                                   std::to_string(tables) + " tables, more than the " +
+                                                   std::to_string(kMaxWindows) + " and " +
+                                                   std::to_string(kMaxTables) + " a catalogue holds");
     const int64_t needed = int64_t{kHeaderSize} + int64_t{windows} * kDescSize + int64_t{tables} * kTableSize;
-    if (windows > kMaxWindows || tables > kMaxTables || file.GetLength() < needed) {
-        m_bValid = 0;
-        return 0;
-    }
+    const int64_t length = file.GetLength();
+    if (length < needed)
+        return SetLastError(ErrorKind::Format, "shorter than its records (" + std::to_string(length) + " bytes, " +
+                                                   std::to_string(needed) + " expected)");
     NUC_TABLE_DESC desc[kMaxWindows];
     NUC_TABLE table[kMaxTables];
     if ((windows && !file.ReadRecord(desc, windows * kDescSize)) ||
-        (tables && !file.ReadRecord(table, tables * kTableSize))) {
-        m_bValid = 0;
-        return 0;
-    }
+        (tables && !file.ReadRecord(table, tables * kTableSize)))
+        return SetReadError(file, "shorter than its records");
     m_Header = header;
     std::memcpy(m_Desc, desc, windows * kDescSize);
     std::memcpy(m_Table, table, tables * kTableSize);
@@ -98,14 +101,16 @@ int CNucFile::Read(const char* fileName) {
 
 int CNucFile::Save(const char* fileName, int toRegistry) {
     File file;
-    if (!fileName || !file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite))
+        return SetLastError("cannot be created", file);
     // Counts are kept within the capacity by every setter and reader.
     const uint32_t windows = m_Header.wNbWindow <= kMaxWindows ? m_Header.wNbWindow : kMaxWindows;
     const uint32_t tables = m_Header.wNbTables <= kMaxTables ? m_Header.wNbTables : kMaxTables;
     const bool ok = file.Write(&m_Header, sizeof m_Header) && (!windows || file.Write(m_Desc, windows * kDescSize)) &&
                     (!tables || file.Write(m_Table, tables * kTableSize));
+    if (!ok) return SetLastError("cannot be written", file);
     file.Close();
-    if (!ok) return 0;
     if (toRegistry) SetRegistry();
     return 1;
 }

@@ -13,10 +13,11 @@
 #include <cstdint>
 
 #include "thermokit/platform/CRect.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
-class CNucFile {
+class CNucFile : public LastError {
 public:
     static constexpr int kMaxTables = 24;
     static constexpr int kMaxWindows = 4;

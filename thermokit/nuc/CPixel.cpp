@@ -1,6 +1,7 @@
 #include "thermokit/nuc/CPixel.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <unordered_map>
 #include <vector>
@@ -79,6 +80,8 @@ void CPixel::Allocate() {
 void CPixel::SetError(int code) {
     m_nError = code;
     m_strError = ErrorText(code);
+    if (code == -1) ClearLastError();
+    else SetLastError(ErrorKind::Argument, m_strError);
 }
 
 CPixel::CPixel(unsigned short point, unsigned short line, int /*unused*/) {
@@ -95,10 +98,15 @@ CPixel::CPixel(const char* fileName) {
     Allocate();
     SetError(-1);
     File file;
-    if (fileName && file.Open(fileName, File::modeRead | File::shareDenyWrite)) {
+    if (!fileName) {
+        SetLastError(ErrorKind::Argument, "no file name");
+    } else if (!file.Open(fileName, File::modeRead | File::shareDenyWrite)) {
+        SetLastError("cannot be opened", file);
+    } else {
         BPR_HEADER header;
         if (!file.ReadRecord(&header, sizeof(header))) {
             SetError(2);
+            SetReadError(file, "not a bad-pixel map (shorter than the 258-byte header)");
         } else {
             m_Header = header;
             if (m_Header.wPoint == 0) m_Header.wPoint = 128;
@@ -114,21 +122,30 @@ CPixel::CPixel(const char* fileName) {
             m_Header.wCount = 0;
             if (count > static_cast<size_t>(kMaxBad)) {
                 SetError(0);
+                SetLastError(ErrorKind::Format, "damaged: " + std::to_string(count) + " entries, more than the " +
+                                                    std::to_string(kMaxBad) + " a map holds");
             } else if (length < 0 || static_cast<uint64_t>(length) < need) {
                 SetError(2);
+                SetLastError(ErrorKind::Format, "shorter than its " + std::to_string(count) + " entries (" +
+                                                    std::to_string(length) + " bytes, " + std::to_string(need) +
+                                                    " expected)");
             } else if (!file.ReadRecord(m_pBad.get(), count * 4) ||
                        !file.ReadRecord(m_pReplacement.get(), count * 4) ||
                        (codes && !file.ReadRecord(m_pCriteria.get(), count))) {
                 SetError(2);
+                SetReadError(file, "shorter than its entries");
             } else {
-                bool inside = true;
-                for (size_t k = 0; k < count && inside; ++k)
-                    inside = OnDetector(m_pBad[k]) && OnDetector(m_pReplacement[k]);
-                if (inside) {
+                size_t k = 0;
+                while (k < count && OnDetector(m_pBad[k]) && OnDetector(m_pReplacement[k])) ++k;
+                if (k == count) {
                     m_Header.wCount = static_cast<uint16_t>(count);
                     m_bValid = 1;
                 } else {
                     SetError(3);
+                    SetLastError(ErrorKind::Format,
+                                 "damaged: entry " + std::to_string(k) + " names a pixel outside the " +
+                                     std::to_string(m_Header.wPoint) + " x " + std::to_string(m_Header.wLine) +
+                                     " detector");
                 }
             }
             if (!m_bValid) {
@@ -490,14 +507,15 @@ int CPixel::FormatBPR(unsigned char* buffer) {
 
 int CPixel::Save(const char* fileName) {
     if (!m_pBad || !m_pReplacement || !m_pCriteria) { SetError(2); return 0; }
-    if (!fileName) return 0;
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
     File file;
-    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite)) return 0;
+    if (!file.Open(fileName, File::modeCreate | File::modeWrite | File::shareDenyWrite))
+        return SetLastError("cannot be created", file);
     const size_t count = m_Header.wCount;
-    file.Write(&m_Header, sizeof(m_Header));
-    file.Write(m_pBad.get(), count * 4);
-    file.Write(m_pReplacement.get(), count * 4);
-    if (m_Header.byCriteria) file.Write(m_pCriteria.get(), count);
+    // Every write is checked: a full disk must not pass for a saved map.
+    if (!file.Write(&m_Header, sizeof(m_Header)) || !file.Write(m_pBad.get(), count * 4) ||
+        !file.Write(m_pReplacement.get(), count * 4) || (m_Header.byCriteria && !file.Write(m_pCriteria.get(), count)))
+        return SetLastError("cannot be written", file);
     return 1;
 }
 
@@ -508,9 +526,9 @@ int CPixel::SaveCriteria(std::FILE* file, const char* name, long count) const {
 
 int CPixel::SaveAscii(const char* fileName, int gain, int offset, int noise) {
     if (!m_pBad || !m_pReplacement || !m_pCriteria) { SetError(2); return 0; }
-    if (!fileName) return 0;
+    if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
     std::FILE* f = std::fopen(fileName, "w");
-    if (!f) return 0;
+    if (!f) return SetLastError("cannot be created", errno);
     const char* rule = "----------------------------------\n";
     std::fprintf(f, "Bad Pixel File : %s\n", fileName);
     std::fprintf(f, "Detector Format:\n");
@@ -570,7 +588,8 @@ int CPixel::SaveAscii(const char* fileName, int gain, int offset, int noise) {
                      static_cast<int>(b.y + 1), static_cast<int>(r.x + 1), static_cast<int>(r.y + 1), crit.c_str());
     }
     const bool ok = std::ferror(f) == 0;
-    return (std::fclose(f) == 0 && ok) ? 1 : 0;
+    if (std::fclose(f) == 0 && ok) return 1;
+    return SetLastError("cannot be written", errno ? errno : EIO);
 }
 
 }  // namespace thermokit

@@ -17,6 +17,7 @@
 #include "thermokit/platform/COLORREF.h"
 #include "thermokit/platform/CPoint.h"
 #include "thermokit/platform/CRect.h"
+#include "thermokit/platform/LastError.h"
 
 namespace thermokit {
 
@@ -56,7 +57,7 @@ static_assert(offsetof(BPR_HEADER, wPoint) == 252);
 static_assert(offsetof(BPR_HEADER, wLine) == 254);
 static_assert(offsetof(BPR_HEADER, wCount) == 256);
 
-class CPixel {
+class CPixel : public LastError {
 public:
     // Capacity of the list.
     static constexpr int kMaxBad = 16384;
@@ -114,6 +115,8 @@ public:
     const CRect& GetWindow() const { return m_rcWindow; }
     int IsOutside() const { return m_bOutside; }
 
+    // The error code of the last failed operation (-1: none) and its fixed
+    // text; GetLastErrorText (LastError) tells more, for a file the reason.
     int GetLastError() const { return m_nError; }
     std::string GetLastErrorMessage() const { return m_strError; }
 

@@ -55,12 +55,13 @@ public:
     size_t Read(void* data, size_t size);
     // True only when exactly size bytes were read.
     bool ReadRecord(void* data, size_t size) { return Read(data, size) == size; }
-    // Writes all size bytes; false on error (disk full, I/O error).
-    bool Write(const void* data, size_t size);
+    // Writes all size bytes; false on error (disk full, I/O error). A write
+    // that fails loses data: callers must look at the result.
+    [[nodiscard]] bool Write(const void* data, size_t size);
 
     // Positioned transfers that do not move the file position.
     size_t ReadAt(uint64_t offset, void* data, size_t size);
-    bool WriteAt(uint64_t offset, const void* data, size_t size);
+    [[nodiscard]] bool WriteAt(uint64_t offset, const void* data, size_t size);
 
     // Returns the new position, or -1 on failure.
     int64_t Seek(int64_t offset, SeekPosition from);

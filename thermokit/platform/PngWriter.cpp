@@ -1,5 +1,7 @@
 #include "thermokit/platform/PngWriter.h"
 
+#include <sys/stat.h>
+
 #include <png.h>
 
 #include <csetjmp>
@@ -59,7 +61,9 @@ int PngWriter::WriteBgra(const char* path, const uint8_t* bgra, int width, int h
     int ok = row ? WriteRows(file, bgra, width, height, strideBytes, row) : 0;
     std::free(row);
     if (std::fclose(file) != 0) ok = 0;
-    if (!ok) std::remove(path);
+    // A half-written picture is removed; a device or pipe written to is not a picture to remove.
+    struct stat st {};
+    if (!ok && ::stat(path, &st) == 0 && S_ISREG(st.st_mode)) std::remove(path);
     return ok;
 }
 

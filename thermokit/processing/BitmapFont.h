@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace thermokit::cli {
+namespace thermokit {
 
 struct BitmapFont {
     static constexpr int kWidth = 5, kHeight = 7;    // glyph
@@ -139,4 +139,4 @@ struct BitmapFont {
     }
 };
 
-}  // namespace thermokit::cli
+}  // namespace thermokit

@@ -1,0 +1,139 @@
+"""Batch runs on Dask: how a batch scales from one worker process to two, and
+what one task costs the scheduler.
+
+    PYTHONPATH=build/release/python /usr/bin/python3 bench/python/bench_batch.py [--films 16] [--frames 200]
+        [--size 640x512] [--dir D] [--repeat 2] [--npy]
+
+  scaling   the same batch (--films films of --frames frames: corrected by a
+            NUC table and a bad-pixel map, measured in temperatures through
+            the film's law with an emissivity, demodulated, one frame drawn;
+            --npy adds the temperatures as .npy) on a LocalCluster of one
+            worker process, then of two: the time of each (the cluster
+            already running, outputs redone with force) and their ratio
+            (below 1 is better; the target is 0.6 or less on two cores)
+  overhead  what a task costs beyond its work, on the two-worker cluster:
+            a round trip of empty tasks (submit, run, result) per task, and
+            a batch over tiny films (one 8 x 8 frame) per film, less the
+            time the films' work took inside the tasks
+
+Films are made once in --dir (default a temporary folder, removed at the end)
+and kept there when --dir is given.
+"""
+import argparse
+import logging
+import os
+import shutil
+import statistics
+import tempfile
+import time
+
+import numpy as np
+
+import distributed
+import thermokit
+import thermokit.batch
+
+
+def make_films(folder, films, frames, size):
+    """One simulated film copied films times (separate files, so that each
+    film is read from its own pages), a NUC table and a bad-pixel map."""
+    os.makedirs(os.path.join(folder, "films"), exist_ok=True)
+    first = os.path.join(folder, "films", "f00.film")
+    if not os.path.exists(first):
+        thermokit.simulate("lockin", size=size, frames=frames, seed=1, path=first, frame_rate=50.0,
+                           defects=True).close()
+    for k in range(1, films):
+        path = os.path.join(folder, "films", f"f{k:02d}.film")
+        if not os.path.exists(path):
+            shutil.copyfile(first, path)
+    nuc_path, bpr_path = os.path.join(folder, "cam.nuc"), os.path.join(folder, "cam.bpr")
+    if not os.path.exists(nuc_path):
+        width, height = size
+        nuc = thermokit.Nuc(width, height)
+        with thermokit.simulate(size=size, frames=4, seed=2, temperature=20.0, defects=True) as cold, \
+                thermokit.simulate(size=size, frames=4, seed=2, temperature=60.0, defects=True) as hot:
+            nuc.compute(cold, hot).save(nuc_path)
+        thermokit.BadPixels.detect(nuc=nuc, gain=5).save(bpr_path)
+    return [os.path.join(folder, "films")], nuc_path, bpr_path
+
+
+def cluster(workers):
+    return distributed.LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, dashboard_address=":0",
+                                    silence_logs=logging.ERROR)
+
+
+def timed_batch(client, inputs, output, options, repeat):
+    best = None
+    for _ in range(repeat):
+        start = time.perf_counter()
+        rows = thermokit.batch.run(inputs, output, client=client, force=True, **options)
+        elapsed = time.perf_counter() - start
+        failed = [r for r in rows if r["status"] != "done"]
+        if failed:
+            raise SystemExit(f"batch failed: {failed[0]['error']}")
+        best = elapsed if best is None else min(best, elapsed)
+    return best, rows
+
+
+def overhead(client, folder):
+    # Empty tasks: a round trip each, a few hundred in flight at once.
+    n = 400
+    start = time.perf_counter()
+    distributed.wait([client.submit(int, k, pure=False) for k in range(n)])
+    round_trip = (time.perf_counter() - start) / n
+    # Tiny films: the batch's own cost per film beyond the work in the task.
+    tiny = os.path.join(folder, "tiny")
+    os.makedirs(tiny, exist_ok=True)
+    count = 64
+    first = os.path.join(tiny, "t00.film")
+    thermokit.write(first, np.zeros((1, 8, 8), np.uint16))
+    for k in range(1, count):
+        shutil.copyfile(first, os.path.join(tiny, f"t{k:02d}.film"))
+    start = time.perf_counter()
+    rows = thermokit.batch.run([tiny], os.path.join(folder, "tiny-out"), client=client, stats=True, force=True)
+    elapsed = time.perf_counter() - start
+    inside = sum(r["wall_s"] for r in rows)
+    workers = len(client.scheduler_info()["workers"])
+    return round_trip, elapsed / count, (elapsed - inside / workers) / count
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--films", type=int, default=16)
+    p.add_argument("--frames", type=int, default=200)
+    p.add_argument("--size", default="640x512")
+    p.add_argument("--dir")
+    p.add_argument("--repeat", type=int, default=2)
+    p.add_argument("--npy", action="store_true")
+    a = p.parse_args()
+    size = tuple(int(v) for v in a.size.lower().split("x"))
+    folder = a.dir or tempfile.mkdtemp(prefix="thermokit-bench-batch-")
+    try:
+        print(f"making {a.films} films of {a.frames} x {size[0]} x {size[1]} in {folder} ...", flush=True)
+        inputs, nuc, bpr = make_films(folder, a.films, a.frames, size)
+        options = dict(nuc=nuc, badpixels=bpr, embedded=True, emissivity=0.95, stats=True, lockin=True,
+                       frequency=50.0 / 8, picture=True, npy=a.npy)
+        output = os.path.join(folder, "out")
+        # Warm: the films in the page cache, the output files made once.
+        with cluster(1) as c, distributed.Client(c) as client:
+            thermokit.batch.run(inputs, output, client=client, force=True, **options)
+            one, rows = timed_batch(client, inputs, output, options, a.repeat)
+        task = statistics.median(r["wall_s"] for r in rows)
+        with cluster(2) as c, distributed.Client(c) as client:
+            two, _ = timed_batch(client, inputs, output, options, a.repeat)
+            trip, per_film, beyond = overhead(client, folder)
+        megabytes = a.films * a.frames * size[0] * size[1] * 2 / 1e6
+        print(f"scaling   1 worker  {one:8.2f} s  ({megabytes / one:7.1f} MB/s of films, {task:.2f} s a film inside "
+              f"its task)")
+        print(f"          2 workers {two:8.2f} s  ({megabytes / two:7.1f} MB/s of films)")
+        print(f"          ratio 2/1 {two / one:8.3f}  (target <= 0.6)")
+        print(f"overhead  empty task round trip {trip * 1e3:7.2f} ms a task")
+        print(f"          batch of tiny films   {per_film * 1e3:7.2f} ms a film, {beyond * 1e3:.2f} ms of it beyond the "
+              f"work in the task")
+    finally:
+        if not a.dir:
+            shutil.rmtree(folder, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    main()

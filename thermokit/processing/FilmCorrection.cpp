@@ -1,0 +1,141 @@
+#include "thermokit/processing/FilmCorrection.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmReader.h"
+#include "thermokit/image/CFrame.h"
+#include "thermokit/image/CMapping.h"
+#include "thermokit/nuc/CCorrection.h"
+#include "thermokit/nuc/CNuc.h"
+#include "thermokit/nuc/CPixel.h"
+#include "thermokit/platform/File.h"
+
+namespace thermokit {
+
+namespace {
+
+std::string SizeText(long point, long line) { return std::to_string(point) + " x " + std::to_string(line); }
+
+// The tables of the chain against a film of point x line; false with the message.
+bool CheckTables(CCorrection& chain, const CorrectionFiles& f, long point, long line, std::string& error) {
+    if (!f.nuc.empty()) {
+        CNuc* nuc = chain.GetNuc();
+        if (!nuc->IsValid()) {
+            error = "file " + f.nuc + ": " + nuc->GetLastErrorText();
+            return false;
+        }
+        if (nuc->GetPoint() != point || nuc->GetLine() != line || nuc->GetSize() != point * line) {
+            error = "file " + f.nuc + ": the table is for " + SizeText(nuc->GetPoint(), nuc->GetLine()) +
+                    " pixels, the film has " + SizeText(point, line);
+            return false;
+        }
+    }
+    if (!f.badPixels.empty()) {
+        CPixel* map = chain.GetBadPixels();
+        if (!map->IsValid()) {
+            error = "file " + f.badPixels + ": " + map->GetLastErrorText();
+            return false;
+        }
+        if (map->GetPoint() != point || map->GetLine() != line) {
+            error = "file " + f.badPixels + ": the map is for " + SizeText(map->GetPoint(), map->GetLine()) +
+                    " pixels, the film has " + SizeText(point, line);
+            return false;
+        }
+    }
+    if (!f.mapping.empty()) {
+        CMapping* mapping = chain.GetMapping();
+        if (!mapping->IsValid()) {
+            error = "file " + f.mapping + ": " + mapping->GetLastErrorText();
+            return false;
+        }
+        if (mapping->GetPoint() != point || mapping->GetLine() != line) {
+            error = "file " + f.mapping + ": the mapping is for " + SizeText(mapping->GetPoint(), mapping->GetLine()) +
+                    " pixels, the film has " + SizeText(point, line);
+            return false;
+        }
+        int reason = 0;
+        if (!mapping->Check(&reason)) {
+            error = "file " + f.mapping + (reason == 1 ? ": an entry lies outside the image" : ": not a permutation");
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int CorrectFilm(const std::string& inPath, const CorrectionFiles& files, const std::string& writePath,
+                const std::string& outPath, CorrectionResult& result, std::string& error, bool& usage,
+                const std::function<void(unsigned long, unsigned long)>& progress) {
+    usage = false;
+    if (!files.Any()) {
+        error = "give at least one correction: --nuc, --badpixels or --mapping";
+        usage = true;
+        return 0;
+    }
+    if (!File::Exists(inPath)) {
+        error = "file " + inPath + ": cannot be opened";
+        return 0;
+    }
+    for (const std::string* given : {&files.nuc, &files.badPixels, &files.mapping}) {
+        if (!given->empty() && !File::Exists(*given)) {
+            error = "file " + *given + ": cannot be opened";
+            return 0;
+        }
+    }
+    std::error_code ec;
+    if (File::Exists(outPath) && std::filesystem::equivalent(inPath, outPath, ec)) {
+        error = "file " + outPath + ": the output would overwrite the input film";
+        usage = true;
+        return 0;
+    }
+    CPtr in(inPath, 0, 0, 0);
+    if (!in.IsValid()) {
+        error = "file " + inPath + ": not a film of 16-bit images";
+        return 0;
+    }
+    if (const std::string why = FilmIncomplete(in); !why.empty()) {
+        error = "file " + inPath + ": " + why;
+        return 0;
+    }
+    const long point = in.GetPoint(), line = in.GetLine();
+    CCorrection chain(files.nuc, files.badPixels, files.mapping);
+    if (!CheckTables(chain, files, point, line, error)) return 0;
+
+    // The output starts as a copy of the input's header with no image.
+    CPtr out(in);
+    out.SetFileName(writePath);
+    out.SetFrameNumber(0);
+    out.SetCurrentFrame(0);
+    const unsigned long frames = in.GetFrameNumber();
+    const unsigned short maxLevel = in.GetMaxLevel();
+    if (frames == 0 && !out.WriteHeader()) {
+        error = "file " + outPath + ": cannot be created";
+        return 0;
+    }
+    for (unsigned long n = 0; n < frames; ++n) {
+        if (!in.ReadFrame(n)) {
+            error = "file " + inPath + ": cannot read frame " + std::to_string(n);
+            return 0;
+        }
+        CFrame* frame = in.GetFrame();
+        chain.Apply(frame->GetBuffer(), maxLevel);
+        CPtrOver::CopyImageHeader(&out, &in);
+        if (!out.AddFrame(frame)) {
+            error = "file " + outPath + ": cannot write frame " + std::to_string(n);
+            return 0;
+        }
+        if (progress) progress(n + 1, frames);
+    }
+    result.frames = frames;
+    result.point = static_cast<unsigned short>(point);
+    result.line = static_cast<unsigned short>(line);
+    result.nuc = chain.IsNucUsed() != 0;
+    result.badPixels = chain.IsBadPixelsUsed() != 0;
+    result.mapping = chain.IsMappingUsed() != 0;
+    return 1;
+}
+
+}  // namespace thermokit
