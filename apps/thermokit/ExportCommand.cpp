@@ -93,18 +93,23 @@ int RunExport(const ExportOptions& o) {
         // temporary name; all are renamed once all are drawn.
         std::unique_ptr<Picture> picture;
         if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
+        // Pictures drawn and saved on several threads.
         std::vector<std::unique_ptr<OutputFile>> outs;
         for (const unsigned long n : frames) {
-            if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
             std::string name;
             SequenceName(o.output, n, name);
             outs.push_back(std::make_unique<OutputFile>(name));
-            if (!picture->SavePng(outs.back()->c_str())) {
-                Error("file " + outs.back()->Path() + ": cannot be written");
-                return kFailed;
-            }
-            progress.Step(outs.size());
         }
+        const auto save = [&](const DrawnFrame& d) {
+            if (picture->SavePng(outs[d.item]->c_str(), *d.canvas)) return true;
+            *d.error = "file " + outs[d.item]->Path() + ": cannot be written";
+            return false;
+        };
+        const auto step = [&](const DrawnFrame& d) {
+            progress.Step(d.item + 1);
+            return true;
+        };
+        if (!DrawFilmFrames(*picture, film, o.file, frames, save, step)) return kFailed;
         for (auto& out : outs)
             if (!out->Commit()) return kFailed;
         progress.Done();

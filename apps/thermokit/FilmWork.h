@@ -6,7 +6,7 @@
 // writes or prints is the same to the byte whatever the number of threads.
 //
 // Process stages work on their frame and on buffers of their slot (one per
-// pipeline slot, PerSlot), never on anything another frame uses; write stages
+// pipeline slot, thermokit::PerSlot), never on anything another frame uses; write stages
 // own everything that crosses frames. A stage that fails returns false and
 // leaves the whole message in f.error ("file OUT: frame N cannot be written");
 // a frame that cannot be read is told by the pipeline. The run prints the
@@ -24,15 +24,6 @@
 namespace thermokit::cli {
 
 using FrameStage = FilmPipeline::Stage;
-
-// One make() for each slot of the pipeline: what a process stage reuses from
-// frame to frame, at PerSlot(...)[f.slot].
-template <class Make>
-auto PerSlot(const Make& make) {
-    std::vector<decltype(make())> slots;
-    for (int s = 0; s < FramePipeline::Slots(); ++s) slots.push_back(make());
-    return slots;
-}
 
 // The frames of pipe through process (several at once, any order) and write
 // (one at a time, in frame order; either may be empty), with a progress bar.

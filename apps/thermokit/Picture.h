@@ -63,4 +63,14 @@ inline bool DrawFilmFrame(Picture& picture, Film& film, const std::string& path,
     return false;
 }
 
+// Draws the frames on several threads (process: several at once, write: in
+// frame order, each with its canvas); false with a message.
+inline bool DrawFilmFrames(const Picture& picture, Film& film, const std::string& path,
+                           const std::vector<unsigned long>& frames, const DrawnStage& process, const DrawnStage& write) {
+    std::string error;
+    if (thermokit::DrawFilmFrames(picture, *film.ptr, path, frames, process, write, error)) return true;
+    Error(error);
+    return false;
+}
+
 }  // namespace thermokit::cli

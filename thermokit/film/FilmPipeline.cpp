@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <typeinfo>
+#include <utility>
 
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
@@ -20,6 +21,11 @@ FilmPipeline::FilmPipeline(CPtr& film, unsigned long first, unsigned long count,
     m_nCount = range ? (range - 1) / m_nStep + 1 : 0;
 }
 
+FilmPipeline::FilmPipeline(CPtr& film, std::vector<unsigned long> frames)
+    : m_film(film), m_nFirst(frames.empty() ? 0 : frames.front()), m_nCount(frames.size()), m_frames(std::move(frames)) {
+    if (!film.IsValid()) m_nCount = 0;
+}
+
 namespace {
 
 // How many of the pipeline's frames the file holds whole.
@@ -32,7 +38,7 @@ unsigned long WholeFrames(const FilmPipeline& pipe, const CPtr& film) {
     unsigned long whole = 0;
     while (whole < count && film.OffsetTrame(pipe.FrameOf(whole)) + pixels <= length) {
         // Past the first frame the records are evenly spaced: jump to the last whole one.
-        if (whole == 1) {
+        if (whole == 1 && pipe.IsStepped()) {
             const uint64_t spacing = film.OffsetImage(pipe.FrameOf(1)) - film.OffsetImage(pipe.FrameOf(0));
             const uint64_t room = length - (film.OffsetTrame(pipe.FrameOf(0)) + pixels);
             whole = static_cast<unsigned long>(std::min<uint64_t>(count, room / spacing + 1));
@@ -65,13 +71,15 @@ int FilmPipeline::Run(const Stage& process, const Stage& write) {
         auto& f = slots[static_cast<size_t>(slot)];
         if (!f) f = std::make_unique<FilmFrame>(m_film.GetPoint(), m_film.GetLine(), m_film.GetBit());
         f->index = FrameOf(item);
+        f->item = item;
         f->slot = slot;
         f->error.clear();
         return *f;
     };
     const auto readInto = [&](CPtr& film, FilmFrame& f) {
         if (!film.ReadFrame(f.index, &f.frame)) {
-            f.error = Format("file %s: frame %lu cannot be read", film.GetFileName().c_str(), f.index);
+            f.error = Format("file %s: frame %lu cannot be read (the file is shorter than its header says)",
+                             m_name.empty() ? film.GetFileName().c_str() : m_name.c_str(), f.index);
             return false;
         }
         if (doubles) {
