@@ -8,6 +8,7 @@
 #
 #   bash scripts/bench-tool.sh              everything (a few minutes)
 #   RUNS=3 bash scripts/bench-tool.sh       fewer runs of each command (default 5)
+#   ONLY="stats correct" bash scripts/bench-tool.sh   those commands only on 1 and 2 threads
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if ! command -v hyperfine >/dev/null; then
@@ -24,7 +25,7 @@ runs="${RUNS:-5}"
 work="${TMPDIR:-/tmp}/thermokit-bench-tool"
 mkdir -p "$work"
 results="build/release/bench-results/tool"
-mkdir -p "$results"
+rm -rf "$results"; mkdir -p "$results"
 
 # The inputs, made once and kept: a plate with a moving hot spot (its own law), black bodies
 # for a NUC table, and the table and a bad-pixel map.
@@ -43,7 +44,7 @@ cat "$film" "$work"/*.film >/dev/null  # into the page cache
 echo "=== $(date -u +%FT%TZ), $(nproc) cores, load average $(cut -d' ' -f1-3 /proc/loadavg)"
 out="$work/out"
 clean="rm -rf $out; mkdir -p $out"
-hf() { hyperfine -N --warmup 1 --runs "$runs" --prepare "$clean" --style basic "$@"; }
+hf() { hyperfine --warmup 1 --runs "$runs" --prepare "$clean" --style basic "$@"; }
 
 # Temperatures beside levels, every core.
 hf --export-json "$results/embedded.json" \
@@ -66,7 +67,7 @@ declare -A commands=(
   [badpixels]="badpixels detect --noise-film $work/cold.film --noise 40 --noise-high -o $out/b.bpr"
   [simulate]="simulate --scene plate --size 640x512 --frames 100 -o $out/s.film"
 )
-for name in stats export-npy export-csv export-png correct edit lockin animate nuc-compute badpixels simulate; do
+for name in ${ONLY:-stats export-npy export-csv export-png correct edit lockin animate nuc-compute badpixels simulate}; do
   hf --export-json "$results/$name.json" -n "$name, 1 thread" "$tk --threads 1 ${commands[$name]}" \
     -n "$name, 2 threads" "$tk --threads 2 ${commands[$name]}"
 done
