@@ -188,14 +188,11 @@ int RunAnimate(const AnimateOptions& o) {
         return true;
     };
     const auto add = [&](const DrawnFrame& d) {
-        if (!gif.Frame(pixels[static_cast<size_t>(d.slot)], Delay(d.item, seconds))) {
-            *d.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
-            return false;
-        }
-        progress.Step(d.item + 1);
-        return true;
+        if (gif.Frame(pixels[static_cast<size_t>(d.slot)], Delay(d.item, seconds))) return true;
+        *d.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
+        return false;
     };
-    if (!DrawFilmFrames(*picture, film, o.file, frames, colour, add)) return kFailed;
+    if (!DrawFilmFrames(*picture, film, o.file, frames, colour, add, progress)) return kFailed;
     if (!gif.Close()) {
         Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
         return kFailed;

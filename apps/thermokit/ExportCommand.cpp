@@ -93,7 +93,6 @@ int RunExport(const ExportOptions& o) {
         // temporary name; all are renamed once all are drawn.
         std::unique_ptr<Picture> picture;
         if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
-        // Pictures drawn and saved on several threads.
         std::vector<std::unique_ptr<OutputFile>> outs;
         for (const unsigned long n : frames) {
             std::string name;
@@ -105,11 +104,7 @@ int RunExport(const ExportOptions& o) {
             *d.error = "file " + outs[d.item]->Path() + ": cannot be written";
             return false;
         };
-        const auto step = [&](const DrawnFrame& d) {
-            progress.Step(d.item + 1);
-            return true;
-        };
-        if (!DrawFilmFrames(*picture, film, o.file, frames, save, step)) return kFailed;
+        if (!DrawFilmFrames(*picture, film, o.file, frames, save, {}, progress)) return kFailed;
         for (auto& out : outs)
             if (!out->Commit()) return kFailed;
         progress.Done();

@@ -10,6 +10,7 @@
 #include "Command.h"
 #include "Conversion.h"
 #include "FilmInput.h"
+#include "Progress.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/processing/FilmPicture.h"
 
@@ -64,11 +65,18 @@ inline bool DrawFilmFrame(Picture& picture, Film& film, const std::string& path,
 }
 
 // Draws the frames on several threads (process: several at once, write: in
-// frame order, each with its canvas); false with a message.
+// frame order, each with its canvas), stepping progress after each write;
+// false with a message.
 inline bool DrawFilmFrames(const Picture& picture, Film& film, const std::string& path,
-                           const std::vector<unsigned long>& frames, const DrawnStage& process, const DrawnStage& write) {
+                           const std::vector<unsigned long>& frames, const DrawnStage& process, const DrawnStage& write,
+                           Progress& progress) {
     std::string error;
-    if (thermokit::DrawFilmFrames(picture, *film.ptr, path, frames, process, write, error)) return true;
+    const auto step = [&](const DrawnFrame& d) {
+        if (write && !write(d)) return false;
+        progress.Step(d.item + 1);
+        return true;
+    };
+    if (thermokit::DrawFilmFrames(picture, *film.ptr, path, frames, process, step, error)) return true;
     Error(error);
     return false;
 }
