@@ -19,6 +19,7 @@
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "Picture.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "Progress.h"
 
 namespace thermokit::cli {
@@ -179,17 +180,19 @@ int RunAnimate(const AnimateOptions& o) {
         return kFailed;
     }
     Progress progress("animate", frames.size());
-    std::vector<GifByteType> pixels(picture->Canvas().size());
-    for (unsigned long k = 0; k < frames.size(); ++k) {
-        if (!DrawFilmFrame(*picture, film, o.file, frames[k])) return kFailed;
-        const std::vector<uint16_t>& canvas = picture->Canvas();
-        for (size_t i = 0; i < canvas.size(); ++i) pixels[i] = index[canvas[i]];
-        if (!gif.Frame(pixels, Delay(k, seconds))) {
-            Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
-            return kFailed;
-        }
-        progress.Step(k + 1);
-    }
+    // Frames drawn and put in the GIF's colours on several threads, added in frame order.
+    auto pixels = PerSlot([&] { return std::vector<GifByteType>(picture->Canvas().size()); });
+    const auto colour = [&](const DrawnFrame& d) {
+        std::vector<GifByteType>& p = pixels[static_cast<size_t>(d.slot)];
+        for (size_t i = 0; i < p.size(); ++i) p[i] = index[(*d.canvas)[i]];
+        return true;
+    };
+    const auto add = [&](const DrawnFrame& d) {
+        if (gif.Frame(pixels[static_cast<size_t>(d.slot)], Delay(d.item, seconds))) return true;
+        *d.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
+        return false;
+    };
+    if (!DrawFilmFrames(*picture, film, o.file, frames, colour, add, progress)) return kFailed;
     if (!gif.Close()) {
         Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
         return kFailed;

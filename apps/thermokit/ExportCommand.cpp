@@ -121,16 +121,16 @@ int RunExport(const ExportOptions& o) {
         if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
         std::vector<std::unique_ptr<OutputFile>> outs;
         for (const unsigned long n : frames) {
-            if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
             std::string name;
             SequenceName(o.output, n, name);
             outs.push_back(std::make_unique<OutputFile>(name));
-            if (!picture->SavePng(outs.back()->c_str())) {
-                Error("file " + outs.back()->Path() + ": cannot be written");
-                return kFailed;
-            }
-            progress.Step(outs.size());
         }
+        const auto save = [&](const DrawnFrame& d) {
+            if (picture->SavePng(outs[d.item]->c_str(), *d.canvas)) return true;
+            *d.error = "file " + outs[d.item]->Path() + ": cannot be written";
+            return false;
+        };
+        if (!DrawFilmFrames(*picture, film, o.file, frames, save, {}, progress)) return kFailed;
         if (!CommitAll(outs)) return kFailed;
         progress.Done();
         Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),

@@ -16,6 +16,7 @@
 
 #include "Command.h"
 #include "thermokit/platform/Messages.h"
+#include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Utf8.h"
 #include "thermokit/platform/Version.h"
 
@@ -298,6 +299,10 @@ int main(int argc, char** argv) {
     app.fallthrough();
     bool quiet = false;
     app.add_flag("-q,--quiet", quiet, "No progress bars and no summary lines");
+    int threads = 0;
+    app.add_option("--threads", threads,
+                   "Threads for work over whole films (default: THERMOKIT_THREADS, else every core)")
+        ->check(CLI::Range(1, 4096));
     app.footer("Run `thermokit help COMMAND` (or `thermokit COMMAND --help`) for a command's options.");
     for (auto add : kCommands) add(app);
 
@@ -311,6 +316,7 @@ int main(int argc, char** argv) {
         return kUsage;
     }
     SetQuiet(quiet);
+    thermokit::SetThreadCount(threads);
     if (!PendingAction()) {
         std::cout << app.help();
         return kDone;

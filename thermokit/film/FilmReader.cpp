@@ -4,6 +4,7 @@
 
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CNoise.h"
 #include "thermokit/platform/File.h"
@@ -83,21 +84,10 @@ std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
 }
 
 int ReadTemporalNoise(CPtr& film, float* noise) {
-    const unsigned short point = film.GetPoint(), line = film.GetLine();
-    const unsigned long frames = film.GetFrameNumber();
-    if (frames == 0) return 0;
-    CAverage mean(point, line, film.GetBit(), 0);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!film.ReadFrame(n)) return 0;
-        mean.Accumulate(film.GetFrame(), 1.0);
-    }
-    double* m = mean.GetDoubleBuffer(0);
-    if (!m) return 0;
-    CNoise rms(point, line, film.GetBit(), 0);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!film.ReadFrame(n)) return 0;
-        rms.Accumulate(film.GetFrame(), m);
-    }
+    if (film.GetFrameNumber() == 0) return 0;
+    CAverage mean(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    CNoise rms(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    if (!NoiseFilm(film, mean, rms)) return 0;
     const double* r = rms.GetBuffer();
     if (!r) return 0;
     const long size = film.GetSize();

@@ -43,8 +43,8 @@ int ReadElapsedTimes(CPtr& film, double* seconds);
 
 // The temporal noise of every pixel of a film of levels: the root-mean-square
 // deviation of its frames from their mean (CAverage over every frame, then
-// CNoise against that mean), GetSize() values into noise. 0 when a frame
-// cannot be read or the film holds no frame.
+// CNoise against that mean: NoiseFilm, on every core), GetSize() values into
+// noise. 0 when a frame cannot be read or the film holds no frame.
 int ReadTemporalNoise(CPtr& film, float* noise);
 
 }  // namespace thermokit

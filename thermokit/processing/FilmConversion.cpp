@@ -96,14 +96,10 @@ std::unique_ptr<CCalibration> LoadCalibration(const std::string& calibPath, bool
     return cal;
 }
 
-long Conversion::Apply(const unsigned short* levels, long n, float* out) const {
+void Conversion::Apply(const unsigned short* levels, long n, float* out) const {
     table.Apply(levels, n, out);
-    long converted = 0;
-    for (long i = 0; i < n; ++i) {
-        out[i] += shift;
-        converted += std::isfinite(out[i]) ? 1 : 0;
-    }
-    return converted;
+    if (shift != 0.0f)
+        for (long i = 0; i < n; ++i) out[i] += shift;
 }
 
 int PrepareConversion(std::unique_ptr<CCalibration> cal, bool law, const ConversionOptions& o, float headerEmissivity,

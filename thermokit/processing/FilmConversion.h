@@ -70,8 +70,9 @@ struct Conversion {
 
     // The value of one level (masked); NaN where it does not convert.
     float Value(unsigned short level) const { return table.Value(level) + shift; }
-    // Values of n levels; returns how many converted (the others are NaN).
-    long Apply(const unsigned short* levels, long n, float* out) const;
+    // Values of n levels (NaN for those that do not convert): the table's
+    // gather, then the shift when there is one.
+    void Apply(const unsigned short* levels, long n, float* out) const;
     // A temperature of the options (degC) in the unit of the values.
     double FromCelsius(double celsius) const { return celsius + shift; }
 };

@@ -1,9 +1,11 @@
 #include "thermokit/processing/FilmCorrection.h"
 
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
@@ -115,19 +117,21 @@ int CorrectFilm(const std::string& inPath, const CorrectionFiles& files, const s
         error = "file " + outPath + ": cannot be created";
         return 0;
     }
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!in.ReadFrame(n)) {
-            error = "file " + inPath + ": cannot read frame " + std::to_string(n);
-            return 0;
+    // Frames corrected on several threads, added with their image headers in frame order.
+    FilmPipeline pipe(in);
+    const auto correct = [&](FilmFrame& f) { return chain.Apply(f.frame.GetBuffer(), maxLevel) == 1; };
+    const auto add = [&](FilmFrame& f) {
+        std::memcpy(out.GetImageHeaderAddress(), f.header, sizeof f.header);
+        if (!out.AddFrame(&f.frame)) {
+            f.error = "file " + outPath + ": cannot write frame " + std::to_string(f.index);
+            return false;
         }
-        CFrame* frame = in.GetFrame();
-        chain.Apply(frame->GetBuffer(), maxLevel);
-        CPtrOver::CopyImageHeader(&out, &in);
-        if (!out.AddFrame(frame)) {
-            error = "file " + outPath + ": cannot write frame " + std::to_string(n);
-            return 0;
-        }
-        if (progress) progress(n + 1, frames);
+        if (progress) progress(f.index + 1, frames);
+        return true;
+    };
+    if (!pipe.Run(correct, add)) {
+        error = pipe.GetLastError();
+        return 0;
     }
     result.frames = frames;
     result.point = static_cast<unsigned short>(point);
