@@ -53,7 +53,7 @@ def make_films(folder, films, frames, size):
         with thermokit.simulate(size=size, frames=4, seed=2, temperature=20.0, defects=True) as cold, \
                 thermokit.simulate(size=size, frames=4, seed=2, temperature=60.0, defects=True) as hot:
             nuc.compute(cold, hot).save(nuc_path)
-        thermokit.BadPixels.detect(nuc=nuc, gain=5).save(bpr_path)
+        thermokit.BadPixels.detect(nuc=nuc, gain=20).save(bpr_path)
     return [os.path.join(folder, "films")], nuc_path, bpr_path
 
 

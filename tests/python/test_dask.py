@@ -78,6 +78,8 @@ def test_film_arrays_reduce_as_numpy(films, client):
         [lazy.sum(axis=0), lazy.min(axis=(1, 2)), lazy.max(), lazy.mean(axis=0), lazy.std(axis=0)], sync=True)
     np.testing.assert_array_equal(total, whole.sum(axis=0))
     np.testing.assert_array_equal(low, whole.min(axis=(1, 2)))
+    figures = list(csv.DictReader(tool("stats", path, "--csv").stdout.splitlines()))
+    assert [float(r["min"]) for r in figures] == list(low)
     assert high == whole.max()
     np.testing.assert_allclose(mean, whole.mean(axis=0), rtol=1e-14)
     np.testing.assert_allclose(noise, whole.std(axis=0), rtol=1e-12)
