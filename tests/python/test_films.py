@@ -5,6 +5,8 @@ import gc
 import io
 import json
 import os
+import struct
+import subprocess
 import threading
 import time
 
@@ -150,6 +152,26 @@ def test_failures_say_what_the_tool_says(films, tmp_path):
     with pytest.raises(ValueError, match="header field point: cannot be set by name"):
         thermokit.write(tmp_path / "header.film", np.zeros((1, 3, 3), np.uint16), header={"point": 4})
     assert sorted(os.listdir(tmp_path)) == ["cut.film", "empty.film", "text.film"]
+
+
+@pytest.mark.skipif("asan" in os.environ.get("LD_PRELOAD", ""), reason="the sanitizers' shadow memory needs the address space")
+def test_an_image_beyond_memory_is_a_memory_error(tmp_path):
+    # 16384 x 16384 doubles an image (2 GiB) stated by the header of a sparse file,
+    # opened in a process allowed 1 GiB more address space than it uses.
+    path = tmp_path / "giant.film"
+    thermokit.write(path, np.zeros((1, 2, 2)))
+    data = bytearray(open(path, "rb").read()[:3476 + 1016])
+    count = 16384 * 16384
+    data[377:381] = struct.pack("<HH", 16384, 16384)
+    data[19:27] = struct.pack("<II", 508 + count * 4, count)
+    path.write_bytes(data)
+    os.truncate(path, len(data) + 8 * count)
+    script = ("import resource, thermokit\n"
+              "used = int(open('/proc/self/statm').read().split()[0]) * resource.getpagesize()\n"
+              "resource.setrlimit(resource.RLIMIT_AS, (used + (1 << 30),) * 2)\n"
+              "try:\n    thermokit.open(%r)\nexcept MemoryError as e:\n    print(e)\n" % str(path))
+    r = subprocess.run(["/usr/bin/python3", "-c", script], capture_output=True, text=True, timeout=60)
+    assert r.stdout.strip() == f"file {path}: an image of {count} doubles cannot be allocated", r.stderr
 
 
 def test_frames_outlive_their_film_and_gain_views_keep_their_table(films):

@@ -45,7 +45,7 @@ def test_nuc_bad_pixels_and_correction_match_the_tool(films, tmp_path):
         nuc.apply(raw[:, :, :20])
     with pytest.raises(ValueError) as caught:
         thermokit.Nuc.load(plate)
-    assert str(caught.value) == f"file {plate}: not a readable NUC table"
+    assert str(caught.value) == tool_error("badpixels", "detect", "--nuc", plate, "--gain", 3, "-o", tmp_path / "x")
 
 
 def test_calibration_curve_converts_as_the_tool_exports(demo, films, tmp_path):

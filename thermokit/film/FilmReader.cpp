@@ -61,25 +61,30 @@ int CheckFilmComplete(const CPtr& film) {
     return 0;
 }
 
-std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
+std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path, ErrorKind* kind) {
+    auto fail = [kind](ErrorKind k) {
+        if (kind) *kind = k;
+        return nullptr;
+    };
     const std::string why = FileProblem(path);
     if (!why.empty()) {
         Problem(path, why);
-        return nullptr;
+        return fail(why == "empty file" ? ErrorKind::Format : ErrorKind::System);
     }
     CPtrOver header(path);
     if (!header.IsValid()) {
         Problem(path, header.GetLastErrorText().empty() ? std::string(kNotAFilm) : header.GetLastErrorText());
-        return nullptr;
+        return fail(header.GetLastErrorKind() == ErrorKind::None ? ErrorKind::Format : header.GetLastErrorKind());
     }
     std::unique_ptr<CPtr> film;
     if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(path, 0, 0, 1);
     else film = std::make_unique<CPtr>(path, 0, 0, 1);
     if (!film->IsValid()) {
         Problem(path, film->GetLastErrorText().empty() ? std::string(kNotAFilm) : film->GetLastErrorText());
-        return nullptr;
+        return fail(film->GetLastErrorKind() == ErrorKind::None ? ErrorKind::Format : film->GetLastErrorKind());
     }
-    if (!CheckFilmComplete(*film)) return nullptr;
+    if (!CheckFilmComplete(*film)) return fail(ErrorKind::Format);
+    if (kind) *kind = ErrorKind::None;
     return film;
 }
 

@@ -10,6 +10,7 @@
 namespace thermokit {
 
 class CPtr;
+enum class ErrorKind : int;
 
 // What keeps a file from being read: "not found", "not a regular file (a
 // FIFO)", "cannot be opened (system reason)" or "empty file"; empty when
@@ -27,8 +28,9 @@ std::string FilmIncomplete(const CPtr& film);
 // The film at path as a film of levels (CPtr) or of doubles (CPtrFloat), as
 // its header says, checked: the file can be read, its header is a film's and
 // fits the file, and the film is complete. Null, with the message shown,
-// when not.
-std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path);
+// when not; then *kind (when given) says what kind of failure it was
+// (System, Format, Memory), for callers that raise their own error types.
+std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path, ErrorKind* kind = nullptr);
 
 // Reads image n into the film's own frame (and the double buffer of a film
 // of doubles). False, showing nothing, with "file PATH: frame N cannot be
