@@ -231,7 +231,7 @@ def test_batch_on_a_scheduler_and_worker_started_apart(films, tmp_path):
     """`dask scheduler` and `dask worker` as the docs start them; the command line given --scheduler."""
     source, out = tmp_path / "in", tmp_path / "out"
     source.mkdir()
-    tool("simulate", "--scene", "plate", "--size", "40x24", "--frames", 5, "--seed", 4, "-o", source / "p.film")
+    tool("simulate", "--scene", "plate", "--size", "40x24", "--count", 5, "--seed", 4, "-o", source / "p.film")
     (source / "cut.film").write_bytes(open(films["plate"], "rb").read()[:-700])
     file = tmp_path / "scheduler.json"
     scheduler = subprocess.Popen(["/usr/bin/dask", "scheduler", "--host", "127.0.0.1", "--port", "0",
