@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -11,7 +12,6 @@
 #include <cstring>
 #include <iostream>
 #include <mutex>
-#include <regex>
 #include <vector>
 
 #include "Command.h"
@@ -53,10 +53,44 @@ bool g_quiet = false;
 // "thermokit: TEXT" on standard error as one line of UTF-8: a temporary
 // output name (".NAME.part-PID-N", a folder's ".NAME.part-PID") told by its
 // final name, control characters escaped.
+std::string FinalNames(const std::string& text) {
+    const auto space = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+    const auto digits = [&text](size_t at) {
+        while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at]))) ++at;
+        return at;
+    };
+    // At i, a word ".NAME.part-D[-D]": the end of what it holds, NAME in name; 0 when there is none.
+    const auto temporary = [&](size_t i, std::string& name) -> size_t {
+        size_t end = i + 1;  // the word runs to the next '/' or white space
+        while (end < text.size() && text[end] != '/' && !space(text[end])) ++end;
+        const std::string word = text.substr(i + 1, end - i - 1);
+        // The last ".part-" of the word that digits follow, after a name of a character or more.
+        for (size_t tag = word.rfind(".part-"); tag != std::string::npos && tag > 0; tag = word.rfind(".part-", tag - 1)) {
+            const size_t from = i + 1 + tag + 6;
+            size_t stop = digits(from);
+            if (stop == from) continue;
+            if (stop < text.size() && text[stop] == '-' && digits(stop + 1) > stop + 1) stop = digits(stop + 1);
+            name = word.substr(0, tag);
+            return stop;
+        }
+        return 0;
+    };
+    std::string out, name;
+    for (size_t i = 0; i < text.size();) {
+        const bool starts = text[i] == '.' && (i == 0 || text[i - 1] == '/' || space(text[i - 1]));
+        const size_t stop = starts ? temporary(i, name) : 0;
+        if (stop) {
+            out += name;
+            i = stop;
+        } else {
+            out += text[i++];
+        }
+    }
+    return out;
+}
+
 void PrintLine(const std::string& text) {
-    static const std::regex part(R"((^|/|\s)\.([^/\s]+)\.part-[0-9]+(-[0-9]+)?)");
-    const std::string shown = std::regex_replace(text, part, "$1$2");
-    std::fprintf(stderr, "thermokit: %s\n", EscapeControls(NameToUtf8(shown)).c_str());
+    std::fprintf(stderr, "thermokit: %s\n", EscapeControls(NameToUtf8(FinalNames(text))).c_str());
 }
 
 // The library shows its message-box texts through Messages; the tool reports

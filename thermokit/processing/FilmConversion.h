@@ -47,6 +47,9 @@ struct ConversionOptions {
     }
 };
 
+// A value as messages show it ("%g": 0.98, 25, 1e+06).
+std::string ShortNumber(double v);
+
 // The option values alone: 1, or 0 with the message of a usage error.
 int CheckConversionOptions(const ConversionOptions& o, std::string& error);
 

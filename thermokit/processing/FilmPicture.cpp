@@ -20,16 +20,6 @@
 
 namespace thermokit {
 
-namespace {
-
-std::string Number(double v) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", v);
-    return text;
-}
-
-}  // namespace
-
 // "LO:HI" as two numbers with LO below HI (or equal to it when allowed); false when it is not that.
 bool ParseRange(const std::string& text, double& lo, double& hi, bool allowEqual) {
     const size_t colon = text.find(':');
@@ -229,7 +219,7 @@ bool Picture::Finish(std::string& error) {
                 }
             const float pct = static_cast<float>(m_s.cut * 0.5);
             if (!any || !ApplyThresholdMinMaxHisto(m_histo.data(), m_maxLevel, m_total, pct, pct, mn, mx)) {
-                error = "--cut " + Number(m_s.cut) + ": no display range left";
+                error = "--cut " + ShortNumber(m_s.cut) + ": no display range left";
                 return false;
             }
         }
