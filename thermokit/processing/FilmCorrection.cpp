@@ -20,43 +20,39 @@ namespace {
 
 std::string SizeText(long point, long line) { return std::to_string(point) + " x " + std::to_string(line); }
 
+// The pixel count a table states agrees with its point x line (only a NUC
+// table states one of its own).
+bool CountAgrees(const CNuc& nuc, long point, long line) { return nuc.GetSize() == point * line; }
+template <class Table>
+bool CountAgrees(const Table&, long, long) {
+    return true;
+}
+
+// One table of the chain, read from path: readable and made for a film of
+// point x line; false with the message (kind: "table", "map", "mapping").
+template <class Table>
+bool TableFits(const Table& table, const std::string& path, const char* kind, long point, long line,
+               std::string& error) {
+    if (!table.IsValid()) {
+        error = "file " + path + ": " + table.GetLastErrorText();
+        return false;
+    }
+    if (table.GetPoint() != point || table.GetLine() != line || !CountAgrees(table, point, line)) {
+        error = "file " + path + ": the " + kind + " is for " + SizeText(table.GetPoint(), table.GetLine()) +
+                " pixels, the film has " + SizeText(point, line);
+        return false;
+    }
+    return true;
+}
+
 // The tables of the chain against a film of point x line; false with the message.
 bool CheckTables(CCorrection& chain, const CorrectionFiles& f, long point, long line, std::string& error) {
-    if (!f.nuc.empty()) {
-        CNuc* nuc = chain.GetNuc();
-        if (!nuc->IsValid()) {
-            error = "file " + f.nuc + ": " + nuc->GetLastErrorText();
-            return false;
-        }
-        if (nuc->GetPoint() != point || nuc->GetLine() != line || nuc->GetSize() != point * line) {
-            error = "file " + f.nuc + ": the table is for " + SizeText(nuc->GetPoint(), nuc->GetLine()) +
-                    " pixels, the film has " + SizeText(point, line);
-            return false;
-        }
-    }
-    if (!f.badPixels.empty()) {
-        CPixel* map = chain.GetBadPixels();
-        if (!map->IsValid()) {
-            error = "file " + f.badPixels + ": " + map->GetLastErrorText();
-            return false;
-        }
-        if (map->GetPoint() != point || map->GetLine() != line) {
-            error = "file " + f.badPixels + ": the map is for " + SizeText(map->GetPoint(), map->GetLine()) +
-                    " pixels, the film has " + SizeText(point, line);
-            return false;
-        }
-    }
+    if (!f.nuc.empty() && !TableFits(*chain.GetNuc(), f.nuc, "table", point, line, error)) return false;
+    if (!f.badPixels.empty() && !TableFits(*chain.GetBadPixels(), f.badPixels, "map", point, line, error))
+        return false;
     if (!f.mapping.empty()) {
         CMapping* mapping = chain.GetMapping();
-        if (!mapping->IsValid()) {
-            error = "file " + f.mapping + ": " + mapping->GetLastErrorText();
-            return false;
-        }
-        if (mapping->GetPoint() != point || mapping->GetLine() != line) {
-            error = "file " + f.mapping + ": the mapping is for " + SizeText(mapping->GetPoint(), mapping->GetLine()) +
-                    " pixels, the film has " + SizeText(point, line);
-            return false;
-        }
+        if (!TableFits(*mapping, f.mapping, "mapping", point, line, error)) return false;
         int reason = 0;
         if (!mapping->Check(&reason)) {
             error = "file " + f.mapping + (reason == 1 ? ": an entry lies outside the image" : ": not a permutation");
