@@ -27,11 +27,12 @@ int RunAbout() {
     return kDone;
 }
 
-RegisterCommand reg(900, [](CLI::App& app) {
+}  // namespace
+
+void AddAboutCommand(CLI::App& app) {
     auto* sub = app.add_subcommand("about", "Describe what the library holds and how this build runs");
     sub->footer("Example: thermokit about");
     sub->callback([] { SetAction(RunAbout); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -18,6 +18,7 @@
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "Picture.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "Progress.h"
 #include "System.h"
 
@@ -179,17 +180,19 @@ int RunAnimate(const AnimateOptions& o) {
         return kFailed;
     }
     Progress progress("animate", frames.size());
-    std::vector<GifByteType> pixels(picture->Canvas().size());
-    for (unsigned long k = 0; k < frames.size(); ++k) {
-        if (!DrawFilmFrame(*picture, film, o.file, frames[k])) return kFailed;
-        const std::vector<uint16_t>& canvas = picture->Canvas();
-        for (size_t i = 0; i < canvas.size(); ++i) pixels[i] = index[canvas[i]];
-        if (!gif.Frame(pixels, Delay(k, seconds))) {
-            Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
-            return kFailed;
-        }
-        progress.Step(k + 1);
-    }
+    // Frames drawn and put in the GIF's colours on several threads, added in frame order.
+    auto pixels = PerSlot([&] { return std::vector<GifByteType>(picture->Canvas().size()); });
+    const auto colour = [&](const DrawnFrame& d) {
+        std::vector<GifByteType>& p = pixels[static_cast<size_t>(d.slot)];
+        for (size_t i = 0; i < p.size(); ++i) p[i] = index[(*d.canvas)[i]];
+        return true;
+    };
+    const auto add = [&](const DrawnFrame& d) {
+        if (gif.Frame(pixels[static_cast<size_t>(d.slot)], Delay(d.item, seconds))) return true;
+        *d.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
+        return false;
+    };
+    if (!DrawFilmFrames(*picture, film, o.file, frames, colour, add, progress)) return kFailed;
     if (!gif.Close()) {
         Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
@@ -202,12 +205,14 @@ int RunAnimate(const AnimateOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(315, [](CLI::App& app) {
+}  // namespace
+
+void AddAnimateCommand(CLI::App& app) {
     auto o = std::make_shared<AnimateOptions>();
     auto* sub = app.add_subcommand("animate", "Write frames of a film as an animated GIF, one range for all of them");
-    sub->add_option("film", o->file, "Film file")->required();
-    sub->add_option("-o,--output", o->output, "GIF file to write")->required();
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    Input(sub->add_option("film", o->file, "Film file"))->required();
+    Output(sub->add_option("-o,--output", o->output, "GIF file to write"))->required();
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--fps", o->fps, "Frames a second of the GIF (default: the film's rate, divided by the step)")
         ->check(CLI::Range(0.01, 100.0));
@@ -215,7 +220,6 @@ RegisterCommand reg(315, [](CLI::App& app) {
     AddConversionOptions(sub, o->conversion);
     sub->footer("Example: thermokit animate run.film --embedded --range 20:60 --bar --step 2 -o run.gif");
     sub->callback([o] { SetAction([o] { return RunAnimate(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

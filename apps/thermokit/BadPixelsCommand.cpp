@@ -3,9 +3,11 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Command.h"
+#include "FilmHeaderJson.h"
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
@@ -36,7 +38,7 @@ struct DetectOptions {
 bool FilmNoise(const std::string& path, CPtr& film, std::vector<float>& noise) {
     noise.assign(static_cast<size_t>(film.GetSize()), 0.0f);
     if (!ReadTemporalNoise(film, noise.data())) {
-        Error("file " + path + ": a frame cannot be read");
+        FileError(path, film.GetLastErrorText().empty() ? "a frame cannot be read" : film.GetLastErrorText());
         return false;
     }
     return true;
@@ -74,25 +76,21 @@ int RunDetect(const DetectOptions& o) {
     }
     std::vector<float> noise;
     if (!o.noiseFilm.empty()) {
-        if (!File::Exists(o.noiseFilm)) {
-            Error("file " + o.noiseFilm + ": cannot be opened");
+        // Opened once: its header, its completeness and its frames are those of one file.
+        std::unique_ptr<CPtr> film = OpenFilmForReading(o.noiseFilm);
+        if (!film) return kFailed;
+        if (film->GetPixelBytes() != 2 || film->GetFrameNumber() < 2) {
+            FileError(o.noiseFilm, "not a film of at least two 16-bit images");
             return kFailed;
         }
-        CPtr film(o.noiseFilm, 0, 0, 0);
-        if (!film.IsValid() || film.GetFrameNumber() < 2) {
-            Error("file " + o.noiseFilm + ": not a film of at least two 16-bit images");
+        if (nuc && (film->GetPoint() != point || film->GetLine() != line)) {
+            FileError(o.noiseFilm, std::to_string(film->GetPoint()) + " x " + std::to_string(film->GetLine()) +
+                                       " pixels, the NUC table " + std::to_string(point) + " x " + std::to_string(line));
             return kFailed;
         }
-        if (!FilmComplete(film, o.noiseFilm)) return kFailed;
-        if (nuc && (film.GetPoint() != point || film.GetLine() != line)) {
-            Error("file " + o.noiseFilm + ": " + std::to_string(film.GetPoint()) + " x " +
-                  std::to_string(film.GetLine()) + " pixels, the NUC table " + std::to_string(point) + " x " +
-                  std::to_string(line));
-            return kFailed;
-        }
-        point = film.GetPoint();
-        line = film.GetLine();
-        if (!FilmNoise(o.noiseFilm, film, noise)) return kFailed;
+        point = film->GetPoint();
+        line = film->GetLine();
+        if (!FilmNoise(o.noiseFilm, *film, noise)) return kFailed;
     }
 
     const long size = static_cast<long>(point) * line;
@@ -107,18 +105,22 @@ int RunDetect(const DetectOptions& o) {
     if (o.noiseGiven && !map.UpdateNoise(noise.data(), size, o.noiseThreshold, o.noiseHigh ? 1 : 0)) return full();
     map.UpdateReplacement();
     map.UpdateDistribution(nullptr, 0);
-    // The map is written under a temporary name and renamed into place once
-    // complete; the report names its own file in its first line, so it is
-    // written under its name, after the map.
+    // Both files or neither: the map is written under a temporary name, the
+    // report (which names its own file in its first line) under its name, and
+    // the map is renamed into place only once the report is whole.
     OutputFile target(o.output);
     if (!map.Save(target.c_str())) {
-        Error("file " + o.output + ": cannot be created");
+        FileError(o.output, "cannot be written (" + map.GetLastErrorText() + ")");
         return kFailed;
     }
-    if (!target.Commit()) return kFailed;
     if (!o.report.empty() &&
         !map.SaveAscii(o.report.c_str(), o.gainGiven ? 1 : 0, o.offsetGiven ? 1 : 0, o.noiseGiven ? 1 : 0)) {
-        Error("file " + o.report + ": cannot be created");
+        FileError(o.report, map.GetLastErrorText());
+        std::remove(o.report.c_str());
+        return kFailed;
+    }
+    if (!target.Commit()) {
+        if (!o.report.empty()) std::remove(o.report.c_str());
         return kFailed;
     }
     Note("%s: %u x %u pixels, %ld bad (gain %ld, offset %ld, noise %ld, gain & offset %ld, "
@@ -128,7 +130,47 @@ int RunDetect(const DetectOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(310, [](CLI::App& app) {
+// The criteria a pixel failed, by its code; empty when the map keeps none.
+std::string Kind(unsigned char code) {
+    std::string kind;
+    for (const auto& [bits, name] : {std::pair<unsigned char, const char*>{CPixel::kGain, "gain"},
+                                     {CPixel::kOffset, "offset"}, {CPixel::kNoise, "noise"}})
+        if (code & bits) kind += (kind.empty() ? "" : "+") + std::string(name);
+    return kind;
+}
+
+// Every bad pixel of a map with its replacement, 0-based columns and lines.
+int RunList(const std::string& path, bool json) {
+    CPixel map(path.c_str());
+    if (!map.IsValid()) {
+        FileError(path, map.GetLastErrorText().empty() ? map.GetLastErrorMessage() : map.GetLastErrorText());
+        return kFailed;
+    }
+    Json pixels = Json::array();
+    for (long k = 0; k < map.GetSize(); ++k) {
+        unsigned short x = 0, y = 0, rx = 0, ry = 0;
+        map.Coordinates(map.GetPixel1()[k], &x, &y);
+        map.Coordinates(map.GetPixel2()[k], &rx, &ry);
+        const unsigned char code = map.IsDistributed() && map.GetCriteria() ? map.GetCriteria()[k] : 0;
+        pixels.push_back({{"x", x}, {"y", y}, {"kind", Kind(code)}, {"replacement", {rx, ry}}});
+    }
+    if (json) {
+        const Json out = {{"file", NameToUtf8(path)}, {"width", map.GetPoint()}, {"height", map.GetLine()},
+                          {"count", map.GetSize()}, {"pixels", pixels}};
+        std::printf("%s\n", out.dump(2).c_str());
+        return kDone;
+    }
+    std::printf("%6s %6s %-18s %s\n", "x", "y", "kind", "replacement");
+    for (const Json& p : pixels)
+        std::printf("%6u %6u %-18s %u,%u\n", p["x"].get<unsigned>(), p["y"].get<unsigned>(),
+                    p["kind"].get<std::string>().empty() ? "-" : p["kind"].get<std::string>().c_str(),
+                    p["replacement"][0].get<unsigned>(), p["replacement"][1].get<unsigned>());
+    return kDone;
+}
+
+}  // namespace
+
+void AddBadPixelsCommand(CLI::App& app) {
     auto* bad = app.add_subcommand("badpixels", "Bad-pixel maps");
     bad->require_subcommand(1);
     bad->footer("Example: thermokit badpixels detect --nuc cam.nuc --gain 20 --offset 5 -o cam.bpr");
@@ -138,24 +180,33 @@ RegisterCommand reg(310, [](CLI::App& app) {
         "Detect bad pixels: gains outside +/-PERCENT of the reference, offsets outside +/-PERCENT of the level, "
         "temporal noise at or below (or, with --noise-high, at or above) a threshold; replacements are chosen "
         "among the nearest good neighbours");
-    detect->add_option("--nuc", o->nuc, "NUC table whose gains and offsets are tested");
+    Input(detect->add_option("--nuc", o->nuc, "NUC table whose gains and offsets are tested"));
     detect->add_option("--gain", o->gainPercent, "Gain criterion in percent (e.g. 20: outside 0.8..1.2 x reference)")
+        ->check(Positive())
         ->each([o](const std::string&) { o->gainGiven = true; });
-    detect->add_option("--gain-reference", o->gainReference, "Nominal gain (default 1.0)");
+    detect->add_option("--gain-reference", o->gainReference, "Nominal gain (default 1.0)")->check(Positive());
     detect->add_option("--offset", o->offsetPercent, "Offset criterion in percent of --level")
+        ->check(Positive())
         ->each([o](const std::string&) { o->offsetGiven = true; });
     detect->add_option("--level", o->level, "Level the offset criterion is a percentage of (default 16383)");
-    detect->add_option("--noise-film", o->noiseFilm, "Film of a uniform scene whose temporal noise is tested");
+    Input(detect->add_option("--noise-film", o->noiseFilm, "Film of a uniform scene whose temporal noise is tested"));
     detect->add_option("--noise", o->noiseThreshold, "Noise threshold in DL")
+        ->check(NonNegative())
         ->each([o](const std::string&) { o->noiseGiven = true; });
     detect->add_flag("--noise-high", o->noiseHigh, "Flag noisy pixels (noise >= threshold) instead of dead ones");
-    detect->add_option("-o,--output", o->output, "Bad-pixel map to write")->required();
-    detect->add_option("--report", o->report, "Also write the text report of the map");
+    Output(detect->add_option("-o,--output", o->output, "Bad-pixel map to write"))->required();
+    Output(detect->add_option("--report", o->report, "Also write the text report of the map"));
     detect->footer(
         "Example: thermokit badpixels detect --nuc cam.nuc --gain 20 --offset 10 --noise-film flat.film --noise 0.5 "
         "-o cam.bpr --report cam.txt");
     detect->callback([o] { SetAction([o] { return RunDetect(*o); }); });
-});
 
-}  // namespace
+    auto listed = std::make_shared<std::pair<std::string, bool>>();
+    auto* list = bad->add_subcommand("list", "List the bad pixels of a map: x, y (from 0), the criteria failed, the replacement");
+    Input(list->add_option("map", listed->first, "Bad-pixel map"))->required();
+    list->add_flag("--json", listed->second, "Write JSON");
+    list->footer("Example: thermokit badpixels list cam.bpr --json");
+    list->callback([listed] { SetAction([listed] { return RunList(listed->first, listed->second); }); });
+}
+
 }  // namespace thermokit::cli

@@ -44,7 +44,9 @@ int RunCameras(const CamerasOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(315, [](CLI::App& app) {
+}  // namespace
+
+void AddCamerasCommand(CLI::App& app) {
     auto options = std::make_shared<CamerasOptions>();
     auto* cameras = app.add_subcommand("cameras", "List the cameras that can be recorded (GigE Vision, USB3 Vision, sim)");
     cameras->add_flag("--json", options->json, "Write the list as JSON");
@@ -52,7 +54,6 @@ RegisterCommand reg(315, [](CLI::App& app) {
         "Example: thermokit cameras --json\n"
         "Aravis' in-process fake camera (Fake_1) is listed too when THERMOKIT_FAKE_CAMERA=1.");
     cameras->callback([options] { SetAction([options] { return RunCameras(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -15,7 +15,7 @@ namespace thermokit::cli {
 
 // --calib, --embedded, the object parameters and --kelvin, with one meaning in every command.
 inline void AddConversionOptions(CLI::App* sub, ConversionOptions& o) {
-    auto* calib = sub->add_option("--calib", o.calib, "Calibration file: temperatures (or the curve's values)");
+    auto* calib = Input(sub->add_option("--calib", o.calib, "Calibration file: temperatures (or the curve's values)"));
     auto* embedded = sub->add_flag("--embedded", o.embedded, "Temperatures by the film's own radiometric law");
     calib->excludes(embedded);
     sub->add_option("--emissivity", o.emissivity,

@@ -46,19 +46,20 @@ int RunCorrect(const CorrectOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(320, [](CLI::App& app) {
+}  // namespace
+
+void AddCorrectCommand(CLI::App& app) {
     auto o = std::make_shared<CorrectOptions>();
     auto* correct = app.add_subcommand(
         "correct",
         "Write a corrected copy of a film: NUC, bad pixels, then mapping; headers kept");
-    correct->add_option("film", o->film, "Film to correct")->required();
-    correct->add_option("--nuc", o->nuc, "NUC table");
-    correct->add_option("--badpixels", o->badPixels, "Bad-pixel map");
-    correct->add_option("--mapping", o->mapping, "Mapping file (pixel permutation)");
-    correct->add_option("-o,--output", o->output, "Corrected film to write")->required();
+    Input(correct->add_option("film", o->film, "Film to correct"))->required();
+    Input(correct->add_option("--nuc", o->nuc, "NUC table"));
+    Input(correct->add_option("--badpixels", o->badPixels, "Bad-pixel map"));
+    Input(correct->add_option("--mapping", o->mapping, "Mapping file (pixel permutation)"));
+    Output(correct->add_option("-o,--output", o->output, "Corrected film to write"))->required();
     correct->footer("Example: thermokit correct raw.film --nuc cam.nuc --badpixels cam.bpr -o corrected.film");
     correct->callback([o] { SetAction([o] { return RunCorrect(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -22,6 +22,8 @@
 #include <nlohmann/json.hpp>
 
 #include "Command.h"
+#include "OutputFile.h"
+#include "FilmWork.h"
 #include "Picture.h"
 #include "thermokit/acquisition/CLockin.h"
 #include "thermokit/calibration/CCalibration.h"
@@ -33,6 +35,7 @@
 #include "thermokit/display/CLut24.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CNoise.h"
@@ -94,6 +97,12 @@ private:
     // Film helpers.
     std::string Film(const std::string& name) const { return Utf8FromPath(m_dir / "films" / PathFromUtf8(name)); }
     int ReadAverage(const std::string& path, bool corrected, std::vector<double>& mean, unsigned long& frames);
+    // The frames of a film beside those of its truth (a film of doubles):
+    // measure(frame, truth values) on several frames at once, then combine
+    // (when given) one frame at a time in frame order. False with a message.
+    bool AgainstTruth(const std::string& path, const std::string& truthPath,
+                      const std::function<void(FilmFrame&, const double*)>& measure,
+                      const std::function<void(FilmFrame&)>& combine);
     bool Record(const std::string& name, const CSimScene& scene, unsigned long frames, const std::string& truth = "",
                 const CSimFilm::FrameHook& hook = CSimFilm::FrameHook());
     bool SavePicture(const std::string& name, const std::vector<unsigned short>& levels, unsigned short maxLevel,
@@ -171,19 +180,46 @@ int Demo::ReadAverage(const std::string& path, bool corrected, std::vector<doubl
     if (corrected) corr = std::make_unique<CCorrection>(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     CAverage avg(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     frames = film.GetFrameNumber();
-    for (unsigned long k = 0; k < frames; ++k) {
-        if (!film.ReadFrame(k)) {
-            Error("file " + path + ": frame " + std::to_string(k) + " cannot be read");
-            return 0;
-        }
-        CFrame* f = film.GetFrame();
-        if (corr) corr->Apply(f->GetBuffer(), f->GetMaxLevel());
-        avg.Accumulate(f, 1.0);
+    // Frames corrected on every core, added in frame order.
+    FilmPipeline pipe(film);
+    const auto correct = [&](FilmFrame& f) { return !corr || corr->Apply(f.frame.GetBuffer(), f.frame.GetMaxLevel()); };
+    if (!pipe.Run(correct, [&](FilmFrame& f) { return avg.Accumulate(&f.frame, 1.0) == 1; })) {
+        Error(pipe.GetLastError());
+        return 0;
     }
     const double* m = avg.GetDoubleBuffer(0);
     if (!m) return 0;
     mean.assign(m, m + avg.GetSize());
     return 1;
+}
+
+bool Demo::AgainstTruth(const std::string& path, const std::string& truthPath,
+                        const std::function<void(FilmFrame&, const double*)>& measure,
+                        const std::function<void(FilmFrame&)>& combine) {
+    CPtr film(path, 0, 0, 0);
+    auto truths = PerSlot([&] { return std::make_unique<CPtrFloat>(truthPath, 0, 0, 0); });
+    auto values = PerSlot([&] { return std::vector<double>(static_cast<size_t>(m_size)); });
+    if (!film.IsValid() || !truths.front()->IsValid()) {
+        Error("file " + path + ": cannot be read back");
+        return false;
+    }
+    FilmPipeline pipe(film);
+    const auto process = [&](FilmFrame& f) {
+        const size_t slot = static_cast<size_t>(f.slot);
+        if (!truths[slot]->ReadFrame(f.index, values[slot].data(), static_cast<unsigned long>(m_size))) {
+            f.error = "file " + truthPath + ": frame " + std::to_string(f.index) + " cannot be read";
+            return false;
+        }
+        measure(f, values[slot].data());
+        return true;
+    };
+    const auto write = [&](FilmFrame& f) {
+        if (combine) combine(f);
+        return true;
+    };
+    if (pipe.Run(process, write)) return true;
+    Error(pipe.GetLastError());
+    return false;
 }
 
 bool Demo::SaveDoubles(const std::string& path, const std::vector<double>& v, const char* text) {
@@ -323,14 +359,9 @@ int Demo::StageNuc() {
     CPtr film(Film("noise_25C.film"), 0, 0, 0);
     CAverage avg(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     f3 = film.GetFrameNumber();
-    for (unsigned long k = 0; k < f3; ++k)
-        if (film.ReadFrame(k)) avg.Accumulate(film.GetFrame(), 1.0);
-    double* m = avg.GetDoubleBuffer(0);
     CNoise noise(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
-    for (unsigned long k = 0; k < f3; ++k)
-        if (film.ReadFrame(k)) noise.Accumulate(film.GetFrame(), m);
-    const double* nmap = noise.GetBuffer();
-    if (!m || !nmap) {
+    const double* nmap = NoiseFilm(film, avg, noise) ? noise.GetBuffer() : nullptr;
+    if (!nmap) {
         Error("file " + Film("noise_25C.film") + ": no frame could be read");
         return 0;
     }
@@ -539,6 +570,10 @@ struct ErrorHistogram {
         ++bins[bin < kBins ? bin : kBins];
         ++count;
     }
+    void Merge(const ErrorHistogram& other) {
+        for (int b = 0; b <= kBins; ++b) bins[b] += other.bins[b];
+        count += other.count;
+    }
     double Quantile(double q) const {
         const uint64_t want = static_cast<uint64_t>(std::ceil(q * count));
         uint64_t acc = 0;
@@ -561,16 +596,18 @@ int Demo::StageScene() {
     const std::string truthPath = Utf8FromPath(m_dir / "truth" / "scene_temperature.film");
     if (!Record("scene.film", scene, frames, truthPath)) return 0;
 
-    CPtr film(Film("scene.film"), 0, 0, 0);
-    CPtrFloat truth(truthPath, 0, 0, 0);
-    if (!film.IsValid() || !truth.IsValid()) {
-        Error("file " + Film("scene.film") + ": cannot be read back");
-        return 0;
-    }
     CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
-    const unsigned short maxLevel = film.GetMaxLevel();
+    const unsigned short maxLevel = m_det->GetMaxLevel();
     CLevelTable table(*m_cal, maxLevel, 1);
-    std::vector<float> temp(m_size);
+    // Errors counted frame by frame in buffers of the slot (counts add up the
+    // same in any order); sums and the worst error combined in frame order.
+    struct Errors {
+        ErrorHistogram histo;
+        std::vector<float> temp;
+        double sum = 0.0, worst = 0.0, truth = 0.0, measured = 0.0;
+        long index = -1;
+    };
+    auto slots = PerSlot([&] { auto e = std::make_unique<Errors>(); e->temp.resize(m_size); return e; });
     ErrorHistogram histo;
     double worst = 0.0, sum = 0.0;
     struct {
@@ -580,30 +617,31 @@ int Demo::StageScene() {
     std::vector<unsigned short> firstRaw, firstCorrected;
     std::vector<float> firstTemp;
     const double tProcess0 = std::chrono::duration<double>(Clock::now() - m_t0).count();
-    for (unsigned long k = 0; k < frames; ++k) {
-        if (!film.ReadFrame(k) || !truth.ReadFrame(k)) {
-            Error("file " + Film("scene.film") + ": frame " + std::to_string(k) + " cannot be read");
-            return 0;
-        }
-        unsigned short* lv = film.GetFrame()->GetBuffer();
-        if (k == 0) firstRaw.assign(lv, lv + m_size);
+    const auto measure = [&](FilmFrame& f, const double* t) {
+        Errors& s = *slots[static_cast<size_t>(f.slot)];
+        unsigned short* lv = f.frame.GetBuffer();
+        if (f.index == 0) firstRaw.assign(lv, lv + m_size);
         corr.Apply(lv, maxLevel);
-        if (k == 0) firstCorrected.assign(lv, lv + m_size);
-        table.Apply(lv, m_size, temp.data());
-        if (k == 0) firstTemp = temp;
-        const double* t = truth.GetDoubleBuffer();
+        if (f.index == 0) firstCorrected.assign(lv, lv + m_size);
+        table.Apply(lv, m_size, s.temp.data());
+        if (f.index == 0) firstTemp = s.temp;
+        s.sum = s.worst = 0.0;
         for (long i = 0; i < m_size; ++i) {
             if (t[i] < kErrorLow || t[i] > kErrorHigh) continue;
-            const double e = static_cast<double>(temp[i]) - t[i];
+            const double e = static_cast<double>(s.temp[i]) - t[i];
             const double a = std::isfinite(e) ? std::fabs(e) : 1e9;
-            sum += e;
-            if (a > worst) {
-                worst = a;
-                worstAt = {static_cast<long>(k), i, t[i], static_cast<double>(temp[i])};
-            }
-            histo.Add(e);
+            s.sum += e;
+            if (a > s.worst) s.worst = a, s.index = i, s.truth = t[i], s.measured = static_cast<double>(s.temp[i]);
+            s.histo.Add(e);
         }
-    }
+    };
+    const auto combine = [&](FilmFrame& f) {
+        const Errors& s = *slots[static_cast<size_t>(f.slot)];
+        sum += s.sum;
+        if (s.worst > worst) worst = s.worst, worstAt = {static_cast<long>(f.index), s.index, s.truth, s.measured};
+    };
+    if (!AgainstTruth(Film("scene.film"), truthPath, measure, combine)) return 0;
+    for (const auto& s : slots) histo.Merge(s->histo);
     const double tProcess = std::chrono::duration<double>(Clock::now() - m_t0).count() - tProcess0;
     const uint64_t counted = histo.count;
     const double median = histo.Quantile(0.5), p99 = histo.Quantile(0.99);
@@ -668,9 +706,8 @@ int Demo::StageEmissivity() {
     const CSimScene scene = CSimScene::Materials(p).SetSurface(surface);
     const std::string truthPath = Utf8FromPath(m_dir / "truth" / "materials_temperature.film");
     if (!Record("materials.film", scene, frames, truthPath)) return 0;
-    CPtr film(Film("materials.film"), 0, 0, 0);
-    CPtrFloat truth(truthPath, 0, 0, 0);
-    if (!film.IsValid() || !truth.IsValid()) {
+    CPtrOver film(Film("materials.film"));
+    if (!film.IsValid()) {
         Error("file " + Film("materials.film") + ": cannot be read back");
         return 0;
     }
@@ -685,29 +722,34 @@ int Demo::StageEmissivity() {
         right.emplace_back(*m_cal, params, maxLevel, 1);
     }
     const CLevelTable blackBody(*m_cal, maxLevel, 1);
-    ErrorHistogram good[3], naive[3];
-    std::vector<float> a(m_size), b(m_size), firstRight, firstBlack;
-    for (unsigned long k = 0; k < frames; ++k) {
-        if (!film.ReadFrame(k) || !truth.ReadFrame(k)) {
-            Error("file " + Film("materials.film") + ": frame " + std::to_string(k) + " cannot be read");
-            return 0;
-        }
-        unsigned short* lv = film.GetFrame()->GetBuffer();
+    // Errors counted frame by frame in the histograms of the slot, added up at the end.
+    struct Errors {
+        ErrorHistogram good[3], naive[3];
+        std::vector<float> a, b;
+    };
+    auto slots = PerSlot([&] { auto e = std::make_unique<Errors>(); e->a.resize(m_size), e->b.resize(m_size); return e; });
+    std::vector<float> firstRight, firstBlack;
+    const auto measure = [&](FilmFrame& f, const double* t) {
+        Errors& s = *slots[static_cast<size_t>(f.slot)];
+        unsigned short* lv = f.frame.GetBuffer();
         corr.Apply(lv, maxLevel);
-        blackBody.Apply(lv, m_size, b.data());
-        const double* t = truth.GetDoubleBuffer();
+        blackBody.Apply(lv, m_size, s.b.data());
         for (int y = 0; y < m_line; ++y) {
             const int band = CSimScene::Band(m_line, y);
             const long row = static_cast<long>(y) * m_point;
-            right[band].Apply(lv + row, m_point, a.data() + row);
+            right[band].Apply(lv + row, m_point, s.a.data() + row);
             for (long i = row; i < row + m_point; ++i) {
                 if (t[i] < kErrorLow || t[i] > kErrorHigh) continue;
-                good[band].Add(static_cast<double>(a[i]) - t[i]);
-                naive[band].Add(static_cast<double>(b[i]) - t[i]);
+                s.good[band].Add(static_cast<double>(s.a[i]) - t[i]);
+                s.naive[band].Add(static_cast<double>(s.b[i]) - t[i]);
             }
         }
-        if (k == 0) firstRight = a, firstBlack = b;
-    }
+        if (f.index == 0) firstRight = s.a, firstBlack = s.b;
+    };
+    if (!AgainstTruth(Film("materials.film"), truthPath, measure, {})) return 0;
+    ErrorHistogram good[3], naive[3];
+    for (const auto& s : slots)
+        for (int band = 0; band < 3; ++band) good[band].Merge(s->good[band]), naive[band].Merge(s->naive[band]);
     if (!SaveTemperatures("materials_temperature.png", firstRight) ||
         !SaveTemperatures("materials_black_body.png", firstBlack))
         return 0;
@@ -776,14 +818,21 @@ int Demo::StageLockin() {
     CPtr film(Film("lockin.film"), 0, 0, 0);
     CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     CLockin lockin(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
-    for (unsigned long k = 0; k < film.GetFrameNumber(); ++k) {
-        if (!film.ReadFrame(k)) return 0;
-        CFrame* f = film.GetFrame();
-        corr.Apply(f->GetBuffer(), f->GetMaxLevel());
+    // Frames corrected on every core, added to the sums in frame order; the
+    // reference angle comes from each frame's lock-in data.
+    CPtr header(film);
+    FilmPipeline pipe(film);
+    const auto correct = [&](FilmFrame& f) { return corr.Apply(f.frame.GetBuffer(), f.frame.GetMaxLevel()) == 1; };
+    const auto add = [&](FilmFrame& f) {
         CPtrOver::PTR_LOCKIN_DATA d{};
-        film.GetImageLockinData(&d);
+        std::memcpy(header.GetImageHeaderAddress(), f.header, sizeof f.header);
+        header.GetImageLockinData(&d);
         const double angle = 6.283185307179586 * d.dwPeriodIndex / (d.dwPeriodFrames ? d.dwPeriodFrames : 1);
-        lockin.Accumulate(f, angle, nullptr);
+        return lockin.Accumulate(&f.frame, angle, nullptr) == 1;
+    };
+    if (!pipe.Run(correct, add)) {
+        Error(pipe.GetLastError());
+        return 0;
     }
     const double* mod = lockin.GetModule(CLockin::FILTER_NONE, 1);
     const double* ph = lockin.GetPhase(CLockin::FILTER_NONE, 1);
@@ -987,12 +1036,15 @@ int Demo::WriteReports(double total) {
 
 int Demo::Run() {
     const auto start = Clock::now();
-    m_dir = PathFromUtf8(m_o.out);
+    // Built under a temporary name, put in place whole (an interrupted or
+    // failed run leaves no half-filled folder and keeps an earlier one).
+    TemporaryFolder folder(m_o.out);
+    m_dir = PathFromUtf8(folder.Temp());
     std::error_code ec;
     fs::create_directories(m_dir / "films", ec);
     fs::create_directories(m_dir / "truth", ec);
     if (!fs::is_directory(m_dir / "truth")) {
-        Error("folder " + Utf8FromPath(m_dir) + ": cannot be created");
+        Error("folder " + m_o.out + ": cannot be created (" + ec.message() + ")");
         return kFailed;
     }
     m_size = static_cast<long>(m_point) * m_line;
@@ -1015,7 +1067,8 @@ int Demo::Run() {
         !StageEmissivity() || !StageLockin())
         return kFailed;
     const double total = std::chrono::duration<double>(Clock::now() - start).count();
-    if (!WriteReports(total)) return kFailed;
+    if (!WriteReports(total) || !folder.Commit()) return kFailed;
+    m_dir = PathFromUtf8(m_o.out);
 
     const json& r = m_report;
     std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", Utf8FromPath(m_dir).c_str());
@@ -1057,18 +1110,19 @@ int RunDemo(const DemoOptions& o) {
     return demo.Run();
 }
 
-RegisterCommand reg(800, [](CLI::App& app) {
+}  // namespace
+
+void AddDemoCommand(CLI::App& app) {
     auto options = std::make_shared<DemoOptions>();
     auto* demo = app.add_subcommand("demo", "Run the whole chain on a simulated camera and report the figures");
     demo->add_option("-o,--output", options->out, "Folder for films, tables, pictures and reports (default out/demo)");
     demo->add_option("--size", options->size, "Detector size WxH (default 640x512)");
-    demo->add_option("--frames", options->frames, "Frames of each averaged film (default 16; the scene film has twice as many)")
+    demo->add_option("-n,--count", options->frames, "Frames of each averaged film (default 16; the scene film has twice as many)")
         ->check(CLI::Range(1, 100000));
     demo->add_flag("--quick", options->quick, "Smaller and shorter: 320x256, 8 frames, fewer calibration points");
     demo->add_option("--seed", options->seed, "Seed of the simulated camera (default 1)");
-    demo->footer("Example: thermokit demo -o out/demo --size 640x512 --frames 16");
+    demo->footer("Example: thermokit demo -o out/demo --size 640x512 --count 16");
     demo->callback([options] { SetAction([options] { return RunDemo(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

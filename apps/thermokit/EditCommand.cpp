@@ -7,8 +7,8 @@
 
 #include "Command.h"
 #include "FilmInput.h"
+#include "FilmWork.h"
 #include "OutputFile.h"
-#include "Progress.h"
 #include "thermokit/image/CFrame.h"
 
 namespace thermokit::cli {
@@ -89,33 +89,31 @@ int RunEdit(const EditOptions& o) {
     const bool cropped = !o.crop.empty() && (crop.Width() != film.point || crop.Height() != film.line);
     if (cropped) dst.SetWindow(1);
     dst.SetFileName(out.Temp());
-    Progress progress("edit", last - first + 1);
-    for (unsigned long n = first; n <= last; ++n) {
-        if (!ReadFilmFrame(film, o.file, n)) return kFailed;
-        CFrame* in = src.GetFrame();
-        CFrame* frame = dst.GetFrame();
+    // Frames turned on every core into frames of their slot, added in frame order.
+    const auto edited = PerSlot([&] { return std::make_unique<CFrame>(point, line, src.GetBit(), 0, 0); });
+    const auto transform = [&](FilmFrame& f) {
+        CFrame& e = *edited[static_cast<size_t>(f.slot)];
         unsigned short p = 0, l = 0;
-        Transform(in->GetBuffer(), film.point, crop, o.rotate, o.flip.empty() ? 0 : o.flip[0], frame->GetBuffer(), p,
-                  l);
-        frame->SetTime(in->GetTime());
-        CPtrOver::CopyImageHeader(&dst, &src);
-        if (cropped) {
-            // The sub-window: where the new image lies on the detector.
-            CRect window;
-            src.GetSubWindowRect(&window);
-            const int left = (src.GetImageWindow() ? window.left : 0) + crop.left;
-            const int top = (src.GetImageWindow() ? window.top : 0) + crop.top;
-            CRect sub(left, top, left + crop.Width(), top + crop.Height());
-            dst.SetSubWindowRect(&sub);
-        }
-        if (!dst.AddFrame(static_cast<CFrame*>(nullptr))) {
-            Error("file " + o.output + ": frame " + std::to_string(n) + " cannot be written");
-            return kFailed;
-        }
-        progress.Step(n - first + 1);
-    }
+        Transform(f.frame.GetBuffer(), film.point, crop, o.rotate, o.flip.empty() ? 0 : o.flip[0], e.GetBuffer(), p, l);
+        e.SetTime(f.frame.GetTime());
+        return true;
+    };
+    // The sub-window of a cropped frame: where the new image lies on the detector.
+    const auto window = [&](CPtr& dst) {
+        if (!cropped) return;
+        CRect was;
+        dst.GetSubWindowRect(&was);  // the source frame's, as read
+        const int left = (dst.GetImageWindow() ? was.left : 0) + crop.left;
+        const int top = (dst.GetImageWindow() ? was.top : 0) + crop.top;
+        CRect sub(left, top, left + crop.Width(), top + crop.Height());
+        dst.SetSubWindowRect(&sub);
+    };
+    FilmPipeline pipe(src, first, last - first + 1);
+    if (!RunFrames(pipe, "edit", transform, [&](FilmFrame& f) {
+            return AppendFrame(dst, o.output, f, *edited[static_cast<size_t>(f.slot)], window);
+        }))
+        return kFailed;
     if (!out.Commit()) return kFailed;
-    progress.Done();
     Note("%s: %lu frame(s) of %u x %u from %s (frames %lu..%lu%s%s%s)\n", o.output.c_str(), last - first + 1, point,
          line, o.file.c_str(), first, last, cropped ? ", cropped" : "",
          o.rotate ? (", turned " + std::to_string(o.rotate)).c_str() : "",
@@ -123,18 +121,19 @@ int RunEdit(const EditOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(350, [](CLI::App& app) {
+}  // namespace
+
+void AddEditCommand(CLI::App& app) {
     auto o = std::make_shared<EditOptions>();
     auto* sub = app.add_subcommand("edit", "Write a new film: frames cropped, turned or mirrored, header kept");
-    sub->add_option("film", o->file, "Film file")->required();
-    sub->add_option("-o,--output", o->output, "Film to write")->required();
+    Input(sub->add_option("film", o->file, "Film file"))->required();
+    Output(sub->add_option("-o,--output", o->output, "Film to write"))->required();
     sub->add_option("--crop", o->crop, "Keep the rectangle x,y,w,h");
     sub->add_option("--rotate", o->rotate, "Quarter turns after the crop: 90 (clockwise), 180 or 270");
     sub->add_option("--flip", o->flip, "Mirror after the turn: h (columns) or v (lines)");
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59");
     sub->callback([o] { SetAction([o] { return RunEdit(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -3,7 +3,9 @@
 // values) through a calibration, or the values of a film of doubles.
 #include <cinttypes>
 #include <cstdio>
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +18,8 @@
 #include "Progress.h"
 #include "thermokit/processing/FilmExport.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
@@ -57,6 +61,25 @@ bool SequenceName(const std::string& out, unsigned long n, std::string& name) {
     return true;
 }
 
+// Copies a finished file to standard output; false with a message.
+bool CopyToStdout(const std::string& path) {
+    std::FILE* in = File::OpenStream(path, "rb");
+    if (!in) {
+        Error(std::string("standard output: the export cannot be read back (") + std::strerror(errno) + ")");
+        return false;
+    }
+    std::vector<char> buffer(1 << 20);
+    size_t n = 0;
+    bool ok = true;
+    while (ok && (n = std::fread(buffer.data(), 1, buffer.size(), in)) > 0) ok = std::fwrite(buffer.data(), 1, n, stdout) == n;
+    std::fclose(in);
+    if (!ok || std::fflush(stdout) != 0) {
+        Error(std::string("standard output: cannot be written (") + std::strerror(errno) + ")");
+        return false;
+    }
+    return true;
+}
+
 int RunExport(const ExportOptions& o) {
     const std::string& fmt = o.format;
     if (fmt != "png" && fmt != "csv" && fmt != "raw" && fmt != "npy") {
@@ -66,6 +89,11 @@ int RunExport(const ExportOptions& o) {
     if (!CheckConversionOptions(o.conversion)) return kUsage;
     PictureSetup setup;
     if (fmt == "png") {
+        const std::string extension = std::filesystem::path(o.output).extension().string();
+        if (o.output == "-" || (!extension.empty() && extension != ".png" && extension != ".PNG")) {
+            Error("-o " + o.output + ": --format png writes PNG pictures, one file a frame: give names ending in .png");
+            return kUsage;
+        }
         std::string name;
         if (!SequenceName(o.output, 0, name)) {
             Error("-o " + o.output + ": one number pattern (%d, %05d, %lu ...) and no other '%' expected");
@@ -95,18 +123,17 @@ int RunExport(const ExportOptions& o) {
         if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
         std::vector<std::unique_ptr<OutputFile>> outs;
         for (const unsigned long n : frames) {
-            if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
             std::string name;
             SequenceName(o.output, n, name);
             outs.push_back(std::make_unique<OutputFile>(name));
-            if (!picture->SavePng(outs.back()->c_str())) {
-                Error("file " + outs.back()->Path() + ": cannot be written");
-                return kFailed;
-            }
-            progress.Step(outs.size());
         }
-        for (auto& out : outs)
-            if (!out->Commit()) return kFailed;
+        const auto save = [&](const DrawnFrame& d) {
+            if (picture->SavePng(outs[d.item]->c_str(), *d.canvas)) return true;
+            *d.error = "file " + outs[d.item]->Path() + ": cannot be written";
+            return false;
+        };
+        if (!DrawFilmFrames(*picture, film, o.file, frames, save, {}, progress)) return kFailed;
+        if (!CommitAll(outs)) return kFailed;
         progress.Done();
         Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
              outs.back()->Path().c_str(), count, film.point, film.line, setup.paletteName.c_str(),
@@ -114,15 +141,18 @@ int RunExport(const ExportOptions& o) {
         return kDone;
     }
 
-    OutputFile out(o.output);
+    // "-o -": made in the temporary folder, then copied to standard output.
+    const bool toStdout = o.output == "-";
+    OutputFile out(toStdout ? Utf8FromPath(std::filesystem::temp_directory_path() / "thermokit-export") : o.output);
     std::string error;
     if (!ExportFilm(*film.ptr, o.file, frames, fmt, cal ? &conv : nullptr, out.Temp(), o.output, error,
                     [&](unsigned long done) { progress.Step(done); })) {
         Error(error);
         return kFailed;
     }
-    if (!out.Commit()) return kFailed;
     progress.Done();
+    if (toStdout) return CopyToStdout(out.Temp()) ? kDone : kFailed;
+    if (!out.Commit()) return kFailed;
     const std::string kind = film.doubles ? "doubles"
                              : cal        ? (conv.temperatures ? "temperatures" : "calibrated values") +
                                          std::string(" (float, ") + conv.unit + ")"
@@ -132,22 +162,24 @@ int RunExport(const ExportOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(320, [](CLI::App& app) {
+}  // namespace
+
+void AddExportCommand(CLI::App& app) {
     auto o = std::make_shared<ExportOptions>();
     auto* sub = app.add_subcommand("export", "Write frames of a film as PNG pictures, CSV, raw samples or a NumPy array");
-    sub->add_option("film", o->file, "Film file")->required();
-    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)");
+    Input(sub->add_option("film", o->file, "Film file"))->required();
+    sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--format", o->format, "png, csv, raw (little-endian) or npy")->required();
-    sub->add_option("-o,--output", o->output,
-                    "File to write; for png the pattern of the pictures (OUT-NNNNN.png, or a printf pattern)")
+    Output(sub->add_option("-o,--output", o->output,
+                    "File to write (\"-\": standard output, for csv, raw and npy); for png the pattern of the pictures "
+                    "(OUT-NNNNN.png, or a printf pattern)"))
         ->required();
     AddConversionOptions(sub, o->conversion);
     AddPictureOptions(sub, o->picture);
     sub->footer("Example: thermokit export run.film --frames 0:99 --format npy --embedded -o run.npy\n"
                 "         thermokit export run.film --format png --embedded --range 20:60 --bar -o png/run.png");
     sub->callback([o] { SetAction([o] { return RunExport(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -85,8 +85,12 @@ inline bool ParseFrames(const std::string& text, unsigned long count, unsigned l
         if (!a.empty()) ok = number(a, first);
         if (ok && !b.empty()) ok = number(b, last);
     }
-    if (!ok || first > last) {
-        Error("--frames " + text + ": expected A:B with A not above B");
+    if (!ok) {
+        Error("--frames " + text + ": expected A:B, frame numbers from 0 (A:, :B and A also)");
+        return false;
+    }
+    if (first > last) {
+        Error("--frames " + text + ": the first frame is after the last");
         return false;
     }
     if (last >= count) {
@@ -94,6 +98,24 @@ inline bool ParseFrames(const std::string& text, unsigned long count, unsigned l
         return false;
     }
     return true;
+}
+
+// Checks the form of --frames when the command line is read, so that a
+// range that is not one is a usage error.
+inline CLI::Validator FrameRange() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            const std::string digits = "0123456789";
+            const size_t colon = text.find(':');
+            const std::string a = text.substr(0, colon), b = colon == std::string::npos ? "" : text.substr(colon + 1);
+            const bool ok = (colon != std::string::npos || !a.empty()) && a.size() <= 10 && b.size() <= 10 &&
+                            a.find_first_not_of(digits) == std::string::npos &&
+                            b.find_first_not_of(digits) == std::string::npos;
+            if (!ok) return "expected A:B, frame numbers from 0 (A:, :B and A also); " + text + " is not that";
+            if (!a.empty() && !b.empty() && std::stoul(a) > std::stoul(b)) return std::string("the first frame is after the last");
+            return std::string();
+        },
+        "A:B");
 }
 
 // "X,Y"; false when it is not that.

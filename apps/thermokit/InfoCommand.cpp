@@ -2,7 +2,10 @@
 // its header field by field: films (every field of the file header, and of one
 // image header), films of doubles, NUC tables, bad-pixel maps, mappings,
 // calibrations, NUC catalogues, spectral response files and palette files.
+#include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <initializer_list>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -28,54 +31,130 @@
 #include "thermokit/film/CPtrOver.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/platform/Utf8.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
 
 struct InfoOptions {
-    std::string file;
+    std::vector<std::string> files;
+    std::string file;  // the one being described
     bool json = false;
+    bool verbose = false;
     long frame = -1;
+    std::string frames;
 };
 
 void PrintText(const Json& j, const std::string& prefix) {
     for (auto it = j.begin(); it != j.end(); ++it) {
         const std::string name = prefix + it.key();
         if (it->is_object()) PrintText(*it, name + ".");
-        else if (it->is_string()) std::printf("%s: %s\n", name.c_str(), it->get<std::string>().c_str());
+        else if (it->is_string()) std::printf("%s: %s\n", name.c_str(), EscapeControls(it->get<std::string>()).c_str());
         else std::printf("%s: %s\n", name.c_str(), it->dump().c_str());
     }
+}
+
+// The summary of a file that is not a film: its kind, its size in pixels
+// (point and line as width and height) and the header fields named, then
+// with -v the whole header.
+void Describe(const InfoOptions& o, Json& out, const Json& header, std::initializer_list<const char*> summary) {
+    for (const char* name : summary) {
+        const std::string key = std::string(name) == "point" ? "width" : std::string(name) == "line" ? "height" : name;
+        if (header.contains(name)) out[key] = header[name];
+    }
+    if (o.verbose) out["header"] = header;
+}
+
+// "YYYY-MM-DD HH:MM:SS.hh" of the film's start, from its file header.
+std::string StartTime(const CPtrOver& film) {
+    CPtrOver::PTR_DATE d{};
+    CPtrOver::PTR_TIME t{};
+    film.GetDate(&d);
+    film.GetTime(&t);
+    char text[48];
+    std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u.%02u", unsigned{d.year}, unsigned{d.month},
+                  unsigned{d.day}, unsigned{t.hour}, unsigned{t.minute}, unsigned{t.second}, unsigned{t.hundredths});
+    return text;
+}
+
+// What a film is at a glance: size, depth, frames (and how many the file
+// holds whole), rate, duration, start, camera, whether it carries its law.
+void FilmSummary(CPtrOver& film, Json& out) {
+    const uint64_t record = static_cast<uint64_t>(film.GetRecordWords()) * 2u;
+    const int64_t size = film.GetFileSize();
+    const uint64_t body = size > film.GetHeaderSize() ? static_cast<uint64_t>(size) - film.GetHeaderSize() : 0;
+    const unsigned long frames = film.GetFrameNumber();
+    const unsigned long whole = record ? static_cast<unsigned long>(std::min<uint64_t>(frames, body / record)) : 0;
+    const float rate = film.GetFrameRate();
+    _SCalibrationRBF law{};
+    out["kind"] = CPtrOver::PixelBytes(film.GetHeaderAddress()) == 8 ? "film of doubles" : "film";
+    out["width"] = film.GetPoint();
+    out["height"] = film.GetLine();
+    out["bits"] = film.GetBit();
+    out["frames"] = frames;
+    out["readable_frames"] = whole;
+    out["complete"] = whole == frames;
+    out["frame_rate_hz"] = rate > 0.0f ? Json(Float32(rate)) : Json(nullptr);
+    out["duration_s"] = rate > 0.0f ? Json(static_cast<double>(frames) / Float32(rate)) : Json(nullptr);
+    out["start"] = StartTime(film);
+    out["camera"] = Latin1ToUtf8(film.GetCamera());
+    out["law"] = film.GetRBFCalibParam(&law) != 0;
+    out["file_size"] = size;
+    if (whole != frames)
+        FileError(film.GetFileName(), "shorter than its " + std::to_string(frames) + " frames; " +
+                                          std::to_string(whole) + " frame(s) are whole");
+}
+
+// The time of frames A:B: seconds from the first frame of the film and time of day.
+int FrameTimes(const InfoOptions& o, CPtr& film, Json& out) {
+    unsigned long first = 0, last = 0;
+    if (!ParseFrames(o.frames, film.GetFrameNumber(), first, last, o.file)) return kFailed;
+    double start = 0.0;
+    if (!film.ReadTime(0, start)) return kFailed;
+    Json list = Json::array();
+    for (unsigned long n = first; n <= last; ++n) {
+        double t = 0.0;
+        if (!film.ReadTime(n, t)) {
+            FileError(o.file, film.GetLastErrorText());
+            return kFailed;
+        }
+        double elapsed = t - start;
+        if (elapsed < -43200.0) elapsed += 86400.0;  // past midnight
+        list.push_back({{"frame", n}, {"time_s", std::round(elapsed * 1e6) / 1e6}, {"time_of_day_s", t}});
+    }
+    out["frame_times"] = list;
+    return kDone;
 }
 
 int FilmInfo(const InfoOptions& o, Json& out) {
     CPtrOver header(o.file);
     if (!header.IsValid()) {
-        Error("file " + o.file + ": film signature \"RKK\", but its header is damaged or does not fit the file");
+        FileError(o.file, header.GetLastErrorText().empty() ? "a film whose header is damaged or does not fit the file"
+                                                            : header.GetLastErrorText());
         return kFailed;
     }
-    out["kind"] = CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8 ? "film of doubles" : "film";
-    out["file_size"] = header.GetFileSize();
-    // A film cut short (a full disk, an interrupted copy) is shown, and said to be so.
-    const uint64_t expected = static_cast<uint64_t>(header.GetHeaderSize()) +
-                              static_cast<uint64_t>(header.GetFrameNumber()) * header.GetRecordWords() * 2u;
-    out["complete"] = static_cast<uint64_t>(header.GetFileSize()) >= expected;
-    if (!out["complete"].get<bool>())
-        Error("file " + o.file + ": shorter than its " + std::to_string(header.GetFrameNumber()) + " frames (" +
-              std::to_string(header.GetFileSize()) + " bytes, " + std::to_string(expected) +
-              " expected); the film is truncated");
-    out["header"] = FileHeader(header);
+    FilmSummary(header, out);
+    if (o.verbose) out["header"] = FileHeader(header);
+    if (o.frame < 0 && o.frames.empty()) return kDone;
+    std::unique_ptr<CPtr> film;
+    if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(o.file, 0, 0, 1);
+    else film = std::make_unique<CPtr>(o.file, 0, 0, 1);
+    if (!film->IsValid()) {
+        FileError(o.file, film->GetLastErrorText());
+        return kFailed;
+    }
+    if (!o.frames.empty())
+        if (const int rc = FrameTimes(o, *film, out); rc != kDone) return rc;
     if (o.frame >= 0) {
         const unsigned long n = static_cast<unsigned long>(o.frame);
-        if (n >= header.GetFrameNumber()) {
-            Error("file " + o.file + ": no frame " + std::to_string(n) + " (the film holds " +
-                  std::to_string(header.GetFrameNumber()) + ")");
-            return kFailed;
+        if (n >= film->GetFrameNumber()) {
+            Error("--frame " + std::to_string(n) + ": the film holds frames 0 to " +
+                  std::to_string(static_cast<long>(film->GetFrameNumber()) - 1));
+            return kUsage;
         }
-        std::unique_ptr<CPtr> film;
-        if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(o.file, 0, 0, 1);
-        else film = std::make_unique<CPtr>(o.file, 0, 0, 1);
-        if (!film->IsValid() || !film->ReadFrame(n)) {
-            Error("file " + o.file + ": frame " + std::to_string(n) + " cannot be read");
+        if (!film->ReadFrame(n)) {
+            FileError(o.file, film->GetLastErrorText());
             return kFailed;
         }
         out["frame"] = n;
@@ -85,7 +164,8 @@ int FilmInfo(const InfoOptions& o, Json& out) {
 }
 
 
-std::string Text(const char* field, size_t size) { return std::string(field, strnlen(field, size)); }
+// A fixed-width 8-bit text field of a header, as UTF-8.
+std::string Text(const char* field, size_t size) { return Latin1ToUtf8(std::string_view(field, strnlen(field, size))); }
 
 int NucInfo(const InfoOptions& o, Json& out) {
     CNuc nuc(o.file.c_str());
@@ -98,9 +178,9 @@ int NucInfo(const InfoOptions& o, Json& out) {
     Json j;
     j["signature"] = Text(h.szSignature, sizeof(h.szSignature));
     j["version"] = Text(h.szVersion, sizeof(h.szVersion));
-    j["camera"] = nuc.GetCamera();
-    j["camera_serial"] = nuc.GetCameraSerial();
-    j["filter"] = nuc.GetFilter();
+    j["camera"] = Latin1ToUtf8(nuc.GetCamera());
+    j["camera_serial"] = Latin1ToUtf8(nuc.GetCameraSerial());
+    j["filter"] = Latin1ToUtf8(nuc.GetFilter());
     j["integration"] = nuc.GetIntegration();
     j["windowing"] = +h.byWindowing;
     j["window_x"] = +h.wWindowX;
@@ -108,7 +188,7 @@ int NucInfo(const InfoOptions& o, Json& out) {
     j["point"] = nuc.GetPoint();
     j["line"] = nuc.GetLine();
     j["pixel_count"] = nuc.GetSize();
-    out["header"] = j;
+    Describe(o, out, j, {"point", "line", "camera"});
     // The tables' ranges tell at a glance whether the table is plausible.
     const long n = nuc.GetSize();
     if (n > 0) {
@@ -143,7 +223,7 @@ int PixelInfo(const InfoOptions& o, Json& out) {
     j["point"] = map.GetPoint();
     j["line"] = map.GetLine();
     j["count"] = map.GetSize();
-    out["header"] = j;
+    Describe(o, out, j, {"point", "line", "count"});
     return kDone;
 }
 
@@ -160,7 +240,7 @@ int MappingInfo(const InfoOptions& o, Json& out) {
     j["version"] = Text(reinterpret_cast<const char*>(h) + 5, 5);
     j["point"] = map.GetPoint();
     j["line"] = map.GetLine();
-    out["header"] = j;
+    Describe(o, out, j, {"point", "line"});
     int reason = 0;
     const int ok = map.Check(&reason);
     out["permutation"] = ok ? "yes" : (reason == 1 ? "no: an entry beyond the image" : "no: a pixel named twice or never");
@@ -183,7 +263,7 @@ int CalibrationInfo(const InfoOptions& o, Json& out) {
     const CRect f = cal.GetFormat();
     j["tag"] = "EXP";
     j["version"] = Text(h.m_szVersion, sizeof(h.m_szVersion));
-    j["camera"] = cal.GetCamera();
+    j["camera"] = Latin1ToUtf8(cal.GetCamera());
     j["integration"] = +h.m_wIntegration;
     j["frame_rate"] = cal.GetFrameRate();
     j["aperture"] = cal.GetAperture();
@@ -191,16 +271,16 @@ int CalibrationInfo(const InfoOptions& o, Json& out) {
     j["housing"] = cal.GetHousingTemp();
     j["extension_flags"] = cal.GetExtensionTypes();
     j["date"] = date;
-    j["lens"] = cal.GetLens();
-    j["filter"] = cal.GetFilterName();
+    j["lens"] = Latin1ToUtf8(cal.GetLens());
+    j["filter"] = Latin1ToUtf8(cal.GetFilterName());
     j["distance"] = cal.GetDistance();
-    j["unit_x"] = cal.GetUnitX();
-    j["unit_y"] = cal.GetUnitY();
-    j["unit_label_x"] = cal.GetUnitLabelX();
-    j["unit_label_y"] = cal.GetUnitLabelY();
+    j["unit_x"] = Latin1ToUtf8(cal.GetUnitX());
+    j["unit_y"] = Latin1ToUtf8(cal.GetUnitY());
+    j["unit_label_x"] = Latin1ToUtf8(cal.GetUnitLabelX());
+    j["unit_label_y"] = Latin1ToUtf8(cal.GetUnitLabelY());
     j["format"] = {f.left, f.top, f.Width(), f.Height()};
     j["points"] = cal.GetSize();
-    out["header"] = j;
+    Describe(o, out, j, {"camera", "lens", "unit_x", "unit_y", "points"});
     if (cal.GetSize() > 0) {
         const unsigned last = cal.GetSize() - 1u;
         out["first_point"] = {cal.GetCurveX()[0], cal.GetCurveY()[0]};
@@ -226,7 +306,7 @@ int CatalogueInfo(const InfoOptions& o, Json& out) {
     j["header_size"] = +h.dwHeaderSize;
     j["tables"] = +h.wNbTables;
     j["windows"] = +h.wNbWindow;
-    out["header"] = j;
+    Describe(o, out, j, {"tables", "windows"});
     Json windows = Json::array();
     for (unsigned short w = 0; w < +h.wNbWindow; ++w) {
         CNucFile::NUC_TABLE_DESC d{};
@@ -279,7 +359,7 @@ int PaletteInfo(const InfoOptions& o, Json& out) {
     const auto& custom = *reader.GetCustomPalettes();
     for (size_t k = 0; k < names.size() && k < custom.size(); ++k)
         list.push_back({{"number", CLogPalette::FIRST_CUSTOM + static_cast<int>(k)},
-                        {"name", names[k]},
+                        {"name", Latin1ToUtf8(names[k])},
                         {"entries", custom[k].nEntries},
                         {"control_points", custom[k].nPoints}});
     out["palettes"] = list;
@@ -290,7 +370,7 @@ int PaletteInfo(const InfoOptions& o, Json& out) {
 // file ("RSP") and a palette file ("[name]") apart from anything else.
 std::string TextKind(const std::string& path) {
     // Only the beginning is looked at: a large file without line ends is not read whole.
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(PathFromUtf8(path), std::ios::binary);
     std::string head(65536, '\0');
     file.read(head.data(), static_cast<std::streamsize>(head.size()));
     head.resize(static_cast<size_t>(file.gcount()));
@@ -311,69 +391,94 @@ std::string TextKind(const std::string& path) {
     return std::string();
 }
 
-int RunInfo(const InfoOptions& o) {
-    const std::string why = MissingOrEmpty(o.file);
-    if (!why.empty()) {
-        Error("file " + o.file + ": " + why);
-        return kFailed;
-    }
-    unsigned char sig[8] = {};
+// The first bytes of a file: its signature; why it cannot be opened in *why.
+std::string Signature(const std::string& path, std::string& hex, std::string& why) {
+    unsigned char sig[4] = {};
     size_t got = 0;
-    {
-        File f;
-        if (!f.Open(o.file, File::modeRead | File::shareDenyNone)) {
-            Error("file " + o.file + ": cannot be opened (" + f.GetLastErrorText() + ")");
-            return kFailed;
-        }
-        got = f.Read(sig, sizeof(sig));
+    File f;
+    if (f.Open(path, File::modeRead | File::shareDenyNone)) got = f.Read(sig, sizeof(sig));
+    else why = "cannot be opened (" + f.GetLastErrorText() + ")";
+    char b[4];
+    for (size_t i = 0; i < got; ++i) {
+        std::snprintf(b, sizeof(b), "%02x", sig[i]);
+        hex += (i ? " " : "") + std::string(b);
     }
-    auto is = [&](const char* tag) { return got >= 4 && std::memcmp(sig, tag, 4) == 0; };
-    if (o.frame >= 0 && !is("RKK\0")) {
-        Error("--frame: file " + o.file + " is not a film");
-        return kUsage;
-    }
-    Json out;
-    out["file"] = o.file;
-    int rc;
-    if (is("RKK\0")) rc = FilmInfo(o, out);
-    else if (is("COE\0")) rc = NucInfo(o, out);
-    else if (is("PIX\0")) rc = PixelInfo(o, out);
-    else if (is("MAP\0")) rc = MappingInfo(o, out);
-    else if (is("EXP\0")) rc = CalibrationInfo(o, out);
-    else if (is("NUC\0")) rc = CatalogueInfo(o, out);
-    else {
-        const std::string kind = TextKind(o.file);
-        if (kind == "rsp") rc = ResponseInfo(o, out);
-        else if (kind == "palette") rc = PaletteInfo(o, out);
-        else {
-            std::string hex;
-            char b[4];
-            for (size_t i = 0; i < got && i < 4; ++i) {
-                std::snprintf(b, sizeof(b), "%02x", sig[i]);
-                hex += (i ? " " : "") + std::string(b);
-            }
-            Error("file " + o.file + ": not a thermokit file (unknown signature " + hex + ")");
-            return kFailed;
-        }
-    }
-    if (rc != kDone) return rc;
-    if (o.json) std::printf("%s\n", out.dump(2).c_str());
-    else PrintText(out, "");
-    return kDone;
+    return std::string(reinterpret_cast<const char*>(sig), got);
 }
 
-RegisterCommand reg(300, [](CLI::App& app) {
-    auto options = std::make_shared<InfoOptions>();
-    auto* info = app.add_subcommand("info", "Tell what a file of the toolkit is and show its header field by field");
-    info->add_option("file", options->file,
-                     "Film, film of doubles, NUC table, bad-pixel map, mapping, calibration, NUC catalogue, response "
-                     "or palette file")
-        ->required();
-    info->add_flag("--json", options->json, "Write JSON instead of name: value lines");
-    info->add_option("--frame", options->frame, "Films: also show the image header of this frame")->check(CLI::NonNegativeNumber);
-    info->footer("Example: thermokit info run.film --frame 10 --json");
-    info->callback([options] { SetAction([options] { return RunInfo(*options); }); });
-});
+// One file described into out, by the describer of its signature.
+int DescribeFile(const InfoOptions& o, Json& out) {
+    const std::string why = MissingOrEmpty(o.file);
+    if (!why.empty()) {
+        FileError(o.file, why);
+        return kFailed;
+    }
+    std::string hex, cannot;
+    const std::string sig = Signature(o.file, hex, cannot);
+    if (!cannot.empty()) {
+        FileError(o.file, cannot);
+        return kFailed;
+    }
+    static const std::pair<std::string, int (*)(const InfoOptions&, Json&)> kDescribers[] = {
+        {std::string("RKK\0", 4), FilmInfo},    {std::string("COE\0", 4), NucInfo},
+        {std::string("PIX\0", 4), PixelInfo},   {std::string("MAP\0", 4), MappingInfo},
+        {std::string("EXP\0", 4), CalibrationInfo}, {std::string("NUC\0", 4), CatalogueInfo},
+    };
+    out["file"] = NameToUtf8(o.file);
+    const bool film = sig == kDescribers[0].first;
+    if ((o.frame >= 0 || !o.frames.empty()) && !film) {
+        FileError(o.file, std::string(o.frame >= 0 ? "--frame" : "--frames") + " applies to films; this is not one");
+        return kUsage;
+    }
+    for (const auto& [tag, describe] : kDescribers)
+        if (sig == tag) return describe(o, out);
+    const std::string kind = TextKind(o.file);
+    if (kind == "rsp") return ResponseInfo(o, out);
+    if (kind == "palette") return PaletteInfo(o, out);
+    FileError(o.file, "not a thermokit file (unknown signature " + hex + ")");
+    return kFailed;
+}
+
+// Every file in turn (one failing does not stop the others); JSON: one
+// object for one file, an array for several.
+int RunInfo(InfoOptions o) {
+    int status = kDone;
+    Json all = Json::array();
+    for (size_t k = 0; k < o.files.size(); ++k) {
+        o.file = o.files[k];
+        Json out;
+        const int rc = DescribeFile(o, out);
+        if (rc != kDone) {
+            status = std::max(status, rc);
+            continue;
+        }
+        TidyFloats(out);
+        if (o.json) all.push_back(std::move(out));
+        else {
+            if (k > 0) std::printf("\n");
+            PrintText(out, "");
+        }
+    }
+    if (o.json && !all.empty()) std::printf("%s\n", (o.files.size() == 1 ? all[0] : all).dump(2).c_str());
+    return status;
+}
 
 }  // namespace
+
+void AddInfoCommand(CLI::App& app) {
+    auto options = std::make_shared<InfoOptions>();
+    auto* info = app.add_subcommand("info", "Tell what files of the toolkit are: a summary, or every header field with -v");
+    Input(info->add_option("files", options->files,
+                           "Films, films of doubles, NUC tables, bad-pixel maps, mappings, calibrations, NUC "
+                           "catalogues, response or palette files"))
+        ->required();
+    info->add_flag("--json", options->json, "Write JSON (an array for several files) instead of name: value lines");
+    info->add_flag("-v,--verbose", options->verbose, "Every field of the header, not only the summary");
+    info->add_option("--frame", options->frame, "Films: also show the image header of this frame")->check(NonNegative());
+    info->add_option("--frames", options->frames, "Films: list the times of frames A:B (\":\" for every frame)")->check(FrameRange());
+    info->footer("Example: thermokit info run.film\n         thermokit info -v run.film --frame 10 --json\n"
+                 "         thermokit info *.film --frames 0:9");
+    info->callback([options] { SetAction([options] { return RunInfo(*options); }); });
+}
+
 }  // namespace thermokit::cli

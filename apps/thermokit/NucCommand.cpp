@@ -1,8 +1,11 @@
 // thermokit nuc compute: a NUC table from one or two uniform reference films.
+#include <cmath>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "Command.h"
+#include "FilmHeaderJson.h"
 #include "FilmInput.h"
 #include "OutputFile.h"
 #include "thermokit/film/CPtr.h"
@@ -18,6 +21,7 @@ struct NucComputeOptions {
     bool keepGain = false;
     std::string gainLimits;
     std::string output;
+    bool json = false;
 };
 
 // "MIN:MAX" with MIN and MAX finite numbers.
@@ -37,76 +41,66 @@ bool ParseLimits(const std::string& text, float* min, float* max) {
     return true;
 }
 
-// Opens a film and says what is wrong with it; null when it cannot be used.
-bool CheckFilm(const std::string& path, CPtr& film) {
-    if (!File::Exists(path)) {
-        Error("file " + path + ": cannot be opened");
-        return false;
+// A reference film of levels, opened once and kept for the whole update; null with a message.
+std::unique_ptr<CPtr> OpenReference(const std::string& path) {
+    std::unique_ptr<CPtr> film = OpenFilmForReading(path);
+    if (!film) return nullptr;
+    if (film->GetPixelBytes() == 8) {
+        FileError(path, "a film of doubles; a NUC table is computed from a film of 16-bit levels");
+        return nullptr;
     }
-    if (!film.IsValid()) {
-        Error("file " + path + ": not a film of 16-bit images");
-        return false;
+    if (film->GetFrameNumber() == 0) {
+        FileError(path, "the film holds no frame");
+        return nullptr;
     }
-    if (film.GetFrameNumber() == 0) {
-        Error("file " + path + ": the film holds no image");
-        return false;
-    }
-    return FilmComplete(film, path);
+    return film;
 }
 
-int RunNucCompute(const NucComputeOptions& o) {
-    float gmin = 0.1f, gmax = 10.0f;
+std::string SizeText(const CPtr& film) { return std::to_string(film.GetPoint()) + " x " + std::to_string(film.GetLine()); }
+
+// The options that do not need the files; kDone or kUsage with a message.
+int CheckOptions(const NucComputeOptions& o, float& gmin, float& gmax) {
     if (!o.gainLimits.empty() && !ParseLimits(o.gainLimits, &gmin, &gmax)) {
-        Error("--gain-limits " + o.gainLimits + ": expected MIN:MAX, for example 0.5:2");
+        Error("--gain-limits " + o.gainLimits + ": expected MIN:MAX, two numbers, for example 0.5:2");
         return kUsage;
     }
-    const bool onePoint = o.hot.empty();
-    if (o.keepGain && !onePoint) {
+    if (!(gmin > 0.0f) || !(gmin < gmax) || !std::isfinite(gmax)) {
+        Error("--gain-limits " + o.gainLimits + ": expected 0 < MIN < MAX, for example 0.5:2");
+        return kUsage;
+    }
+    if (o.keepGain && !o.hot.empty()) {
         Error("--keep-gain only applies to a one-point update (no --hot film)");
         return kUsage;
     }
-    CPtr cold(o.cold, 0, 0, 0);
-    if (!CheckFilm(o.cold, cold)) return kFailed;
-    const unsigned short point = cold.GetPoint(), line = cold.GetLine();
-    if (!onePoint) {
-        CPtr hot(o.hot, 0, 0, 0);
-        if (!CheckFilm(o.hot, hot)) return kFailed;
-        if (hot.GetPoint() != point || hot.GetLine() != line) {
-            Error("file " + o.hot + ": " + std::to_string(hot.GetPoint()) + " x " + std::to_string(hot.GetLine()) +
-                  " pixels, but the cold film has " + std::to_string(point) + " x " + std::to_string(line));
-            return kFailed;
-        }
+    if (!o.hot.empty() && SameFile(o.cold, o.hot)) {
+        Error("--hot " + o.hot + ": the same film as --cold; a two-point update needs two scenes");
+        return kUsage;
     }
+    return kDone;
+}
 
-    // Keeping the gain means re-centring the offsets of an existing table:
-    // the output table is read first and its gains stay.
-    CNuc nuc(point, line);
-    if (o.keepGain) {
-        CNuc existing(o.output.c_str());
-        if (!existing.IsValid()) {
-            Error("file " + o.output + ": --keep-gain needs an existing NUC table to keep the gains of");
-            return kFailed;
-        }
-        if (existing.GetSize() != nuc.GetSize() || existing.GetPoint() != point || existing.GetLine() != line) {
-            Error("file " + o.output + ": the table is " + std::to_string(existing.GetPoint()) + " x " +
-                  std::to_string(existing.GetLine()) + " pixels, the film " + std::to_string(point) + " x " +
-                  std::to_string(line));
-            return kFailed;
-        }
-        nuc = existing;
-    } else {
+// Keeping the gain re-centres the offsets of an existing table: the output is read first.
+bool StartTable(const NucComputeOptions& o, const CPtr& cold, CNuc& nuc) {
+    if (!o.keepGain) {
         nuc.Reset();
+        return true;
     }
-    nuc.SetGainLimit(gmin, gmax);
-    if (!Quiet()) std::fprintf(stderr, "averaging %lu frame(s) of %s%s\n", cold.GetFrameNumber(), o.cold.c_str(),
-                 onePoint ? "" : (" and the frames of " + o.hot).c_str());
-    nuc.Update(o.cold.c_str(), onePoint ? nullptr : o.hot.c_str(), onePoint ? 1 : 0, o.keepGain ? 1 : 0);
-    OutputFile target(o.output);
-    if (!nuc.Save(target.c_str())) {
-        Error("file " + o.output + ": cannot be created");
-        return kFailed;
+    CNuc existing(o.output.c_str());
+    if (!existing.IsValid()) {
+        FileError(o.output, "--keep-gain needs an existing NUC table to keep the gains of (" +
+                                existing.GetLastErrorText() + ")");
+        return false;
     }
-    if (!target.Commit()) return kFailed;
+    if (existing.GetPoint() != cold.GetPoint() || existing.GetLine() != cold.GetLine()) {
+        FileError(o.output, "the table is for " + std::to_string(existing.GetPoint()) + " x " +
+                                std::to_string(existing.GetLine()) + " pixels, the film has " + SizeText(cold));
+        return false;
+    }
+    nuc = existing;
+    return true;
+}
+
+void Summary(const NucComputeOptions& o, CNuc& nuc, float gmin, float gmax) {
     const float* g = nuc.GetAlpha();
     const long n = nuc.GetSize();
     long atMin = 0, atMax = 0;
@@ -116,13 +110,55 @@ int RunNucCompute(const NucComputeOptions& o) {
         if (g[i] == gmin) ++atMin;
         if (g[i] == gmax) ++atMax;
     }
+    const char* kind = o.hot.empty() ? "one-point" : "two-point";
+    if (o.json) {
+        const Json j = {{"file", NameToUtf8(o.output)}, {"width", nuc.GetPoint()}, {"height", nuc.GetLine()},
+                        {"update", kind}, {"mean_gain", n ? sum / n : 0.0},
+                        {"gain_limits", {Float32(gmin), Float32(gmax)}}, {"at_lower_limit", atMin},
+                        {"at_upper_limit", atMax}};
+        std::printf("%s\n", j.dump(2).c_str());
+        return;
+    }
     Note("%s: %u x %u pixels, %s, mean gain %.6f, %ld gain(s) at the lower limit %g, %ld at the upper limit %g\n",
-                o.output.c_str(), point, line, onePoint ? "one-point" : "two-point", n ? sum / n : 0.0, atMin,
-                static_cast<double>(gmin), atMax, static_cast<double>(gmax));
+         o.output.c_str(), nuc.GetPoint(), nuc.GetLine(), kind, n ? sum / n : 0.0, atMin, static_cast<double>(gmin),
+         atMax, static_cast<double>(gmax));
+}
+
+int RunNucCompute(const NucComputeOptions& o) {
+    float gmin = 0.1f, gmax = 10.0f;
+    if (const int rc = CheckOptions(o, gmin, gmax); rc != kDone) return rc;
+    const bool onePoint = o.hot.empty();
+    std::unique_ptr<CPtr> cold = OpenReference(o.cold), hot;
+    if (!cold || (!onePoint && !(hot = OpenReference(o.hot)))) return kFailed;
+    if (hot && (hot->GetPoint() != cold->GetPoint() || hot->GetLine() != cold->GetLine())) {
+        FileError(o.hot, SizeText(*hot) + " pixels, but the cold film has " + SizeText(*cold));
+        return kFailed;
+    }
+    CNuc nuc(cold->GetPoint(), cold->GetLine());
+    if (!StartTable(o, *cold, nuc)) return kFailed;
+    nuc.SetGainLimit(gmin, gmax);
+    if (!Quiet() && !o.json)
+        std::fprintf(stderr, "averaging %lu frame(s) of %s%s\n", cold->GetFrameNumber(), o.cold.c_str(),
+                     onePoint ? "" : (" and the frames of " + o.hot).c_str());
+    if (!nuc.Update(*cold, hot.get(), onePoint ? 1 : 0, o.keepGain ? 1 : 0)) {
+        const CPtr& failed = cold->GetLastErrorText().empty() && hot ? *hot : *cold;
+        FileError(failed.GetFileName(), failed.GetLastErrorText().empty() ? "a frame cannot be read"
+                                                                          : failed.GetLastErrorText());
+        return kFailed;
+    }
+    OutputFile target(o.output);
+    if (!nuc.Save(target.c_str())) {
+        FileError(o.output, "cannot be written (" + nuc.GetLastErrorText() + ")");
+        return kFailed;
+    }
+    if (!target.Commit()) return kFailed;
+    Summary(o, nuc, gmin, gmax);
     return kDone;
 }
 
-RegisterCommand reg(300, [](CLI::App& app) {
+}  // namespace
+
+void AddNucCommand(CLI::App& app) {
     auto* nuc = app.add_subcommand("nuc", "Non-uniformity correction tables");
     nuc->require_subcommand(1);
     nuc->footer("Example: thermokit nuc compute --cold bb20.film --hot bb40.film -o cam.nuc");
@@ -131,15 +167,15 @@ RegisterCommand reg(300, [](CLI::App& app) {
         "compute",
         "Compute a NUC table from uniform reference films (each averaged over its frames): two-point with --hot, "
         "else one-point (gain 1, or the existing table's gains with --keep-gain)");
-    compute->add_option("--cold", opts->cold, "Film of the cold (or only) uniform reference")->required();
-    compute->add_option("--hot", opts->hot, "Film of the hot uniform reference (two-point update)");
+    Input(compute->add_option("--cold", opts->cold, "Film of the cold (or only) uniform reference"))->required();
+    Input(compute->add_option("--hot", opts->hot, "Film of the hot uniform reference (two-point update)"));
     compute->add_flag("--keep-gain", opts->keepGain,
                       "One point: keep (and re-clamp) the gains of the existing table named by -o");
     compute->add_option("--gain-limits", opts->gainLimits, "Gain limits MIN:MAX (default 0.1:10)");
-    compute->add_option("-o,--output", opts->output, "NUC table to write")->required();
+    Output(compute->add_option("-o,--output", opts->output, "NUC table to write"))->required();
+    compute->add_flag("--json", opts->json, "Write the summary as JSON");
     compute->footer("Example: thermokit nuc compute --cold bb20.film --hot bb40.film --gain-limits 0.5:2 -o cam.nuc");
     compute->callback([opts] { SetAction([opts] { return RunNucCompute(*opts); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

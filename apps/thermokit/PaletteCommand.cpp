@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Command.h"
+#include "FilmHeaderJson.h"
 #include "OutputFile.h"
 #include "Picture.h"
 #include "thermokit/display/CLogPalette.h"
@@ -21,24 +22,33 @@ struct PaletteOptions {
     bool vertical = false;
     int width = 0;
     int height = 0;
+    bool json = false;
 };
 
 int RunList(const PaletteOptions& o) {
     CLogPalette reader(CLogPalette::GREY, 0, nullptr);
     if (!LoadCustomPalettes(o.file, reader)) return kFailed;
+    Json list = Json::array();
     for (int i = 0; i < CLogPalette::FIRST_CUSTOM; ++i) {
         CLogPalette p(static_cast<unsigned short>(i), 0, nullptr);
-        std::printf("%3d  %-12s %3d entries\n", i, CLogPalette::GetPaletteName(i).c_str(), p.GetEntryCount());
+        list.push_back({{"number", i}, {"name", CLogPalette::GetPaletteName(i)}, {"entries", p.GetEntryCount()},
+                        {"custom", false}});
     }
     const auto& names = *reader.GetCustomPalleteName();
     const auto& custom = *reader.GetCustomPalettes();
-    for (size_t k = 0; k < names.size(); ++k) {
-        const int number = CLogPalette::FIRST_CUSTOM + static_cast<int>(k);
-        if (custom[k].nEntries == 0)
-            std::printf("%3d  %-12s empty (no entry-count line)\n", number, names[k].c_str());
-        else
-            std::printf("%3d  %-12s %3d entries, %d control points\n", number, names[k].c_str(), custom[k].nEntries,
-                        custom[k].nPoints);
+    for (size_t k = 0; k < names.size() && k < custom.size(); ++k)
+        list.push_back({{"number", CLogPalette::FIRST_CUSTOM + static_cast<int>(k)}, {"name", Latin1ToUtf8(names[k])},
+                        {"entries", custom[k].nEntries}, {"control_points", custom[k].nPoints}, {"custom", true}});
+    if (o.json) {
+        std::printf("%s\n", list.dump(2).c_str());
+        return kDone;
+    }
+    for (const Json& p : list) {
+        const std::string name = EscapeControls(p["name"].get<std::string>());
+        const int number = p["number"], entries = p["entries"];
+        if (!p["custom"]) std::printf("%3d  %-12s %3d entries\n", number, name.c_str(), entries);
+        else if (entries == 0) std::printf("%3d  %-12s empty (no entry-count line)\n", number, name.c_str());
+        else std::printf("%3d  %-12s %3d entries, %d control points\n", number, name.c_str(), entries, p["control_points"].get<int>());
     }
     return kDone;
 }
@@ -71,14 +81,17 @@ int RunRender(const PaletteOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(500, [](CLI::App& app) {
+}  // namespace
+
+void AddPaletteCommand(CLI::App& app) {
     auto options = std::make_shared<PaletteOptions>();
     auto* group = app.add_subcommand("palette", "Built-in and custom colour palettes");
     group->require_subcommand(1);
     group->footer("Example: thermokit palette list --file palettes.ini");
 
     auto* list = group->add_subcommand("list", "List the number and name of every built-in and custom palette");
-    list->add_option("--file", options->file, "Palette file with custom palettes");
+    Input(list->add_option("--file", options->file, "Palette file with custom palettes"));
+    list->add_flag("--json", options->json, "Write JSON: number, name, entries of each palette");
     list->footer("Example: thermokit palette list --file palettes.ini");
     list->callback([options] { SetAction([options] { return RunList(*options); }); });
 
@@ -86,13 +99,12 @@ RegisterCommand reg(500, [](CLI::App& app) {
     render->add_option("palette", options->palette, "Palette name or number")->required();
     render->add_flag("--swap", options->swap, "Reverse the palette");
     render->add_flag("--vertical", options->vertical, "Vertical bar (highest level at the top)");
-    render->add_option("--file", options->file, "Palette file with custom palettes");
+    Input(render->add_option("--file", options->file, "Palette file with custom palettes"));
     render->add_option("--width", options->width, "Picture width in pixels")->check(CLI::Range(1, 16384));
     render->add_option("--height", options->height, "Picture height in pixels")->check(CLI::Range(1, 16384));
-    render->add_option("-o,--output", options->output, "PNG file to write")->required();
+    Output(render->add_option("-o,--output", options->output, "PNG file to write"))->required();
     render->footer("Example: thermokit palette render \"Hot Metal\" --vertical -o bar.png");
     render->callback([options] { SetAction([options] { return RunRender(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

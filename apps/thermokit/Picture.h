@@ -10,6 +10,7 @@
 #include "Command.h"
 #include "Conversion.h"
 #include "FilmInput.h"
+#include "Progress.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/processing/FilmPicture.h"
 
@@ -17,7 +18,7 @@ namespace thermokit::cli {
 
 inline void AddPictureOptions(CLI::App* sub, PictureOptions& o) {
     sub->add_option("--palette", o.palette, "Palette name or number (default 2, rainbow)");
-    sub->add_option("--palette-file", o.paletteFile, "Palette file with custom palettes (their names or numbers 11..)");
+    Input(sub->add_option("--palette-file", o.paletteFile, "Palette file with custom palettes (their names or numbers 11..)"));
     sub->add_option("--range", o.range,
                     "Display range LO:HI (degC with a calibration, levels without, a film of doubles' own unit), "
                     "or auto (default): one range for all frames drawn");
@@ -59,6 +60,23 @@ inline bool StartFilmPicture(const PictureSetup& setup, Film& film, const std::s
 inline bool DrawFilmFrame(Picture& picture, Film& film, const std::string& path, unsigned long n) {
     std::string error;
     if (thermokit::DrawFilmFrame(picture, *film.ptr, path, n, error)) return true;
+    Error(error);
+    return false;
+}
+
+// Draws the frames on several threads (process: several at once, write: in
+// frame order, each with its canvas), stepping progress after each write;
+// false with a message.
+inline bool DrawFilmFrames(const Picture& picture, Film& film, const std::string& path,
+                           const std::vector<unsigned long>& frames, const DrawnStage& process, const DrawnStage& write,
+                           Progress& progress) {
+    std::string error;
+    const auto step = [&](const DrawnFrame& d) {
+        if (write && !write(d)) return false;
+        progress.Step(d.item + 1);
+        return true;
+    };
+    if (thermokit::DrawFilmFrames(picture, *film.ptr, path, frames, process, step, error)) return true;
     Error(error);
     return false;
 }

@@ -74,7 +74,9 @@ int RunPlanck(const PlanckOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(410, [](CLI::App& app) {
+}  // namespace
+
+void AddPlanckCommand(CLI::App& app) {
     auto opts = std::make_shared<PlanckOptions>();
     auto* sub = app.add_subcommand("planck", "Band radiance, photon radiance and pixel budget of a black body");
     sub->add_option("-t,--temperature", opts->temperature, "Black-body temperature, degC")->required();
@@ -91,7 +93,6 @@ RegisterCommand reg(410, [](CLI::App& app) {
     sub->add_flag("--json", opts->json, "Print the results as JSON");
     sub->footer("Example: thermokit planck -t 30 -b 3.7 4.1 -f 2 --pitch 15 --qe 70 --integration 1000");
     sub->callback([opts] { SetAction([opts] { return RunPlanck(*opts); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

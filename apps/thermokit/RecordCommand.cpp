@@ -238,20 +238,22 @@ int RunRecord(const RecordOptions& o) {
     return ok ? kDone : kFailed;
 }
 
-RegisterCommand reg(320, [](CLI::App& app) {
+}  // namespace
+
+void AddRecordCommand(CLI::App& app) {
     auto options = std::make_shared<RecordOptions>();
     auto* record = app.add_subcommand("record", "Record a camera (or the simulated one) through the bank ring into a film");
     record->add_option("--camera", options->camera,
                        "Camera id, serial number or IP address (thermokit cameras lists them), or sim (default)");
-    record->add_option("-o,--output", options->output, "Film file to write")->required();
+    Output(record->add_option("-o,--output", options->output, "Film file to write"))->required();
     record->add_option("-n,--count", options->count, "Number of frames")->check(CLI::Range(1ul, 4294967295ul));
     record->add_option("--duration", options->duration, "Seconds to record from the first frame")
-        ->check(CLI::PositiveNumber);
+        ->check(Positive());
     record->add_option("--rate", options->rate,
                        "Frames per second (simulated camera: default 100, 0 as fast as possible; a camera keeps its own)")
         ->check(CLI::Range(0.0, 1e6));
     record->add_option("--exposure", options->exposure, "Exposure (integration) time in microseconds")
-        ->check(CLI::PositiveNumber);
+        ->check(Positive());
     record->add_option("--roi", options->roi, "Window on the sensor X,Y,W,H (default: as the camera is)");
     record->add_option("--bits", options->bits,
                        "Bit depth: a camera's Mono12, Mono14 or Mono16 (default: as offered); simulated 1 to 16 (default 14)")
@@ -259,14 +261,24 @@ RegisterCommand reg(320, [](CLI::App& app) {
     record->add_option("--size", options->size, "Simulated sensor size WxH (default 640x512)");
     record->add_option("--banks", options->banks, "Number of memory banks, 1 to 1024 (default 8)")
         ->check(CLI::Range(1, 1024));
-    record->add_option("--bank-size", options->bankSize, "Bytes of one bank, the size of every disk write (default 1048576)")
-        ->check(CLI::Range(1ul, 0xFFFFFFFFul));
+    // Smaller banks make one system call per few bytes (a recording that
+    // never keeps up); other sizes cannot be written straight to disk.
+    record->add_option("--bank-size", options->bankSize,
+                       "Bytes of one bank, the size of every disk write: a multiple of 4096 from 4096 to 1073741824 "
+                       "(default 1048576)")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                const unsigned long long v = std::strtoull(text.c_str(), nullptr, 10);
+                return v >= 4096 && v <= (1ull << 30) && v % 4096 == 0
+                           ? std::string()
+                           : "expected a multiple of 4096 from 4096 to 1073741824 bytes";
+            },
+            "BYTES"));
     record->footer(
         "Example: thermokit record --camera Aravis-Fake-GV01 -o run.film --duration 30 --rate 100 --roi 0,0,640,512 --bits 16\n"
         "Simulated: thermokit record -o sim.film --count 500 --size 640x512 --bits 14 --rate 200 --banks 16 --bank-size 4194304\n"
         "Ctrl-C ends the recording with a valid film of every frame so far.");
     record->callback([options] { SetAction([options] { return RunRecord(*options); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -30,6 +30,7 @@
 #include "thermokit/environment/CRegistry.h"
 #include "thermokit/environment/RegistryStore.h"
 #include "thermokit/platform/Endian.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
@@ -357,7 +358,7 @@ int RunExport(const Options& o) {
         return kDone;
     }
     OutputFile target(o.output);
-    std::ofstream out(target.Temp(), std::ios::binary | std::ios::trunc);
+    std::ofstream out(PathFromUtf8(target.Temp()), std::ios::binary | std::ios::trunc);
     out << text;
     out.close();
     if (!out) {
@@ -378,7 +379,9 @@ void AddCommon(CLI::App* sub, Options& o, const char* nameHelp) {
 
 const std::vector<std::string> kTypes = {"string", "int", "dword", "word", "bool", "double"};
 
-RegisterCommand reg(700, [](CLI::App& app) {
+}  // namespace
+
+void AddRegistryCommand(CLI::App& app) {
     static Options o;
     auto* registry = app.add_subcommand("registry", "Read and change the settings store (machine and user)");
     registry->require_subcommand(1);
@@ -427,10 +430,9 @@ RegisterCommand reg(700, [](CLI::App& app) {
 
     auto* exp = registry->add_subcommand("export", "Write a key and everything below it as JSON");
     AddCommon(exp, o, nullptr);
-    exp->add_option("--output,-o", o.output, "Write to this file instead of standard output");
+    Output(exp->add_option("--output,-o", o.output, "Write to this file instead of standard output"));
     exp->footer("Example: thermokit registry export 0 --subkey NucFile -o nucfile.json");
     exp->callback([] { SetAction([] { return RunExport(o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

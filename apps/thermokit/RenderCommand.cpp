@@ -51,18 +51,19 @@ int RunRender(const RenderOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(310, [](CLI::App& app) {
+}  // namespace
+
+void AddRenderCommand(CLI::App& app) {
     auto o = std::make_shared<RenderOptions>();
     auto* render = app.add_subcommand("render", "Draw one frame of a film through a palette into a PNG picture");
-    render->add_option("film", o->file, "Film file")->required();
-    render->add_option("--frame", o->frame, "Frame number (default 0)")->check(CLI::NonNegativeNumber);
+    Input(render->add_option("film", o->file, "Film file"))->required();
+    render->add_option("--frame", o->frame, "Frame number (default 0)")->check(NonNegative());
     AddPictureOptions(render, o->picture);
     AddConversionOptions(render, o->conversion);
-    render->add_option("-o,--output", o->output, "PNG file to write")->required();
+    Output(render->add_option("-o,--output", o->output, "PNG file to write"))->required();
     render->footer("Example: thermokit render run.film --frame 10 --palette \"Hot Metal\" --cut 2 -o frame.png\n"
                    "         thermokit render run.film --embedded --range 20:60 --isotherm 45:50:red --bar -o t.png");
     render->callback([o] { SetAction([o] { return RunRender(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

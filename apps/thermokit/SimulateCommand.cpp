@@ -120,16 +120,18 @@ int RunSimulate(const SimulateOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(360, [](CLI::App& app) {
+}  // namespace
+
+void AddSimulateCommand(CLI::App& app) {
     auto o = std::make_shared<SimulateOptions>();
     auto* sub = app.add_subcommand("simulate", "Write a film of the simulated camera");
-    sub->add_option("-o,--output", o->output, "Film to write")->required();
+    Output(sub->add_option("-o,--output", o->output, "Film to write"))->required();
     sub->add_option("--scene", o->scene,
                     "uniform, plate, lockin or materials (a plate in three bands of emissivity 0.95, 0.7, 0.3; "
                     "default uniform)");
     sub->add_option("--size", o->size, "Detector size WxH (default 320x256)");
     sub->add_option("--bits", o->bits, "Bit depth (default 14)")->check(CLI::Range(8, 16));
-    sub->add_option("--frames", o->frames, "Number of frames (default 10)")->check(CLI::Range(1L, 1000000L));
+    sub->add_option("-n,--count", o->frames, "Number of frames (default 10)")->check(CLI::Range(1L, 1000000L));
     sub->add_option("-t,--temperature", o->temperature,
                     "uniform: black-body temperature; lockin: mean sample temperature (degC, default 30)");
     sub->add_option("--left", o->left, "plate, materials: left edge temperature, degC (default 15, materials 10)");
@@ -146,10 +148,9 @@ RegisterCommand reg(360, [](CLI::App& app) {
     sub->add_option("--rate", o->rate, "Frame rate, Hz (default 100)")->check(CLI::Range(0.01, 100000.0));
     sub->add_option("--seed", o->seed, "Seed of the camera's maps and noise (default 1)");
     sub->add_flag("--defects", o->defects, "Dead, hot and noisy pixels (about one of each kind in 5,000)");
-    sub->add_option("--truth", o->truth, "Also write the true temperatures as a film of doubles");
-    sub->footer("Example: thermokit simulate --scene plate --size 640x512 --frames 50 --move 2 -o plate.film");
+    Output(sub->add_option("--truth", o->truth, "Also write the true temperatures as a film of doubles"));
+    sub->footer("Example: thermokit simulate --scene plate --size 640x512 --count 50 --move 2 -o plate.film");
     sub->callback([o] { SetAction([o] { return RunSimulate(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -40,6 +40,10 @@ void RestoreInterrupt();
 // holds open are closed first (the tool is about to end).
 void RemoveFileNow(const char* path);
 
+// Removes a folder with its files and sub-folders, depth levels deep; safe
+// in cleanup (system calls only, no allocation on Linux).
+void RemoveTreeNow(const char* path, int depth);
+
 // A new file for writing, as a C library descriptor with the permissions the
 // user's mask leaves (truncated when it exists; not inherited by child
 // processes; bytes as written on every system). -1 with errno set.
@@ -49,5 +53,9 @@ int CreateOutputDescriptor(const std::string& path);
 // MOVEFILE_REPLACE_EXISTING on Windows). False with the system's reason in
 // *why.
 bool MoveIntoPlace(const std::string& from, const std::string& to, std::string* why);
+
+// Renames the folder from to the name to, which must not exist. False with
+// the system's reason in *why (when given).
+bool MoveFolder(const std::string& from, const std::string& to, std::string* why);
 
 }  // namespace thermokit::cli

@@ -66,7 +66,7 @@ int RunTemperature(const TemperatureOptions& o) {
     CFrame* frame = film.ptr->GetFrame();
     const unsigned short maxLevel = film.ptr->GetMaxLevel();
     nlohmann::ordered_json j;
-    j["file"] = o.file;
+    j["file"] = NameToUtf8(o.file);
     j["frame"] = n;
     j["unit"] = unit;
     if (!object.empty())
@@ -162,15 +162,17 @@ int RunTemperature(const TemperatureOptions& o) {
     return kDone;
 }
 
-RegisterCommand reg(340, [](CLI::App& app) {
+}  // namespace
+
+void AddTemperatureCommand(CLI::App& app) {
     auto o = std::make_shared<TemperatureOptions>();
     auto* sub = app.add_subcommand("temperature", "Temperatures of one frame at a pixel or over a rectangle");
-    sub->add_option("film", o->file, "Film file")->required();
+    Input(sub->add_option("film", o->file, "Film file"))->required();
     AddConversionOptions(sub, o->conversion);
     auto* pixel = sub->add_option("--pixel", o->pixel, "One pixel X,Y");
     auto* roi = sub->add_option("--roi", o->roi, "Rectangle x,y,w,h (default the whole image)");
     pixel->excludes(roi);
-    sub->add_option("--frame", o->frame, "Frame number (default 0)")->check(CLI::NonNegativeNumber);
+    sub->add_option("--frame", o->frame, "Frame number (default 0)")->check(NonNegative());
     sub->add_flag("--json", o->json, "Write JSON");
     sub->footer("Example: thermokit temperature run.film --embedded --emissivity 0.7 --reflected 25 --roi 100,80,64,48");
     sub->callback([o] {
@@ -178,7 +180,6 @@ RegisterCommand reg(340, [](CLI::App& app) {
             throw CLI::ValidationError("temperature", "give --calib FILE or --embedded");
         SetAction([o] { return RunTemperature(*o); });
     });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -93,20 +93,21 @@ int RunView(ViewOptions o) {
     return kDone;
 }
 
-RegisterCommand reg(315, [](CLI::App& app) {
+}  // namespace
+
+void AddViewCommand(CLI::App& app) {
     auto o = std::make_shared<ViewOptions>();
     auto* sub = app.add_subcommand("view", "Look at films in a web browser (a local server and its page)");
-    sub->add_option("films", o->films, "Film files, one tab each")->required();
+    Input(sub->add_option("films", o->films, "Film files, one tab each"))->required();
     AddConversionOptions(sub, o->conversion);
-    sub->add_option("--nuc", o->nuc, "NUC table: a correction switch in the page");
-    sub->add_option("--badpixels", o->badPixels, "Bad-pixel map: a correction switch in the page");
-    sub->add_option("--palette-file", o->paletteFile, "Palette file with custom palettes");
+    Input(sub->add_option("--nuc", o->nuc, "NUC table: a correction switch in the page"));
+    Input(sub->add_option("--badpixels", o->badPixels, "Bad-pixel map: a correction switch in the page"));
+    Input(sub->add_option("--palette-file", o->paletteFile, "Palette file with custom palettes"));
     sub->add_option("--port", o->port, "Port to listen on (default 0: any free port)")->check(CLI::Range(0, 65535));
     sub->add_option("--listen", o->listen,
                     "Address to listen on (default 127.0.0.1, this machine only; 0.0.0.0 every interface)");
     sub->footer("Example: thermokit view out/demo/films/scene.film --embedded   (then open the address it prints)");
     sub->callback([o] { SetAction([o] { return RunView(*o); }); });
-});
+}
 
-}  // namespace
 }  // namespace thermokit::cli

@@ -158,8 +158,9 @@ py::tuple Lockin(const py::object& source, double frequency, const py::object& f
         {
             py::gil_scoped_release nogil;
             ErrorCapture errors;
-            auto film = OpenFilmForReading(path);
-            if (!film) errors.File(path, "");
+            ErrorKind kind = ErrorKind::None;
+            auto film = OpenFilmForReading(path, &kind);
+            if (!film) errors.File(path, "", kind);
             if (film->GetPixelBytes() != 2) errors.Value(FileText(path, "a film of doubles; lock-in needs a film of levels"));
             if (rate == 0.0) rate = film->GetFrameRate();
             if (!(rate > 0.0)) errors.Value(FileText(path, "the film gives no frame rate; pass frame_rate"));

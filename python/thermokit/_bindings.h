@@ -21,6 +21,8 @@
 namespace thermokit {
 struct _SCalibrationRBF;
 struct ConversionOptions;
+class LastError;
+enum class ErrorKind : int;
 }
 
 namespace thermokit::python {
@@ -48,6 +50,9 @@ struct IndexError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 struct TypeError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+struct MemoryError : std::runtime_error {  // what a file asks for cannot be allocated
     using std::runtime_error::runtime_error;
 };
 
@@ -83,8 +88,13 @@ public:
     [[noreturn]] void Value(const std::string& fallback);
     // A file that could not be used: FileNotFoundError or OSError when the
     // file system is the reason (missing, unreadable, empty is not one of
-    // them), else ValueError, each with the library's text or the fallback.
+    // them), MemoryError when the library recorded that what the file asks
+    // for cannot be allocated (kind, or the LastError of the object that
+    // read it), else ValueError, each with the library's text or the
+    // fallback.
     [[noreturn]] void File(const std::string& path, const std::string& fallback);
+    [[noreturn]] void File(const std::string& path, const std::string& fallback, ErrorKind kind);
+    [[noreturn]] void File(const std::string& path, const std::string& fallback, const LastError& source);
 
 private:
     std::vector<Message> m_messages;

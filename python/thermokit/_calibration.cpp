@@ -112,7 +112,8 @@ std::shared_ptr<Calibration> Load(const PathArg& file, const std::string& kind) 
         throw ValueError("kind " + kind + ": \"curve\", \"extended\" or \"compensated\" expected");
     }
     if (result != 0)
-        errors.File(path, FileText(path, "not a readable calibration file (tag \"EXP\" expected, or the file is damaged)"));
+        errors.File(path, FileText(path, "not a readable calibration file (tag \"EXP\" expected, or the file is damaged)"),
+                    c->cal->GetLastErrorKind());
     return c;
 }
 

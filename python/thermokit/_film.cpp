@@ -296,8 +296,9 @@ std::shared_ptr<Film> OpenFilm(const PathArg& file) {
     {
         py::gil_scoped_release nogil;
         ErrorCapture errors;
-        ptr = OpenFilmForReading(path);
-        if (!ptr) errors.File(path, FileText(path, "not a film, or its header is damaged or does not fit the file"));
+        ErrorKind kind = ErrorKind::None;
+        ptr = OpenFilmForReading(path, &kind);
+        if (!ptr) errors.File(path, FileText(path, "not a film, or its header is damaged or does not fit the file"), kind);
     }
     auto f = std::make_shared<Film>();
     f->path = path;

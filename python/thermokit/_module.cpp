@@ -13,6 +13,7 @@
 
 #include "_bindings.h"
 #include "thermokit/film/FilmReader.h"
+#include "thermokit/platform/LastError.h"
 #include "thermokit/platform/Version.h"
 #include "thermokit/processing/FilmConversion.h"
 
@@ -78,6 +79,20 @@ std::string SourcePath(const py::handle& source) {
     if (py::hasattr(source, "read") && py::hasattr(source, "path") && py::hasattr(source, "header"))
         return source.attr("path").cast<PathArg>().value;
     return std::string();
+}
+
+void ErrorCapture::File(const std::string& path, const std::string& fallback, ErrorKind kind) {
+    if (kind == ErrorKind::Memory) {
+        m_raised = true;
+        throw MemoryError(Text(fallback));
+    }
+    File(path, fallback);
+}
+
+void ErrorCapture::File(const std::string& path, const std::string& fallback, const LastError& source) {
+    // The object's own text, when it kept one, is what the tool prints after the file name.
+    const std::string text = source.GetLastErrorText().empty() ? fallback : FileText(path, source.GetLastErrorText());
+    File(path, text, source.GetLastErrorKind());
 }
 
 void ErrorCapture::File(const std::string& path, const std::string& fallback) {
@@ -301,6 +316,8 @@ PYBIND11_MODULE(_thermokit, m) {
             raise(PyExc_IndexError, e.what());
         } catch (const tp::TypeError& e) {
             raise(PyExc_TypeError, e.what());
+        } catch (const tp::MemoryError& e) {
+            raise(PyExc_MemoryError, e.what());
         }
     });
     m.attr("__version__") = thermokit::GetVersion();

@@ -67,7 +67,7 @@ std::shared_ptr<Nuc> LoadNuc(const PathArg& file) {
     py::gil_scoped_release nogil;
     ErrorCapture errors;
     n->nuc = std::make_unique<CNuc>(path.c_str());
-    if (!n->nuc->IsValid()) errors.File(path, FileText(path, "not a readable NUC table"));
+    if (!n->nuc->IsValid()) errors.File(path, FileText(path, "not a readable NUC table"), *n->nuc);
     const long size = static_cast<long>(n->Point()) * n->Line();
     if (n->nuc->GetSize() != size)
         errors.Value(FileText(path, "holds " + std::to_string(n->nuc->GetSize()) + " pixels, not " +

@@ -27,8 +27,9 @@ std::string FilmPath(const py::object& film) {
 // The film at path, checked as the tool checks it; the exception of its problem otherwise.
 std::unique_ptr<CPtr> OpenChecked(const std::string& path) {
     ErrorCapture errors;
-    auto film = OpenFilmForReading(path);
-    if (!film) errors.File(path, FileText(path, "not a film, or its header is damaged or does not fit the file"));
+    ErrorKind kind = ErrorKind::None;
+    auto film = OpenFilmForReading(path, &kind);
+    if (!film) errors.File(path, FileText(path, "not a film, or its header is damaged or does not fit the file"), kind);
     return film;
 }
 

@@ -273,6 +273,13 @@ def _client(scheduler, workers):
         with client:
             yield client
         return
+    import multiprocessing
+    if getattr(multiprocessing.current_process(), "_inheriting", False):
+        # A worker process being started imports the caller's script again (the
+        # spawn start method); a script that runs a batch at its top level would
+        # start clusters within clusters.
+        raise UsageError("a local cluster's worker processes import the calling script again: run the batch "
+                         "under `if __name__ == \"__main__\":` in a script")
     n = workers or os.cpu_count() or 1
     with distributed.LocalCluster(n_workers=n, threads_per_worker=1, processes=True, dashboard_address=":0",
                                   silence_logs=logging.ERROR) as cluster, distributed.Client(cluster) as client:

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/Png.h"
 #include "support/ToolRun.h"
 #if !defined(_WIN32)
 #include "support/ChildProcess.h"
@@ -34,18 +35,6 @@ namespace {
 const bool kPrivateStores = thermokit::test::UsePrivateStores();
 
 std::string TempName(const std::string& tag) { return thermokit::test::TempPath("recording_" + tag); }
-
-// Width and height of a PNG file from its header chunk; 0, 0 when it is not one.
-void PngSize(const std::string& path, uint32_t& w, uint32_t& h) {
-    w = h = 0;
-    std::ifstream in(path, std::ios::binary);
-    unsigned char b[24] = {};
-    if (!in.read(reinterpret_cast<char*>(b), 24)) return;
-    static const unsigned char sig[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    if (std::memcmp(b, sig, 8) != 0 || std::memcmp(b + 12, "IHDR", 4) != 0) return;
-    w = (uint32_t{b[16]} << 24) | (uint32_t{b[17]} << 16) | (uint32_t{b[18]} << 8) | b[19];
-    h = (uint32_t{b[20]} << 24) | (uint32_t{b[21]} << 16) | (uint32_t{b[22]} << 8) | b[23];
-}
 
 // Difference of two angles in degrees, brought into [-180, 180).
 double AngleDiff(double a, double b) {
@@ -250,10 +239,9 @@ TEST(LockinCommand, RecoversAmplitudeAndPhaseOfKnownSinusoids) {
             EXPECT_LE(p[i], 180.0);
         }
     for (const char* suffix : {"_module.png", "_phase.png"}) {
-        uint32_t w = 0, h = 0;
-        PngSize(prefix + suffix, w, h);
-        EXPECT_EQ(w, kPoint) << suffix;
-        EXPECT_EQ(h, kLine) << suffix;
+        const thermokit::test::Picture picture = thermokit::test::ReadPng(prefix + suffix);
+        EXPECT_EQ(picture.width, kPoint) << suffix;
+        EXPECT_EQ(picture.height, kLine) << suffix;
     }
 
     // The low-pass filter: the module grows linearly along x, so interior

@@ -235,7 +235,11 @@ TEST(SharedMemory, ThirdPartyRefusedOwnerOnlyAndNormalClose) {
         EXPECT_EQ(st.st_mode & 0777, 0600u) << n;
         EXPECT_EQ(st.st_uid, geteuid());
     }
-    EXPECT_FALSE(ObjectExists(name));  // the rendezvous event is gone after meeting
+    // The rendezvous event is gone once both sides have met and let it go (the
+    // partner may still be on its way out of Open).
+    const auto until = Clock::now() + std::chrono::seconds(10);
+    while (ObjectExists(name) && Clock::now() < until) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_FALSE(ObjectExists(name));
 
     ASSERT_EQ(write(pipeFd[1], "x", 1), 1);
     close(pipeFd[1]);

@@ -14,6 +14,7 @@ using namespace thermokit;
 using thermokit::test::ReadAll;
 using thermokit::test::TempPath;
 using thermokit::test::WriteAll;
+using namespace thermokit::test;
 
 namespace {
 
@@ -29,27 +30,26 @@ CCalibration ThreePoints() {
 
 TEST(CalibrationCurve, InterpolationBothWays) {
     CCalibration c = ThreePoints();
-    float y = -1.0f;
-    EXPECT_EQ(c.Interpolate(1500.0f, &y, 0), 1);
-    EXPECT_EQ(y, 20.0f);
-    EXPECT_EQ(c.Interpolate(2000.0f, &y, 0), 1);  // a stored abscissa gives its ordinate
-    EXPECT_EQ(y, 30.0f);
-    y = -1.0f;
-    EXPECT_EQ(c.Interpolate(500.0f, &y, 0), 0);
-    EXPECT_EQ(c.Interpolate(5000.0f, &y, 0), 0);
-    EXPECT_EQ(y, -1.0f);
-    EXPECT_EQ(c.Interpolate(500.0f, &y, 1), 1);
-    EXPECT_EQ(y, 0.0f);
-    EXPECT_EQ(c.Interpolate(5000.0f, &y, 1), 1);
-    EXPECT_EQ(y, 60.0f);
-    float x = 0.0f;
-    EXPECT_EQ(c.FindAbscisse(40.0f, &x, 0), 1);
-    EXPECT_EQ(x, 3000.0f);
-    EXPECT_EQ(c.FindAbscisse(50.0f, &x, 0), 1);
-    EXPECT_EQ(x, 4000.0f);
-    EXPECT_EQ(c.FindAbscisse(0.0f, &x, 0), 0);
-    EXPECT_EQ(c.FindAbscisse(0.0f, &x, 1), 1);
-    EXPECT_EQ(x, 500.0f);
+    // The result and the value written (-1 where none is).
+    const auto interp = [&c](float x, int extrapolate) {
+        float y = -1.0f;
+        return std::pair{c.Interpolate(x, &y, extrapolate), y};
+    };
+    const auto find = [&c](float y, int extrapolate) {
+        float x = -1.0f;
+        return std::pair{c.FindAbscisse(y, &x, extrapolate), x};
+    };
+    EXPECT_EQ(interp(1500.0f, 0), std::pair(1, 20.0f));
+    EXPECT_EQ(interp(2000.0f, 0), std::pair(1, 30.0f));  // a stored abscissa gives its ordinate
+    EXPECT_EQ(interp(500.0f, 0), std::pair(0, -1.0f));
+    EXPECT_EQ(interp(5000.0f, 0), std::pair(0, -1.0f));
+    EXPECT_EQ(interp(500.0f, 1), std::pair(1, 0.0f));
+    EXPECT_EQ(interp(5000.0f, 1), std::pair(1, 60.0f));
+    EXPECT_EQ(find(40.0f, 0), std::pair(1, 3000.0f));
+    EXPECT_EQ(find(50.0f, 0), std::pair(1, 4000.0f));
+    EXPECT_EQ(find(0.0f, 0).first, 0);
+    EXPECT_EQ(find(0.0f, 1), std::pair(1, 500.0f));
+    float x = 0.0f, y = 0.0f;
 
     // One point: no conversion at all, even at its own abscissa.
     CCalibration one("CAM", 0);
@@ -170,20 +170,11 @@ TEST(CalibrationFile, ThreePointsWriteFiftyPlusFiftyFloats) {
     const std::vector<uint8_t> b = ReadAll(path);
     ASSERT_EQ(b.size(), 267u + 50 * 4 + 50 * 4);
     EXPECT_EQ(std::memcmp(b.data(), "EXP\0\0" "5.70\0CAM", 13), 0);
-    EXPECT_EQ(b[30], 26);
-    EXPECT_EQ(load<uint16_t>(b.data(), 31), 1500);
-    EXPECT_EQ(load<uint16_t>(b.data(), 33), 100);
-    EXPECT_EQ(load<float>(b.data(), 43), 25.5f);
-    EXPECT_EQ(b[47], 0);
-    EXPECT_EQ(load<uint16_t>(b.data(), 137), 2024);
-    EXPECT_EQ(b[139], 14);
-    EXPECT_EQ(b[140], 7);
-    EXPECT_EQ(load<float>(b.data(), 171), 1.0f);
-    EXPECT_EQ(std::memcmp(b.data() + 185, "degC", 5), 0);
-    EXPECT_EQ(load<uint16_t>(b.data(), 265), 3);
-    EXPECT_EQ(load<float>(b.data(), 267 + 8), 4000.0f);
-    EXPECT_EQ(load<float>(b.data(), 267 + 12), 0.0f);
-    EXPECT_EQ(load<float>(b.data(), 267 + 200 + 4), 30.0f);
+    // End of text, integration, frame rate, housing temperature, extensions, year, day, month, distance,
+    // unit, points; then abscissae and ordinates of 50 each.
+    ExpectFields(b, {{30, u8{26}}, {31, u16{1500}}, {33, u16{100}}, {43, 25.5f}, {47, u8{0}}, {137, u16{2024}},
+                     {139, u8{14}}, {140, u8{7}}, {171, 1.0f}, {185, "degC"}, {189, u8{0}}, {265, u16{3}},
+                     {267 + 8, 4000.0f}, {267 + 12, 0.0f}, {267 + 200 + 4, 30.0f}});
     for (size_t i = 48; i < 137; ++i) EXPECT_EQ(b[i], 0) << i;
 
     EXPECT_EQ(c.Save("/nonexistent-dir/x.cal"), 0);
@@ -216,20 +207,12 @@ TEST(CalibrationFile, ExtensionsRoundTripByteExact) {
     ASSERT_EQ(c.Save(path.c_str()), 1);
     const std::vector<uint8_t> b = ReadAll(path);
     const size_t ext = 267 + 400;
-    EXPECT_EQ(load<uint16_t>(b.data(), 265), 2);
     ASSERT_EQ(b.size(), ext + 64 + (8 + 3 * 8) + (8 + 1 * 8) + 64 + 26);
-    EXPECT_EQ(b[47], 3);
-    EXPECT_EQ(load<int32_t>(b.data(), ext), 2);
-    EXPECT_EQ(load<float>(b.data(), ext + 64), 20.0f);  // classes in key order
-    EXPECT_EQ(load<int32_t>(b.data(), ext + 68), 3);
-    EXPECT_EQ(load<float>(b.data(), ext + 72), 10.0f);
-    EXPECT_EQ(load<float>(b.data(), ext + 72 + 12), 900.0f);
     const size_t lens = ext + 64 + 32 + 16;
-    EXPECT_EQ(load<int32_t>(b.data(), lens), 1);
-    EXPECT_EQ(std::memcmp(b.data() + lens + 64, "L25", 4), 0);
-    EXPECT_EQ(load<int16_t>(b.data(), lens + 64 + 14), 640);
-    EXPECT_EQ(load<float>(b.data(), lens + 64 + 18), 2.0f);
-    EXPECT_EQ(load<float>(b.data(), lens + 64 + 22), 100.0f);
+    // Points, extension flags, class count; classes in key order (key, element count, elements); lenses.
+    ExpectFields(b, {{265, u16{2}}, {47, u8{3}}, {ext, int32_t{2}}, {ext + 64, 20.0f}, {ext + 68, int32_t{3}},
+                     {ext + 72, 10.0f}, {ext + 72 + 12, 900.0f}, {lens, int32_t{1}}, {lens + 64, "L25"},
+                     {lens + 64 + 14, int16_t{640}}, {lens + 64 + 18, 2.0f}, {lens + 64 + 22, 100.0f}});
 
     CCalibration back(path.c_str(), nullptr);
     ASSERT_EQ(back.IsValid(), 1);

@@ -6,6 +6,15 @@
 
 using namespace thermokit;
 
+namespace {
+
+// Why the definition cannot be written ("written" when it can).
+std::string Refusal(CFilterDefinition& f, std::string& name) { return f.FormatFilter(name) ? "written" : f.GetError(); }
+// Why the text cannot be read ("read" when it can).
+std::string Parsed(CFilterDefinition& f, const char* text) { return f.ParseFilter(text) ? "read" : f.GetError(); }
+
+}  // namespace
+
 TEST(FilterDefinition, WideBandRoundTrip) {
     CFilterDefinition f;
     f.SetFilterType(CFilterDefinition::FT_WI);
@@ -67,60 +76,44 @@ TEST(FilterDefinition, NamesOfEachType) {
 TEST(FilterDefinition, EveryRefusalHasItsMessage) {
     std::string name = "unchanged";
     CFilterDefinition f;
-    EXPECT_EQ(f.FormatFilter(name), 0);
-    EXPECT_EQ(f.GetError(), "Definition m_Type not defined.");
+    EXPECT_EQ(Refusal(f, name), "Definition m_Type not defined.");
     f.SetDefinitionType(CFilterDefinition::FD_CUT);
     f.SetFilterType(CFilterDefinition::FT_WI);
-    EXPECT_EQ(f.FormatFilter(name), 0);
-    EXPECT_EQ(f.GetError(), "Cut On not defined or incorrect.");
+    EXPECT_EQ(Refusal(f, name), "Cut On not defined or incorrect.");
     f.SetCutOn(4.0f);
-    EXPECT_EQ(f.FormatFilter(name), 0);
-    EXPECT_EQ(f.GetError(), "Cut Off not defined or incorrect.");
+    EXPECT_EQ(Refusal(f, name), "Cut Off not defined or incorrect.");
     f.SetCutOff(4.0f);  // equal: refused whatever the message says
-    EXPECT_EQ(f.FormatFilter(name), 0);
-    EXPECT_EQ(f.GetError(), "Cut On must be less or equal to Cut Off.");
+    EXPECT_EQ(Refusal(f, name), "Cut On must be less or equal to Cut Off.");
     f.SetCutOff(5.0f);
-    EXPECT_EQ(f.FormatFilter(name), 0);
-    EXPECT_EQ(f.GetError(), "Filter transmission not defined or incorrect.");
+    EXPECT_EQ(Refusal(f, name), "Filter transmission not defined or incorrect.");
     f.SetTransmission(100.5f);
     EXPECT_EQ(f.FormatFilter(name), 0);
     f.SetTransmission(100.0f);
     EXPECT_EQ(f.FormatFilter(name), 1);
     EXPECT_EQ(name, "WI_4.00-5.00_100%");
     f.SetFilterType(CFilterDefinition::FT_NONE);
-    EXPECT_EQ(f.FormatFilter(name), 0);
-    EXPECT_EQ(f.GetError(), "m_Type not defined");
+    EXPECT_EQ(Refusal(f, name), "m_Type not defined");
 
     CFilterDefinition c;
     c.SetDefinitionType(CFilterDefinition::FD_CENTRAL);
     c.SetFilterType(CFilterDefinition::FT_HP);
-    EXPECT_EQ(c.FormatFilter(name), 0);
-    EXPECT_EQ(c.GetError(), "Cannot process central wavelength definition for that type of filter.");
+    EXPECT_EQ(Refusal(c, name), "Cannot process central wavelength definition for that type of filter.");
     c.SetFilterType(CFilterDefinition::FT_NA);
-    EXPECT_EQ(c.FormatFilter(name), 0);
-    EXPECT_EQ(c.GetError(), "Central wavelength not defined or incorrect.");
+    EXPECT_EQ(Refusal(c, name), "Central wavelength not defined or incorrect.");
     c.SetMiddleWavelength(0.1f);
-    EXPECT_EQ(c.FormatFilter(name), 0);
-    EXPECT_EQ(c.GetError(), "Filter width not defined or incorrect.");
+    EXPECT_EQ(Refusal(c, name), "Filter width not defined or incorrect.");
     c.SetWidth(0.2f);
-    EXPECT_EQ(c.FormatFilter(name), 0);
-    EXPECT_EQ(c.GetError(), "Central wavelength must be higher than width.");
+    EXPECT_EQ(Refusal(c, name), "Central wavelength must be higher than width.");
     c.SetTransmission(0.0f);
     c.SetMiddleWavelength(4.0f);
-    EXPECT_EQ(c.FormatFilter(name), 0);
-    EXPECT_EQ(c.GetError(), "Filter transmission not defined or incorrect.");
+    EXPECT_EQ(Refusal(c, name), "Filter transmission not defined or incorrect.");
 
     CFilterDefinition p;
-    EXPECT_EQ(p.ParseFilter("WI_3.70-4.10_085%X"), 0);  // 18 characters
-    EXPECT_EQ(p.GetError(), "Incorrect filter definition.");
+    EXPECT_EQ(Parsed(p, "WI_3.70-4.10_085%X"), "Incorrect filter definition.");  // 18 characters
     EXPECT_EQ(p.GetFilterType(), CFilterDefinition::FT_NONE);
-    EXPECT_EQ(p.ParseFilter("XX_3.70_085%"), 0);
-    EXPECT_EQ(p.GetError(), "Unable to parse filter type");
-    EXPECT_EQ(p.ParseFilter("L"), 0);
-    EXPECT_EQ(p.GetError(), "Unable to parse filter type");
-    EXPECT_EQ(p.ParseFilter("LP_4.10_abc%"), 0);
-    EXPECT_EQ(p.GetError(), "Unable to parse transmission");
-    EXPECT_EQ(p.ParseFilter("WI_3.70"), 0);
-    EXPECT_EQ(p.GetError(), "Unable to parse transmission");
+    EXPECT_EQ(Parsed(p, "XX_3.70_085%"), "Unable to parse filter type");
+    EXPECT_EQ(Parsed(p, "L"), "Unable to parse filter type");
+    EXPECT_EQ(Parsed(p, "LP_4.10_abc%"), "Unable to parse transmission");
+    EXPECT_EQ(Parsed(p, "WI_3.70"), "Unable to parse transmission");
     EXPECT_EQ(name, "WI_4.00-5.00_100%");
 }

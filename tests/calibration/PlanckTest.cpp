@@ -131,21 +131,20 @@ TEST(ResponseFile, AddAndTransmissionLookup) {
     EXPECT_EQ(f.Remove(4.0), 1);
     EXPECT_EQ(f.GetArray().size(), 3u);
 
-    double t = -1.0;
-    EXPECT_EQ(f.GetTransmission(3.0, t, 0), 1);  // exact, even without extrapolation
-    EXPECT_EQ(t, 0.5);
-    EXPECT_EQ(f.GetTransmission(3.5, t, 0), 1);
-    EXPECT_DOUBLE_EQ(t, 0.6);
-    EXPECT_EQ(f.GetTransmission(5.0, t, 0), 1);
-    EXPECT_EQ(t, 0.1);
-    t = -1.0;
-    EXPECT_EQ(f.GetTransmission(2.5, t, 0), 0);
-    EXPECT_EQ(f.GetTransmission(5.5, t, 0), 0);
-    EXPECT_EQ(t, -1.0);
-    EXPECT_EQ(f.GetTransmission(2.5, t, 1), 1);  // line through the first two
-    EXPECT_DOUBLE_EQ(t, 0.4);
-    EXPECT_EQ(f.GetTransmission(6.0, t, 1), 1);  // line through the last two
-    EXPECT_DOUBLE_EQ(t, -0.5);
+    // The result and the transmission written (-1 where none is).
+    const auto at = [&f](double lambda, int extrapolate) {
+        double t = -1.0;
+        return std::pair{f.GetTransmission(lambda, t, extrapolate), t};
+    };
+    EXPECT_EQ(at(3.0, 0), std::pair(1, 0.5));  // exact, even without extrapolation
+    EXPECT_EQ(at(3.5, 0).first, 1);
+    EXPECT_DOUBLE_EQ(at(3.5, 0).second, 0.6);
+    EXPECT_EQ(at(5.0, 0), std::pair(1, 0.1));
+    EXPECT_EQ(at(2.5, 0), std::pair(0, -1.0));
+    EXPECT_EQ(at(5.5, 0), std::pair(0, -1.0));
+    EXPECT_DOUBLE_EQ(at(2.5, 1).second, 0.4);   // line through the first two
+    EXPECT_DOUBLE_EQ(at(6.0, 1).second, -0.5);  // line through the last two
+    EXPECT_EQ(at(6.0, 1).first, 1);
 }
 
 TEST(ResponseFile, ExtrapolationWithFewerThanTwoRecordsThrows) {
@@ -206,14 +205,10 @@ TEST(SpectralResponse, GridAndIndex) {
     EXPECT_EQ(r.GetLambda()[0], 3.0);
     EXPECT_EQ(r.GetLambda()[3], 4.5);  // the upper bound is never a sample
     EXPECT_EQ(r.GetResponse()[2], 1.0);
-    EXPECT_EQ(r.GetLamdbaIndex(3.0), 0);
-    EXPECT_EQ(r.GetLamdbaIndex(3.49), 0);
-    EXPECT_EQ(r.GetLamdbaIndex(3.5), 1);
-    EXPECT_EQ(r.GetLamdbaIndex(4.4), 2);
-    EXPECT_EQ(r.GetLamdbaIndex(4.5), -1);  // last cell answers -1 (kept)
-    EXPECT_EQ(r.GetLamdbaIndex(5.0), -1);
-    EXPECT_EQ(r.GetLamdbaIndex(2.9), -1);
-    EXPECT_EQ(r.GetLamdbaIndex(5.1), -1);
+    // The last cell (from 4.5) answers -1 (kept).
+    std::vector<int> index;
+    for (double lambda : {3.0, 3.49, 3.5, 4.4, 4.5, 5.0, 2.9, 5.1}) index.push_back(r.GetLamdbaIndex(lambda));
+    EXPECT_EQ(index, (std::vector<int>{0, 0, 1, 2, -1, -1, -1, -1}));
     CSpectralResponse none(3.0, 5.0, 0);
     EXPECT_EQ(none.GetLamdbaIndex(4.0), -1);
 }

@@ -55,11 +55,9 @@ TEST(RBFRecord, LayoutAndFilmBlock) {
     p.m_fParam43 = 3.5f;
     p.m_fParam75 = 9.5f;
     const auto* raw = reinterpret_cast<const uint8_t*>(&p);
-    EXPECT_EQ(raw[0], 1);
-    EXPECT_EQ(load<int32_t>(raw, 5), 1000);
-    EXPECT_EQ(load<uint16_t>(raw, 17), 1);
-    EXPECT_EQ(load<float>(raw, 27), 3400.0f);
-    EXPECT_EQ(load<float>(raw, 75), 9.5f);
+    // Type, level zero, non-linear flag, B, the last parameter.
+    using namespace thermokit::test;
+    ExpectFields(Bytes(raw, raw + sizeof p), {{0, u8{1}}, {5, int32_t{1000}}, {17, u16{1}}, {27, 3400.0f}, {75, 9.5f}});
 
     uint8_t block[44];
     std::memset(block, 0xEE, sizeof block);
@@ -78,15 +76,14 @@ TEST(RBFRecord, LayoutAndFilmBlock) {
     CCalibrationRBF cal(p);
     EXPECT_EQ(cal.IsCalibrationFactorEqual(nullptr), 0);
     EXPECT_EQ(cal.IsCalibrationFactorEqual(&p), 1);
-    _SCalibrationRBF other = p;
-    other.m_fParam75 = 9.25f;
-    EXPECT_EQ(cal.IsCalibrationFactorEqual(&other), 0);
-    other = p;
-    other.m_wParam21 = 3;
-    EXPECT_EQ(cal.IsCalibrationFactorEqual(&other), 0);
-    other = p;
-    other.m_byType = 2;
-    EXPECT_EQ(cal.IsCalibrationFactorEqual(&other), 0);
+    // One member changed, whichever, is another law.
+    for (void (*change)(_SCalibrationRBF&) : {+[](_SCalibrationRBF& o) { o.m_fParam75 = 9.25f; },
+                                              +[](_SCalibrationRBF& o) { o.m_wParam21 = 3; },
+                                              +[](_SCalibrationRBF& o) { o.m_byType = 2; }}) {
+        _SCalibrationRBF other = p;
+        change(other);
+        EXPECT_EQ(cal.IsCalibrationFactorEqual(&other), 0);
+    }
 
     EXPECT_STREQ(cal.GetRuntimeClass()->m_lpszClassName, "CCalibrationRBF");
     EXPECT_EQ(cal.IsKindOf(RUNTIME_CLASS(CCalibration)), 1);

@@ -1,8 +1,6 @@
 #pragma once
 // Running the tool as a process on files made by the library, in a folder of
 // the test's own; splitting its text, reading its pictures back.
-#include <png.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -10,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/Bytes.h"
+#include "support/Png.h"
 #include "support/ToolRun.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CFrame.h"
@@ -21,14 +21,8 @@ struct Result {
     std::string out, err;
 };
 
-inline std::string ReadText(const std::string& path) {
-    const std::vector<uint8_t> bytes = thermokit::test::ReadAll(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-inline void WriteText(const std::string& path, const std::string& text) {
-    thermokit::test::WriteAll(path, std::vector<uint8_t>(text.begin(), text.end()));
-}
+using thermokit::test::ReadText;
+using thermokit::test::WriteText;
 
 // A fresh, empty folder for one test.
 inline std::string Folder(const std::string& name) {
@@ -76,22 +70,7 @@ inline std::vector<std::string> Split(const std::string& text, char sep) {
     return parts;
 }
 
-// An 8-bit RGB picture read back with libpng; width 0 on failure.
-struct Picture {
-    unsigned width = 0, height = 0;
-    std::vector<unsigned char> rgb;
-};
-inline Picture ReadPng(const std::string& path) {
-    Picture p;
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&image, path.c_str())) return p;
-    image.format = PNG_FORMAT_RGB;
-    p.rgb.resize(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, p.rgb.data(), 0, nullptr)) return Picture{};
-    p.width = image.width;
-    p.height = image.height;
-    return p;
-}
+using thermokit::test::Picture;
+using thermokit::test::ReadPng;
 
 }  // namespace clitest

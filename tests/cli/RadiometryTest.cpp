@@ -38,7 +38,7 @@ long Count(const std::string& text, const std::string& word) {
 TEST(Radiometry, LevelsBelowTheLawsZeroAreNaNInEveryOutput) {
     if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
     const std::string dir = Folder("radiometry_domain"), film = dir + "/cold.film";
-    ASSERT_EQ(Tool("simulate -t -60 --size 32x32 --frames 1 -o " + film).code, 0);
+    ASSERT_EQ(Tool("simulate -t -60 --size 32x32 --count 1 -o " + film).code, 0);
     CPtr ptr(film, 0, 0, 1);
     _SCalibrationRBF law{};
     ASSERT_EQ(ptr.GetRBFCalibParam(&law), 1);
@@ -122,7 +122,7 @@ TEST(Radiometry, LevelsBelowTheLawsZeroAreNaNInEveryOutput) {
 TEST(Radiometry, ObjectParametersUnitsAndUsage) {
     if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
     const std::string dir = Folder("radiometry_object"), film = dir + "/grey.film";
-    ASSERT_EQ(Tool("simulate -t 80 --emissivity 0.7 --reflected 60 --size 32x32 --frames 1 -o " + film).code, 0);
+    ASSERT_EQ(Tool("simulate -t 80 --emissivity 0.7 --reflected 60 --size 32x32 --count 1 -o " + film).code, 0);
     auto mean = [&](const std::string& options) {
         const Result r = Tool("temperature " + film + " --embedded --json " + options);
         EXPECT_EQ(r.code, 0) << options << r.err;

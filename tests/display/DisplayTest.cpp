@@ -1,6 +1,5 @@
 // Display bitmaps, device contexts, frame display (fitting, margins, regions) and PNG output.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -9,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/Png.h"
+#include "support/ToolRun.h"
 #include "thermokit/display/CBit.h"
 #include "thermokit/display/CBit24.h"
 #include "thermokit/display/CLogPalette.h"
@@ -21,27 +22,9 @@
 #include "thermokit/platform/PngWriter.h"
 
 using namespace thermokit;
+using namespace thermokit::test;
 
 namespace {
-
-std::string TempPath(const std::string& name) {
-    return ::testing::TempDir() + "display_" + std::to_string(::getpid()) + "_" + name;
-}
-
-// Reads an 8-bit RGB PNG with libpng; empty on failure.
-std::vector<uint8_t> ReadPngRgb(const std::string& path, int& width, int& height) {
-    std::vector<uint8_t> pixels;
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&image, path.c_str())) return pixels;
-    EXPECT_EQ(image.format & PNG_FORMAT_FLAG_ALPHA, 0u);
-    image.format = PNG_FORMAT_RGB;
-    pixels.resize(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr)) pixels.clear();
-    width = static_cast<int>(image.width);
-    height = static_cast<int>(image.height);
-    return pixels;
-}
 
 // A LUT where level v shows as (v, 255 - v, 7) for v < 256 and white above.
 void RampLut(CLut24& lut) {
@@ -87,20 +70,17 @@ TEST(Bit24, UpdateMasksLevelsAndHonoursRangeAndMask) {
     CBit24 bit(8, 1, 0);
     ASSERT_EQ(bit.Update(levels.data(), &lut), 1);
     const uint32_t* out = bit.GetBuffer();
-    EXPECT_EQ(out[2], 0x01000FFFu);
-    EXPECT_EQ(out[3], 0x01000000u);  // bits above the depth are masked off
-    EXPECT_EQ(out[4], 0x01000FFFu);
-    EXPECT_EQ(out[5], 0x01000234u);
+    using V = std::vector<uint32_t>;
+    // Bits above the depth are masked off.
+    EXPECT_EQ(V(out, out + 8), (V{0x01000000u, 0x01000001u, 0x01000FFFu, 0x01000000u, 0x01000FFFu, 0x01000234u,
+                                  0x01000007u, 0x01000008u}));
 
     // first / count / step, and the mask colour where the mask byte is 0.
     std::memset(bit.GetBuffer(), 0, 32);
     const unsigned char mask[8] = {1, 1, 0, 1, 1, 1, 1, 1};
     ASSERT_EQ(bit.Update(levels.data(), &lut, mask, 0, 3, 2, Rgb(1, 2, 3)), 1);
-    EXPECT_EQ(out[0], 0x01000000u);
-    EXPECT_EQ(out[1], 0u);
-    EXPECT_EQ(out[2], 0x00010203u);  // masked: blue, green, red bytes of the colour
-    EXPECT_EQ(out[4], 0x01000FFFu);
-    EXPECT_EQ(out[6], 0u);  // count 3 stops after pixel 4
+    // Pixels 0, 2 and 4; 2 masked: blue, green, red bytes of the colour; count 3 stops after pixel 4.
+    EXPECT_EQ(V(out, out + 8), (V{0x01000000u, 0, 0x00010203u, 0, 0x01000FFFu, 0, 0, 0}));
     // A count beyond the bitmap is cut; bad arguments are refused.
     EXPECT_EQ(bit.Update(levels.data(), &lut, nullptr, 6, 100, 1), 1);
     EXPECT_EQ(out[7], 0x01000008u);
@@ -311,37 +291,36 @@ TEST(Png, CanvasAndBitmapRoundTrip) {
     CWnd wnd(100, 70);
     CRect dest(0, 0, 100, 70), src(0, 0, 64, 48);
     frame.Display24(&wnd, &dest, &src, &lut, 1, 1, Rgb(12, 34, 56), nullptr, nullptr);
+    const auto expectRgb = [](const unsigned char* p, int r, int g, int b) {
+        EXPECT_EQ(p[0], r);
+        EXPECT_EQ(p[1], g);
+        EXPECT_EQ(p[2], b);
+    };
     const std::string path = TempPath("canvas.png");
     ASSERT_EQ(wnd.SavePng(path.c_str()), 1);
-    int w = 0, h = 0;
-    std::vector<uint8_t> rgb = ReadPngRgb(path, w, h);
-    ASSERT_EQ(w, 100);
-    ASSERT_EQ(h, 70);
-    ASSERT_EQ(rgb.size(), 100u * 70u * 3u);
+    Picture pic = ReadPng(path);
+    ASSERT_EQ(pic.width, 100u);
+    ASSERT_EQ(pic.height, 70u);
+    EXPECT_FALSE(pic.alpha);
     long mismatches = 0;
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const COLORREF c = wnd.GetCanvasPixel(x, y);
-            const uint8_t* p = &rgb[(static_cast<size_t>(y) * 100 + x) * 3];
+    for (unsigned y = 0; y < pic.height; ++y)
+        for (unsigned x = 0; x < pic.width; ++x) {
+            const COLORREF c = wnd.GetCanvasPixel(static_cast<int>(x), static_cast<int>(y));
+            const uint8_t* p = pic.At(x, y);
             if (p[0] != GetRValue(c) || p[1] != GetGValue(c) || p[2] != GetBValue(c)) ++mismatches;
         }
     EXPECT_EQ(mismatches, 0);
-    EXPECT_EQ(rgb[0], 12);
-    EXPECT_EQ(rgb[1], 34);
-    EXPECT_EQ(rgb[2], 56);
+    expectRgb(pic.At(0, 0), 12, 34, 56);
     std::remove(path.c_str());
 
     // The frame's bitmap itself, as the screen shows it (blue-first entries -> RGB).
     const std::string bitPath = TempPath("bit.png");
     ASSERT_EQ(frame.GetBit24()->SavePng(bitPath.c_str(), 64, 48), 1);
-    rgb = ReadPngRgb(bitPath, w, h);
-    ASSERT_EQ(w, 64);
-    ASSERT_EQ(h, 48);
+    pic = ReadPng(bitPath);
+    ASSERT_EQ(pic.width, 64u);
+    ASSERT_EQ(pic.height, 48u);
     const uint32_t p = lut.GetBuffer()[frame.GetPixel(63, 47)];
-    const uint8_t* last = &rgb[(47 * 64 + 63) * 3];
-    EXPECT_EQ(last[0], (p >> 16) & 0xFF);
-    EXPECT_EQ(last[1], (p >> 8) & 0xFF);
-    EXPECT_EQ(last[2], p & 0xFF);
+    expectRgb(pic.At(63, 47), (p >> 16) & 0xFF, (p >> 8) & 0xFF, p & 0xFF);
     std::remove(bitPath.c_str());
 
     // A memory context's own bitmap.
@@ -353,12 +332,10 @@ TEST(Png, CanvasAndBitmapRoundTrip) {
     memory.FillSolidRect(1, 0, 2, 2, Rgb(200, 100, 50));
     const std::string dcPath = TempPath("dc.png");
     ASSERT_EQ(PngWriter::WriteBitmap(dcPath.c_str(), &surface), 1);
-    rgb = ReadPngRgb(dcPath, w, h);
-    ASSERT_EQ(rgb.size(), 18u);
-    EXPECT_EQ(rgb[0] + rgb[1] + rgb[2], 0);
-    EXPECT_EQ(rgb[15], 200);
-    EXPECT_EQ(rgb[16], 100);
-    EXPECT_EQ(rgb[17], 50);
+    pic = ReadPng(dcPath);
+    ASSERT_EQ(pic.rgb.size(), 18u);
+    expectRgb(pic.At(0, 0), 0, 0, 0);
+    expectRgb(pic.At(2, 1), 200, 100, 50);
     std::remove(dcPath.c_str());
 
     // Failures: unwritable path, geometry larger than the bitmap; no file is left behind.

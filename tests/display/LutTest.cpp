@@ -39,6 +39,25 @@ std::vector<int> Indices(CLut24& lut, CPalette& palette) {
     return out;
 }
 
+// The entries of idx at the given levels.
+std::vector<int> Pick(const std::vector<int>& idx, std::initializer_list<int> levels) {
+    std::vector<int> out;
+    for (int level : levels) out.push_back(idx.at(static_cast<size_t>(level)));
+    return out;
+}
+
+using V = std::vector<int>;
+
+// Isotherm k of a table: the result, then enabled, low, high and colour (7 where not written).
+std::vector<long> Isotherm(CLut24& lut, int k) {
+    int enabled = 7;
+    unsigned short low = 7, high = 7;
+    COLORREF colour = 7;
+    const int r = lut.GetIsotherm(k, &enabled, &low, &high, &colour);
+    return {r, enabled, low, high, static_cast<long>(colour)};
+}
+using L = std::vector<long>;
+
 }  // namespace
 
 TEST(Lut24, PlainUpdateRanges) {
@@ -48,31 +67,22 @@ TEST(Lut24, PlainUpdateRanges) {
     EXPECT_EQ(lut.GetMaxLut(), 100);
     lut.Update(nullptr, &grey16, 10, 41);  // span 32: entry i -> palette[(i - 10) * 16 / 32]
     auto idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[0], 0);
-    EXPECT_EQ(idx[9], 0);
-    EXPECT_EQ(idx[11], 0);
-    EXPECT_EQ(idx[12], 1);
-    EXPECT_EQ(idx[40], 15);
-    EXPECT_EQ(idx[41], 15);
-    EXPECT_EQ(idx[100], 15);
+    EXPECT_EQ(Pick(idx, {0, 9, 11, 12, 40, 41, 100}), (V{0, 0, 0, 1, 15, 15, 15}));
     // Entries are the palette's bytes unchanged: blue, green, red, flag 1.
     EXPECT_EQ(lut.GetBuffer()[12], 0x010F0F0Fu);
 
     // min = max: one entry palette[0], everything above palette[N-1].
     lut.Update(nullptr, &grey16, 50, 50);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[50], 0);
-    EXPECT_EQ(idx[51], 15);
+    EXPECT_EQ(Pick(idx, {50, 51}), (V{0, 15}));
     // Bounds at or above maxLevel become maxLevel.
     lut.Update(nullptr, &grey16, 200, 300);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[99], 0);
-    EXPECT_EQ(idx[100], 0);
+    EXPECT_EQ(Pick(idx, {99, 100}), (V{0, 0}));
     // min > max: nothing in between, the top overwrites from max + 1.
     lut.Update(nullptr, &grey16, 60, 20);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[20], 0);
-    EXPECT_EQ(idx[21], 15);
+    EXPECT_EQ(Pick(idx, {20, 21}), (V{0, 15}));
     // No palette: the table is left as it was.
     lut.Update(nullptr, nullptr, 0, 100);
     EXPECT_EQ(Indices(lut, grey16)[21], 15);
@@ -84,20 +94,14 @@ TEST(Lut24, ZeroSplit) {
     ASSERT_EQ(lut.SetZero(1, 49), 1);
     lut.Update(nullptr, &grey16, 0, 99);
     auto idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[0], 0);
-    EXPECT_EQ(idx[49], 7);   // (49 * 16 / 50) / 2
-    EXPECT_EQ(idx[50], 8);   // upper half starts at N / 2
-    EXPECT_EQ(idx[99], 15);  // (49 * 16 / 50) / 2 + 8
-    EXPECT_EQ(idx[100], 15);
+    // 49: (49 * 16 / 50) / 2; 50: upper half starts at N / 2; 99: (49 * 16 / 50) / 2 + 8
+    EXPECT_EQ(Pick(idx, {0, 49, 50, 99, 100}), (V{0, 7, 8, 15, 15}));
 
     // Zero at or below min: the whole range in the upper half, divisor max - min + 1.
     lut.SetZero(1, 5);
     lut.Update(nullptr, &grey16, 10, 41);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[9], 0);
-    EXPECT_EQ(idx[10], 8);
-    EXPECT_EQ(idx[11], 8);
-    EXPECT_EQ(idx[41], 15);
+    EXPECT_EQ(Pick(idx, {9, 10, 11, 41}), (V{0, 8, 8, 15}));
     lut.SetZero(1, 10);
     lut.Update(nullptr, &grey16, 10, 41);
     EXPECT_EQ(Indices(lut, grey16)[10], 8);
@@ -106,8 +110,8 @@ TEST(Lut24, ZeroSplit) {
     lut.SetZero(1, 200);
     lut.Update(nullptr, &grey16, 0, 99);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[99], 7);  // (99 * 16 / 100) / 2
-    EXPECT_EQ(idx[100], 15);
+    // 99: (99 * 16 / 100) / 2
+    EXPECT_EQ(Pick(idx, {99, 100}), (V{7, 15}));
 
     // A position above maxLevel is refused and changes nothing.
     EXPECT_EQ(lut.SetZero(0, 256), 0);
@@ -129,19 +133,9 @@ TEST(Lut24, IsothermRules) {
     ASSERT_EQ(lut.SetIsotherm(0, 1, 20, 30, Rgb(255, 0, 0)), 1);
     ASSERT_EQ(lut.SetIsotherm(1, 1, 25, 5000, Rgb(0, 0, 255)), 1);  // high clamped to 1000
     ASSERT_EQ(lut.SetIsotherm(2, 1, 1200, 40, Rgb(0, 255, 0)), 1);  // low above maxLevel stored as 0
-    int enabled;
-    unsigned short low, high;
-    COLORREF colour;
-    ASSERT_EQ(lut.GetIsotherm(1, &enabled, &low, &high, &colour), 1);
-    EXPECT_EQ(high, 1000);
-    ASSERT_EQ(lut.GetIsotherm(2, &enabled, &low, &high, &colour), 1);
-    EXPECT_EQ(low, 0);
-    EXPECT_EQ(high, 40);
-    EXPECT_EQ(lut.GetIsotherm(3, &enabled, &low, &high, &colour), 0);
-    EXPECT_EQ(enabled, 0);
-    EXPECT_EQ(low, 0);
-    EXPECT_EQ(high, 0);
-    EXPECT_EQ(colour, 0u);
+    EXPECT_EQ(Isotherm(lut, 1), (L{1, 1, 25, 1000, static_cast<long>(Rgb(0, 0, 255))}));
+    EXPECT_EQ(Isotherm(lut, 2), (L{1, 1, 0, 40, static_cast<long>(Rgb(0, 255, 0))}));
+    EXPECT_EQ(Isotherm(lut, 3), (L{0, 0, 0, 0, 0}));  // refused, and every output cleared
 
     lut.RemoveIsotherm(2);
     lut.Update(nullptr, &grey, 0, 1000);
@@ -173,14 +167,9 @@ TEST(Lut24, CopyTakesEntriesIsothermsAndZero) {
     dst.Copy(&src);
     ASSERT_EQ(dst.GetMaxLevel(), 4095);
     EXPECT_EQ(std::memcmp(dst.GetBuffer(), src.GetBuffer(), 4096 * 4), 0);
-    int enabled;
-    unsigned short low, high, position;
-    COLORREF colour;
-    dst.GetIsotherm(1, &enabled, &low, &high, &colour);
-    EXPECT_EQ(enabled, 1);
-    EXPECT_EQ(low, 100);
-    EXPECT_EQ(high, 200);
-    EXPECT_EQ(colour, Rgb(9, 8, 7));
+    EXPECT_EQ(Isotherm(dst, 1), (L{1, 1, 100, 200, static_cast<long>(Rgb(9, 8, 7))}));
+    int enabled = 0;
+    unsigned short position = 0;
     dst.GetZero(&enabled, &position);
     EXPECT_EQ(position, 2000);
     // The copy is independent of its source.
@@ -236,38 +225,25 @@ TEST(Lut24, EqualisingUpdateOnKnownHistograms) {
     // is crossed at the spike.
     ASSERT_EQ(lut.Update(nullptr, &grey16, 0, 255, histogram.data(), 1.0f), 1);
     auto idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[99], 0);
-    EXPECT_EQ(idx[100], 15);
-    EXPECT_EQ(idx[255], 15);
+    EXPECT_EQ(Pick(idx, {99, 100, 255}), (V{0, 15, 15}));
 
     // Half and half: the ramp term moves the index every 33 levels, the spike jumps to 11.
     ASSERT_EQ(lut.Update(nullptr, &grey16, 0, 255, histogram.data(), 0.5f), 1);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[32], 0);
-    EXPECT_EQ(idx[33], 1);
-    EXPECT_EQ(idx[66], 2);
-    EXPECT_EQ(idx[98], 3);
-    EXPECT_EQ(idx[99], 3);
-    EXPECT_EQ(idx[100], 11);
-    EXPECT_EQ(idx[133], 12);
-    EXPECT_EQ(idx[231], 15);
+    EXPECT_EQ(Pick(idx, {32, 33, 66, 98, 99, 100, 133, 231}), (V{0, 1, 2, 3, 3, 11, 12, 15}));
 
     // The clip limit keeps a spike from taking the whole palette: with 10 more counts at
     // 200, clip = 2022 / 16 = 126, S = 136: the spike reaches entry 14 and level 200 entry 15.
     histogram[200] = 10;
     ASSERT_EQ(lut.Update(nullptr, &grey16, 0, 255, histogram.data(), 1.0f), 1);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[100], 14);
-    EXPECT_EQ(idx[199], 14);
-    EXPECT_EQ(idx[200], 15);
+    EXPECT_EQ(Pick(idx, {100, 199, 200}), (V{14, 14, 15}));
 
     // Levels below min take entry 0, max and above entry N-1 (max itself overwritten).
     std::fill(histogram.begin(), histogram.end(), 1);
     ASSERT_EQ(lut.Update(nullptr, &grey16, 50, 60, histogram.data(), 1.0f), 1);
     idx = Indices(lut, grey16);
-    EXPECT_EQ(idx[49], 0);
-    EXPECT_EQ(idx[60], 15);
-    EXPECT_EQ(idx[255], 15);
+    EXPECT_EQ(Pick(idx, {49, 60, 255}), (V{0, 15, 15}));
     EXPECT_LT(idx[59], 15);
 }
 

@@ -1,6 +1,5 @@
 // The palette command of the command-line tool, run as a process.
 #include <gtest/gtest.h>
-#include <png.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -8,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "support/Png.h"
 #include "support/ToolRun.h"
 
 namespace {
 
-using thermokit::test::ToolRun;
+using namespace thermokit::test;
 
 ToolRun Tool(const std::string& args) { return thermokit::test::RunTool(args); }
 
@@ -35,30 +35,20 @@ TEST(PaletteCommand, ListAndRender) {
     const std::string png = Temp("bar.png");
     ToolRun render = Tool("palette render sunset --vertical --file " + ini + " -o " + png);
     ASSERT_EQ(render.status, 0) << render.out;
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str()));
-    EXPECT_EQ(image.width, 32u);
-    EXPECT_EQ(image.height, 256u);
-    image.format = PNG_FORMAT_RGB;
-    std::vector<uint8_t> rgb(PNG_IMAGE_SIZE(image));
-    ASSERT_TRUE(png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr));
+    Picture bar = ReadPng(png);
+    EXPECT_EQ(bar.width, 32u);
+    ASSERT_EQ(bar.height, 256u);
     // Bottom row: level 0, the first control point.
-    const uint8_t* bottom = &rgb[255 * 32 * 3];
-    EXPECT_EQ(bottom[0], 0);
-    EXPECT_EQ(bottom[1], 0);
-    EXPECT_EQ(bottom[2], 64);
+    EXPECT_EQ(bar.At(0, 255)[0], 0);
+    EXPECT_EQ(bar.At(0, 255)[1], 0);
+    EXPECT_EQ(bar.At(0, 255)[2], 64);
 
     ToolRun swapped = Tool("palette render 0 --swap --width 16 --height 4 -o " + png);
     ASSERT_EQ(swapped.status, 0) << swapped.out;
-    png_image second{};
-    second.version = PNG_IMAGE_VERSION;
-    ASSERT_TRUE(png_image_begin_read_from_file(&second, png.c_str()));
-    second.format = PNG_FORMAT_RGB;
-    std::vector<uint8_t> pixels(PNG_IMAGE_SIZE(second));
-    ASSERT_TRUE(png_image_finish_read(&second, nullptr, pixels.data(), 0, nullptr));
+    const Picture ramp = ReadPng(png);
+    ASSERT_EQ(ramp.width, 16u);
     // Horizontal: the top-left pixel is level 255, the last entry of the swapped Threshold: black.
-    EXPECT_EQ(pixels[0] + pixels[1] + pixels[2], 0);
+    EXPECT_EQ(ramp.rgb[0] + ramp.rgb[1] + ramp.rgb[2], 0);
 
     EXPECT_EQ(Tool("palette render nosuch -o " + png).status, 2);
     EXPECT_EQ(Tool("palette render 12 --file " + ini + " -o " + png).status, 1);  // empty palette

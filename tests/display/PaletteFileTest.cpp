@@ -6,6 +6,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "support/Bytes.h"
 #include "thermokit/display/CLogPalette.h"
 
 using namespace thermokit;
@@ -13,8 +14,8 @@ using namespace thermokit;
 namespace {
 
 std::string WriteFile(const std::string& name, const std::string& text) {
-    const std::string path = ::testing::TempDir() + "palfile_" + std::to_string(::getpid()) + "_" + name;
-    std::ofstream(path, std::ios::binary) << text;
+    const std::string path = thermokit::test::TempPath("palfile_" + name);
+    thermokit::test::WriteText(path, text);
     return path;
 }
 

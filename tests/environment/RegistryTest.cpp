@@ -32,6 +32,17 @@ bool GetRaw(RegistryRoot root, const std::string& path, const std::string& name,
     return key && key.QueryValue(name, type, data) == RegOk;
 }
 
+// The type and bytes of a stored value (type 99 and no bytes when it is missing).
+using Raw = std::pair<unsigned long, std::vector<unsigned char>>;
+Raw Stored(RegistryRoot root, const std::string& path, const std::string& name) {
+    Raw r{99, {}};
+    if (!GetRaw(root, path, name, &r.first, &r.second)) r = Raw{99, {}};
+    return r;
+}
+Raw Text(const std::string& text) {
+    return {REG_SZ, std::vector<unsigned char>(text.c_str(), text.c_str() + text.size() + 1)};
+}
+
 const char* const kSetup = "Software\\Orbel\\Common Setup\\Setup";
 
 }  // namespace
@@ -195,11 +206,7 @@ TEST_F(StoreTest, AdministratorWriteRule) {
         EXPECT_EQ(reg.m_bAdmin, 1);
         EXPECT_EQ(reg.SetDWORDValue("Gain", 9), 1);
     }
-    unsigned long type = 0;
-    std::vector<unsigned char> data;
-    ASSERT_TRUE(GetRaw(RegistryRoot::Machine, kSetup, "Gain", &type, &data));
-    EXPECT_EQ(type, REG_DWORD);
-    EXPECT_EQ(data, (std::vector<unsigned char>{9, 0, 0, 0}));
+    EXPECT_EQ(Stored(RegistryRoot::Machine, kSetup, "Gain"), Raw(REG_DWORD, {9, 0, 0, 0}));
 
     // Administrator without a usable user copy: the machine write decides.
     {
@@ -221,18 +228,12 @@ TEST_F(StoreTest, AdministratorWriteRule) {
 
 TEST_F(StoreTest, NumberEncodingsAndParsing) {
     CRegistry reg(CRegistry::Setup);
-    unsigned long type = 0;
-    std::vector<unsigned char> data;
-
     ASSERT_EQ(reg.SetINTValue("Int", -42), 1);
-    ASSERT_TRUE(GetRaw(RegistryRoot::User, kSetup, "Int", &type, &data));
-    EXPECT_EQ(type, REG_SZ);
-    EXPECT_EQ(data, (std::vector<unsigned char>{'-', '4', '2', 0}));  // length includes the terminator
+    EXPECT_EQ(Stored(RegistryRoot::User, kSetup, "Int"), Text("-42"));  // length includes the terminator
     EXPECT_EQ(reg.GetINTValue("Int", 0), -42);
 
     ASSERT_EQ(reg.SetDOUBLEValue("Double", 3.14159, 2), 1);
-    ASSERT_TRUE(GetRaw(RegistryRoot::User, kSetup, "Double", &type, &data));
-    EXPECT_EQ(std::string(data.begin(), data.end()), std::string("3.14", 5));
+    EXPECT_EQ(Stored(RegistryRoot::User, kSetup, "Double"), Text("3.14"));
     EXPECT_DOUBLE_EQ(reg.GetDOUBLEValue("Double", 0.0), 3.14);
     ASSERT_EQ(reg.SetDOUBLEValue("Double0", 2.5, 0), 1);
     EXPECT_EQ(reg.GetSTRINGValue("Double0", ""), "2");  // printf rounds to even
@@ -267,16 +268,12 @@ TEST_F(StoreTest, NumberEncodingsAndParsing) {
     EXPECT_EQ(reg.GetDWORDValue("Dw", 0), 0xFFFFFFFFu);
     EXPECT_EQ(reg.GetWORDValue("Dw", 0), 0xFFFF);
     ASSERT_EQ(reg.SetWORDValue("W", 65535), 1);
-    ASSERT_TRUE(GetRaw(RegistryRoot::User, kSetup, "W", &type, &data));
-    EXPECT_EQ(type, REG_DWORD);
-    EXPECT_EQ(data, (std::vector<unsigned char>{0xFF, 0xFF, 0, 0}));
+    EXPECT_EQ(Stored(RegistryRoot::User, kSetup, "W"), Raw(REG_DWORD, {0xFF, 0xFF, 0, 0}));
     ASSERT_EQ(reg.SetDWORDValue("Big", 0x12345u), 1);
     EXPECT_EQ(reg.GetWORDValue("Big", 0), 0x2345);  // the low word
     ASSERT_EQ(reg.SetBOOLValue("Flag", 1), 1);
     EXPECT_EQ(reg.GetBOOLValue("Flag", 0), 1);
-    ASSERT_TRUE(GetRaw(RegistryRoot::User, kSetup, "Flag", &type, &data));
-    EXPECT_EQ(type, REG_DWORD);
-    EXPECT_EQ(data.size(), 4u);
+    EXPECT_EQ(Stored(RegistryRoot::User, kSetup, "Flag"), Raw(REG_DWORD, {1, 0, 0, 0}));
     // A text value is not a double-word.
     EXPECT_EQ(reg.GetDWORDValue("Int", 11), 11u);
     EXPECT_EQ(reg.GetBOOLValue("Missing", 3), 3);
@@ -316,13 +313,8 @@ TEST_F(StoreTest, LegacyForm) {
     ASSERT_EQ(reg.SetSTRINGValue("Label", "hello"), 1);
 
     // Each value is a sub-key whose default value holds text.
-    unsigned long type = 0;
-    std::vector<unsigned char> data;
-    ASSERT_TRUE(GetRaw(RegistryRoot::User, std::string(kSetup) + "\\Count", "", &type, &data));
-    EXPECT_EQ(type, REG_SZ);
-    EXPECT_EQ(std::string(data.begin(), data.end()), std::string("4000000000", 11));
-    ASSERT_TRUE(GetRaw(RegistryRoot::User, std::string(kSetup) + "\\Offset", "", &type, &data));
-    EXPECT_EQ(std::string(data.begin(), data.end()), std::string("-3", 3));
+    EXPECT_EQ(Stored(RegistryRoot::User, std::string(kSetup) + "\\Count", ""), Text("4000000000"));
+    EXPECT_EQ(Stored(RegistryRoot::User, std::string(kSetup) + "\\Offset", ""), Text("-3"));
     EXPECT_FALSE(GetRaw(RegistryRoot::User, kSetup, "Count", nullptr, nullptr));
 
     EXPECT_EQ(reg.GetDWORDValue("Count", 0), 4000000000u);

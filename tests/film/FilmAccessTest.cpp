@@ -72,14 +72,10 @@ TEST(FilmAccess, AddFrameWritesImagesAtTheirOffsetsAndCountsThem) {
     EXPECT_EQ(film.GetFrameNumber(), 2u);
     EXPECT_EQ(film.GetCurrentFrame(), 0u);
     const auto bytes = ReadAll(name);
-    // Image 0 at 3476, image 1 at 3476 + 164856; pixels 1016 further on.
-    EXPECT_EQ(bytes[3476 + 80], 2);  // image time: minute 2, hour 1, hundredths 50, second 5
-    EXPECT_EQ(bytes[3476 + 81], 1);
-    EXPECT_EQ(bytes[3476 + 82], 50);
-    EXPECT_EQ(bytes[3476 + 83], 5);
-    EXPECT_EQ(bytes[3476 + 164856 + 83], 6);
-    EXPECT_EQ(At<uint16_t>(bytes, 3476 + 1016 + 2 * 5), 5);
-    EXPECT_EQ(At<uint16_t>(bytes, 3476 + 164856 + 1016 + 2 * 5), 12);
+    // Image 0 at 3476, image 1 at 3476 + 164856; pixels 1016 further on. Image time: minute 2, hour 1,
+    // hundredths 50, second 5 (6 in image 1).
+    ExpectFields(bytes, {{3476 + 80, u8{2}}, {3476 + 81, u8{1}}, {3476 + 82, u8{50}}, {3476 + 83, u8{5}},
+                         {3476 + 164856 + 83, u8{6}}, {3476 + 1016 + 2 * 5, u16{5}}, {3476 + 164856 + 1016 + 2 * 5, u16{12}}});
 
     CPtr back(name, 1, 1, 1);
     ASSERT_EQ(back.IsValid(), 1);
@@ -481,8 +477,8 @@ TEST(FilmAccess, FloatAddSubWindowAndStatistics) {
     const float values[8] = {-3.0f, 0.5f, 1.99f, 4094.9f, 4095.0f, 5000.0f, 100.7f, 7.0f};
     EXPECT_EQ(film.AddFrame(const_cast<float*>(values), 7), 0);
     ASSERT_EQ(film.AddFrame(const_cast<float*>(values), 8), 1);
-    const unsigned short expected[8] = {0, 0, 1, 4094, 4095, 4095, 100, 7};
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(film.GetFrame()->GetBuffer()[i], expected[i]) << i;
+    EXPECT_EQ(std::vector<unsigned short>(film.GetFrame()->GetBuffer(), film.GetFrame()->GetBuffer() + 8),
+              (std::vector<unsigned short>{0, 0, 1, 4094, 4095, 4095, 100, 7}));
 
     CRect win(1, 0, 3, 2);
     ASSERT_EQ(film.AddFrame(&win), 1);

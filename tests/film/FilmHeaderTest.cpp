@@ -2,6 +2,7 @@
 // written file, the accessor rules, rewrites that keep unknown bytes.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <ctime>
 #include <set>
@@ -24,6 +25,10 @@ std::vector<unsigned char> HeaderBytes(const CPtrOver& p) {
     return std::vector<unsigned char>(p.GetHeaderAddress(), p.GetHeaderAddress() + 3476);
 }
 
+std::vector<unsigned char> ImageHeaderBytes(const CPtrOver& p) {
+    return std::vector<unsigned char>(p.GetImageHeaderAddress(), p.GetImageHeaderAddress() + 1016);
+}
+
 }  // namespace
 
 TEST(FilmHeader, InitHeaderWritesTheDefaultsAndNothingElse) {
@@ -33,27 +38,12 @@ TEST(FilmHeader, InitHeaderWritesTheDefaultsAndNothingElse) {
     const auto h = HeaderBytes(p);
 
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(h.data()), 4), std::string("RKK\0", 4));
-    EXPECT_EQ(h[4], 0);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(h.data() + 5), 5), std::string("5.60\0", 5));
-    EXPECT_EQ(h[10], 26);
-    EXPECT_EQ(At<uint32_t>(h, 11), 3476u);
-    EXPECT_EQ(At<uint32_t>(h, 15), 1016u);
-    EXPECT_EQ(At<uint32_t>(h, 19), 328188u);  // 508 + 640 x 512
-    EXPECT_EQ(At<uint32_t>(h, 23), 327680u);
-    EXPECT_EQ(At<uint32_t>(h, 27), 0u);
-    EXPECT_EQ(At<uint32_t>(h, 31), 0u);
-    EXPECT_EQ(At<float>(h, 141), 1.0f);
-    EXPECT_EQ(At<float>(h, 145), 293.15f);
-    EXPECT_EQ(At<float>(h, 149), 1.0f);
-    EXPECT_EQ(At<uint16_t>(h, 245), 0);
-    EXPECT_EQ(At<uint16_t>(h, 247), 16383);
-    EXPECT_EQ(At<uint16_t>(h, 377), 640);
-    EXPECT_EQ(At<uint16_t>(h, 379), 512);
-    EXPECT_EQ(At<uint16_t>(h, 381), 14);
-    EXPECT_EQ(At<uint16_t>(h, 383), 1);
-    EXPECT_EQ(At<float>(h, 403), 0.04f);
-    EXPECT_EQ(At<float>(h, 407), 0.001f);
-    EXPECT_EQ(h[2940], 1);
+    ExpectFields(h, {{4, u8{0}},          {10, u8{26}},         {11, 3476u},          {15, 1016u},
+                     {19, 328188u},       {23, 327680u},        {27, 0u},             {31, 0u},  // 328188 = 508 + 640 x 512
+                     {141, 1.0f},         {145, 293.15f},       {149, 1.0f},          {245, u16{0}},
+                     {247, u16{16383}},   {377, u16{640}},      {379, u16{512}},      {381, u16{14}},
+                     {383, u16{1}},       {403, 0.04f},         {407, 0.001f},        {2940, u8{1}}});
     EXPECT_EQ(p.GetHeaderSize(), 3476u);
     EXPECT_EQ(p.GetMaxLUT(), 16383);
     EXPECT_EQ(p.GetRecordWords(), 328188u);
@@ -62,12 +52,8 @@ TEST(FilmHeader, InitHeaderWritesTheDefaultsAndNothingElse) {
     std::tm local {};
     localtime_r(&before, &local);
     EXPECT_NEAR(At<uint16_t>(h, 35), local.tm_year + 1900, 1);
-    EXPECT_GE(h[37], 1);
-    EXPECT_LE(h[37], 31);
-    EXPECT_GE(h[38], 1);
-    EXPECT_LE(h[38], 12);
-    EXPECT_LE(h[39], 59);
-    EXPECT_LE(h[40], 23);
+    EXPECT_TRUE(h[37] >= 1 && h[37] <= 31 && h[38] >= 1 && h[38] <= 12 && h[39] <= 59 && h[40] <= 23)
+        << +h[37] << " " << +h[38] << " " << +h[39] << " " << +h[40];
     EXPECT_EQ(h[41], 0);
     EXPECT_EQ(h[43], 0);
 
@@ -88,11 +74,7 @@ TEST(FilmHeader, InitHeaderWritesTheDefaultsAndNothingElse) {
 
     // An unreadable clock: minute and hour 255, second all ones, hundredths 0.
     p.SetRecordingClock(nullptr);
-    const auto c = HeaderBytes(p);
-    EXPECT_EQ(c[39], 255);
-    EXPECT_EQ(c[40], 255);
-    EXPECT_EQ(c[41], 0);
-    EXPECT_EQ(c[42], 255);
+    ExpectFields(HeaderBytes(p), {{39, u8{255}}, {40, u8{255}}, {41, u8{0}}, {42, u8{255}}});
     std::tm fixed {};
     fixed.tm_year = 126;
     fixed.tm_mon = 10;
@@ -101,14 +83,9 @@ TEST(FilmHeader, InitHeaderWritesTheDefaultsAndNothingElse) {
     fixed.tm_min = 7;
     fixed.tm_sec = 3;
     p.SetRecordingClock(&fixed);
-    const auto d = HeaderBytes(p);
-    EXPECT_EQ(At<uint16_t>(d, 35), 2026);
-    EXPECT_EQ(d[37], 21);  // day
-    EXPECT_EQ(d[38], 11);  // month
-    EXPECT_EQ(d[39], 7);   // minute
-    EXPECT_EQ(d[40], 9);   // hour
-    EXPECT_EQ(d[41], 0);
-    EXPECT_EQ(d[42], 3);   // second
+    // Year, day, month, minute, hour, hundredths, second.
+    ExpectFields(HeaderBytes(p), {{35, u16{2026}}, {37, u8{21}}, {38, u8{11}}, {39, u8{7}}, {40, u8{9}}, {41, u8{0}},
+                                  {42, u8{3}}});
     EXPECT_EQ(p.GetImageHeaderAddress()[0], 0);
 }
 
@@ -116,57 +93,55 @@ TEST(FilmHeader, EveryFieldLandsAtItsOffsetInTheWrittenFile) {
     const std::string name = TempName("layout");
     CPtr film(64, 32, 12, 0, 1, 0);
     film.SetFileName(name);
-    film.SetCamera("CamX");
+    // Fields of one value each: set, then found at their offsets.
+    struct FloatField { void (CPtrOver::*set)(float); float value; size_t offset; };
+    const FloatField floats[] = {
+        {&CPtrOver::SetBilletSpeed, 1.5f, 124},        {&CPtrOver::SetBilletDiameter, 2.5f, 128},
+        {&CPtrOver::SetEmissivity, 0.95f, 141},        {&CPtrOver::SetAmbiantTemperature, 300.0f, 145},
+        {&CPtrOver::SetDistance, 12.0f, 149},          {&CPtrOver::SetTransmission, 0.9f, 170},
+        {&CPtrOver::SetExtinction, 0.1f, 174},         {&CPtrOver::SetAtmosphereTemperature, 280.0f, 184},
+        {&CPtrOver::SetCutOn, 3.0f, 188},              {&CPtrOver::SetCutOff, 5.0f, 192},
+        {&CPtrOver::SetPixelSize, 15.0f, 196},         {&CPtrOver::SetPixelPitch, 16.0f, 200},
+        {&CPtrOver::SetAperture, 2.0f, 204},           {&CPtrOver::SetFocal, 25.0f, 208},
+        {&CPtrOver::SetZoomX, 2.0f, 365},              {&CPtrOver::SetZoomY, 3.0f, 369},
+        {&CPtrOver::SetLongitude, 6.5f, 385},          {&CPtrOver::SetLatitude, 45.5f, 389},
+        {&CPtrOver::SetAltitude, 200.0f, 393},         {&CPtrOver::SetFramePeriod, 0.02f, 403},
+        {&CPtrOver::SetDemodeFrequency, 0.5f, 2114},   {&CPtrOver::SetDistanceOffset, 0.75f, 2140},
+        {&CPtrOver::SetCaptureBlackBody, 35.0f, 2410}, {&CPtrOver::SetMasterClock, 40e6f, 2437}};
+    struct WordField { void (CPtrOver::*set)(unsigned short); unsigned short value; size_t offset; };
+    const WordField words[] = {
+        {&CPtrOver::SetBilletShape, 7, 132}, {&CPtrOver::SetInductorVoltage, 400, 158},
+        {&CPtrOver::SetDetectorGain, 3, 243}, {&CPtrOver::SetMinLUT, 100, 245},
+        {&CPtrOver::SetMaxLUT, 4000, 247},    {&CPtrOver::SetSpecialUnit, 1, 277},
+        {&CPtrOver::SetAverage, 4, 383},      {&CPtrOver::SetWindow, 1, 411},
+        {&CPtrOver::SetNucIndex, 5, 557}};
+    struct LongField { void (CPtrOver::*set)(int32_t); int32_t value; size_t offset; };
+    const LongField longs[] = {{&CPtrOver::SetInductorPower, -1000, 154}, {&CPtrOver::SetInductorFrequency, 50000, 160},
+                               {&CPtrOver::SetDetector, 0x2C00002, 239},  {&CPtrOver::SetSubSampling, 3, 2404},
+                               {&CPtrOver::SetPlaySpeed, -2, 2441}};
+    struct ByteField { void (CPtrOver::*set)(unsigned char); unsigned char value; size_t offset; };
+    const ByteField bytes[] = {{&CPtrOver::SetInductorCoil, 3, 153}, {&CPtrOver::SetSynchronisation, 2, 169},
+                               {&CPtrOver::SetExternalSync, 1, 397}};
+    struct TextField { void (CPtrOver::*set)(const char*); const char* value; size_t offset, size; };
+    const TextField texts[] = {{&CPtrOver::SetCamera, "CamX", 44, 20},       {&CPtrOver::SetApertureName, "Ap", 104, 20},
+                               {&CPtrOver::SetSerial, "SN12345", 220, 19},   {&CPtrOver::SetSpecialUnitName, "mV", 279, 10},
+                               {&CPtrOver::SetComment, "hello", 563, 1000},  {&CPtrOver::SetFileTools, "tool", 1663, 256},
+                               {&CPtrOver::SetLensReference, "L-REF", 2417, 20}};
+    for (const auto& f : floats) (film.*f.set)(f.value);
+    for (const auto& f : words) (film.*f.set)(f.value);
+    for (const auto& f : longs) (film.*f.set)(f.value);
+    for (const auto& f : bytes) (film.*f.set)(f.value);
+    for (const auto& f : texts) (film.*f.set)(f.value);
     film.SetFilter("F1");
-    film.SetApertureName("Ap");
-    film.SetBilletSpeed(1.5f);
-    film.SetBilletDiameter(2.5f);
-    film.SetBilletShape(7);
-    film.SetEmissivity(0.95f);
-    film.SetAmbiantTemperature(300.0f);
-    film.SetDistance(12.0f);
-    film.SetInductorCoil(3);
-    film.SetInductorPower(-1000);
-    film.SetInductorVoltage(400);
-    film.SetInductorFrequency(50000);
-    film.SetSynchronisation(2);
-    film.SetTransmission(0.9f);
-    film.SetExtinction(0.1f);
-    film.SetAtmosphereTemperature(280.0f);
-    film.SetCutOn(3.0f);
-    film.SetCutOff(5.0f);
-    film.SetPixelSize(15.0f);
-    film.SetPixelPitch(16.0f);
-    film.SetAperture(2.0f);
-    film.SetFocal(25.0f);
     film.SetHousingTemperature(31.0f, 0);
     film.SetHousingTemperature(32.0f, 1);
-    film.SetSerial("SN12345");
-    film.SetDetector(0x2C00002);
-    film.SetDetectorGain(3);
-    film.SetMinLUT(100);
-    film.SetMaxLUT(4000);
-    film.SetSpecialUnit(1);
-    film.SetSpecialUnitName("mV");
     float scale[17];
     for (int i = 0; i < 17; ++i) scale[i] = static_cast<float>(i) * 0.5f;
     EXPECT_EQ(film.SetSpecialScale(scale, 17), 1);
-    film.SetZoomX(2.0f);
-    film.SetZoomY(3.0f);
-    film.SetAverage(4);
-    film.SetLongitude(6.5f);
-    film.SetLatitude(45.5f);
-    film.SetAltitude(200.0f);
-    film.SetExternalSync(1);
-    film.SetFramePeriod(0.02f);
     film.SetIntegration(0.002f, 0);
     film.SetIntegration(0.003f, 1);
     film.SetIntegration(0.004f, 36);
-    film.SetWindow(1);
-    film.SetNucIndex(5);
-    film.SetComment("hello");
     film.SetFileCalibration("/cal/dir/law.clb");
-    film.SetFileTools("tool");
     film.SetCurrentPalette(6, 1, 0);
     film.SetIndexCurrentUnit(2);
     film.SetZoomScrollPosition(-5, 7);
@@ -176,18 +151,11 @@ TEST(FilmHeader, EveryFieldLandsAtItsOffsetInTheWrittenFile) {
     film.SetPaletteWidth(256);
     film.SetPaletteFullScaleDisplay(1);
     film.SetKm(1.25);
-    film.SetDemodeFrequency(0.5f);
-    film.SetDistanceOffset(0.75f);
     film.SetHistoEqualisation(1, 42);
     film.SetImageRealDriverTopFrameValid(1);
-    film.SetSubSampling(3);
     film.SetCaptureFlip(1, 1);
-    film.SetCaptureBlackBody(35.0f);
     film.SetCaptureFilterWheel(2);
     film.SetCaptureFocal(1);
-    film.SetLensReference("L-REF");
-    film.SetMasterClock(40e6f);
-    film.SetPlaySpeed(-2);
     film.SetIRIGBPlay(0);
     film.SetIntegrationMode(3);
     film.SetTime(3725.5);
@@ -195,107 +163,26 @@ TEST(FilmHeader, EveryFieldLandsAtItsOffsetInTheWrittenFile) {
 
     const auto h = ReadAll(name);
     ASSERT_EQ(h.size(), 3476u);
-    EXPECT_EQ(TextAt(h, 44, 20), "CamX");
-    EXPECT_EQ(TextAt(h, 64, 20), "25 mm");
-    EXPECT_EQ(TextAt(h, 84, 20), "F1");
-    EXPECT_EQ(TextAt(h, 104, 20), "Ap");
-    EXPECT_EQ(At<float>(h, 124), 1.5f);
-    EXPECT_EQ(At<float>(h, 128), 2.5f);
-    EXPECT_EQ(At<uint16_t>(h, 132), 7);
-    EXPECT_EQ(At<float>(h, 141), 0.95f);
-    EXPECT_EQ(At<float>(h, 145), 300.0f);
-    EXPECT_EQ(At<float>(h, 149), 12.0f);
-    EXPECT_EQ(h[153], 3);
-    EXPECT_EQ(At<int32_t>(h, 154), -1000);
-    EXPECT_EQ(At<uint16_t>(h, 158), 400);
-    EXPECT_EQ(At<int32_t>(h, 160), 50000);
-    EXPECT_EQ(h[169], 2);
-    EXPECT_EQ(At<float>(h, 170), 0.9f);
-    EXPECT_EQ(At<float>(h, 174), 0.1f);
-    EXPECT_EQ(At<float>(h, 184), 280.0f);
-    EXPECT_EQ(At<float>(h, 188), 3.0f);
-    EXPECT_EQ(At<float>(h, 192), 5.0f);
-    EXPECT_EQ(At<float>(h, 196), 15.0f);
-    EXPECT_EQ(At<float>(h, 200), 16.0f);
-    EXPECT_EQ(At<float>(h, 204), 2.0f);
-    EXPECT_EQ(At<float>(h, 208), 25.0f);
-    EXPECT_EQ(At<float>(h, 212), 31.0f);
-    EXPECT_EQ(At<float>(h, 216), 32.0f);
-    EXPECT_EQ(TextAt(h, 220, 19), "SN12345");
-    EXPECT_EQ(At<int32_t>(h, 239), 0x2C00002);
-    EXPECT_EQ(At<uint16_t>(h, 243), 3);
-    EXPECT_EQ(At<uint16_t>(h, 245), 100);
-    EXPECT_EQ(At<uint16_t>(h, 247), 4000);
-    EXPECT_EQ(At<uint16_t>(h, 277), 1);
-    EXPECT_EQ(TextAt(h, 279, 10), "mV");
-    EXPECT_EQ(At<float>(h, 289), 0.0f);
-    EXPECT_EQ(At<float>(h, 289 + 4 * 16), 8.0f);
-    EXPECT_EQ(At<float>(h, 365), 2.0f);
-    EXPECT_EQ(At<float>(h, 369), 3.0f);
-    EXPECT_EQ(At<uint16_t>(h, 377), 64);
-    EXPECT_EQ(At<uint16_t>(h, 379), 32);
-    EXPECT_EQ(At<uint16_t>(h, 381), 12);
-    EXPECT_EQ(At<uint16_t>(h, 383), 4);
-    EXPECT_EQ(At<float>(h, 385), 6.5f);
-    EXPECT_EQ(At<float>(h, 389), 45.5f);
-    EXPECT_EQ(At<float>(h, 393), 200.0f);
-    EXPECT_EQ(h[397], 1);
-    EXPECT_EQ(At<float>(h, 403), 0.02f);
-    EXPECT_EQ(At<float>(h, 407), 0.002f);
-    EXPECT_EQ(At<uint16_t>(h, 411), 1);
-    EXPECT_EQ(At<float>(h, 413), 0.003f);  // index 1, just behind the sub-window flag
-    EXPECT_EQ(At<float>(h, 553), 0.004f);  // index 36, the last before the NUC index
-    EXPECT_EQ(At<uint16_t>(h, 557), 5);
-    EXPECT_EQ(TextAt(h, 563, 1000), "hello");
-    EXPECT_EQ(TextAt(h, 1563, 100), "law.clb");
-    EXPECT_EQ(TextAt(h, 1663, 256), "tool");
-    EXPECT_EQ(h[1919], 1);
-    EXPECT_EQ(At<uint16_t>(h, 1920), 6);
-    EXPECT_EQ(h[1922], 1);
-    EXPECT_EQ(h[1923], 0);
-    EXPECT_EQ(h[1924], 1);
-    EXPECT_EQ(At<uint16_t>(h, 1925), 2);
-    EXPECT_EQ(At<int32_t>(h, 1927), -5);
-    EXPECT_EQ(At<int32_t>(h, 1931), 7);
-    EXPECT_EQ(h[2072], 1);
-    EXPECT_EQ(At<uint16_t>(h, 2073), 10);
-    EXPECT_EQ(At<uint16_t>(h, 2075), 20);
-    EXPECT_EQ(At<uint32_t>(h, 2077), 0x00FF0000u);
-    EXPECT_EQ(h[2081], 0);
-    EXPECT_EQ(h[2090], 1);
-    EXPECT_EQ(At<uint16_t>(h, 2091), 30);
-    EXPECT_EQ(At<uint16_t>(h, 2093), 40);
-    EXPECT_EQ(At<uint32_t>(h, 2095), 0x0000FF00u);
-    EXPECT_EQ(h[2099], 1);
-    EXPECT_EQ(At<uint16_t>(h, 2100), 1234);
-    EXPECT_EQ(At<uint16_t>(h, 2102), 256);
-    EXPECT_EQ(h[2104], 1);
-    EXPECT_EQ(h[2105], 0);
-    EXPECT_EQ(At<double>(h, 2106), 1.25);
-    EXPECT_EQ(At<float>(h, 2114), 0.5f);
-    EXPECT_EQ(At<float>(h, 2140), 0.75f);
-    EXPECT_EQ(h[2144], 1);
-    EXPECT_EQ(At<uint16_t>(h, 2145), 42);
-    EXPECT_EQ(TextAt(h, 2147, 256), "/cal/dir/law.clb");
-    EXPECT_EQ(h[2403], 1);
-    EXPECT_EQ(At<int32_t>(h, 2404), 3);
-    EXPECT_EQ(h[2408], 1);
-    EXPECT_EQ(h[2409], 1);
-    EXPECT_EQ(At<float>(h, 2410), 35.0f);
-    EXPECT_EQ(h[2414], 2);
-    EXPECT_EQ(h[2415], 1);
-    EXPECT_EQ(h[2416], 1);
-    EXPECT_EQ(TextAt(h, 2417, 20), "L-REF");
-    EXPECT_EQ(At<float>(h, 2437), 40e6f);
-    EXPECT_EQ(At<int32_t>(h, 2441), -2);
-    EXPECT_EQ(h[2940], 0);
-    EXPECT_EQ(At<uint32_t>(h, 3020), 3u);
-    // 3725.5 s: minute 2, hour 1, hundredths 50, second 5, thousandths 0.
-    EXPECT_EQ(h[39], 2);
-    EXPECT_EQ(h[40], 1);
-    EXPECT_EQ(h[41], 50);
-    EXPECT_EQ(h[42], 5);
-    EXPECT_EQ(h[43], 0);
+    for (const auto& f : floats) EXPECT_EQ(At<float>(h, f.offset), f.value) << "at " << f.offset;
+    for (const auto& f : words) EXPECT_EQ(At<uint16_t>(h, f.offset), f.value) << "at " << f.offset;
+    for (const auto& f : longs) EXPECT_EQ(At<int32_t>(h, f.offset), f.value) << "at " << f.offset;
+    for (const auto& f : bytes) EXPECT_EQ(h[f.offset], f.value) << "at " << f.offset;
+    for (const auto& f : texts) EXPECT_EQ(TextAt(h, f.offset, f.size), f.value) << "at " << f.offset;
+    ExpectFields(h, {
+        {64, "25 mm"}, {84, "F1"}, {212, 31.0f}, {216, 32.0f},                    // lens from the focal length
+        {289, 0.0f}, {289 + 4 * 16, 8.0f},                                           // special scale
+        {377, u16{64}}, {379, u16{32}}, {381, u16{12}},                              // structure
+        {407, 0.002f}, {413, 0.003f}, {553, 0.004f},  // integration 0, 1 (behind the sub-window flag), 36 (before the NUC index)
+        {1563, "law.clb"}, {2147, "/cal/dir/law.clb"},                               // calibration name and path
+        {1919, u8{1}}, {1920, u16{6}}, {1922, u8{1}}, {1923, u8{0}},                 // palette
+        {1924, u8{1}}, {1925, u16{2}}, {1927, int32_t{-5}}, {1931, int32_t{7}},     // unit, scroll position
+        {2072, u8{1}}, {2073, u16{10}}, {2075, u16{20}}, {2077, 0x00FF0000u}, {2081, u8{0}},  // isotherms 0 and 2
+        {2090, u8{1}}, {2091, u16{30}}, {2093, u16{40}}, {2095, 0x0000FF00u},
+        {2099, u8{1}}, {2100, u16{1234}}, {2102, u16{256}}, {2104, u8{1}}, {2105, u8{0}},  // zero, palette width
+        {2106, 1.25}, {2144, u8{1}}, {2145, u16{42}}, {2403, u8{1}},                 // Km, equalisation
+        {2408, u8{1}}, {2409, u8{1}}, {2414, u8{2}}, {2415, u8{1}}, {2416, u8{1}},  // capture
+        {2940, u8{0}}, {3020, 3u},                                                   // IRIG-B play, integration mode
+        {39, u8{2}}, {40, u8{1}}, {41, u8{50}}, {42, u8{5}}, {43, u8{0}}});  // 3725.5 s: min, hour, 1/100, s, 1/1000
     EXPECT_DOUBLE_EQ(film.GetTime(), 3725.5);
 
     // Read back through a new object: the same values by name.
@@ -363,12 +250,9 @@ TEST(FilmHeader, AccessorRules) {
     EXPECT_EQ(p.GetIntegration(-1), 0.0f);
 
     // Housing temperature: indexes 0 and 1 only.
-    p.SetHousingTemperature(1.0f, 0);
-    p.SetHousingTemperature(2.0f, 1);
-    p.SetHousingTemperature(3.0f, 2);
-    EXPECT_EQ(p.GetHousingTemperature(0), 1.0f);
-    EXPECT_EQ(p.GetHousingTemperature(1), 2.0f);
-    EXPECT_EQ(p.GetHousingTemperature(2), 0.0f);
+    for (int k = 0; k < 3; ++k) p.SetHousingTemperature(1.0f + k, k);
+    EXPECT_EQ((std::array<float, 3>{p.GetHousingTemperature(0), p.GetHousingTemperature(1), p.GetHousingTemperature(2)}),
+              (std::array<float, 3>{1.0f, 2.0f, 0.0f}));
     EXPECT_EQ(load<float>(h, 220), 0.0f);  // the serial number behind them is untouched
 
     // Frame position predicates.
@@ -403,14 +287,14 @@ TEST(FilmHeader, AccessorRules) {
     EXPECT_EQ(out[16], 26.0f);
 
     // Capture flip: 0 and (0, 0) while not valid.
-    int fx = 7, fy = 7;
-    EXPECT_EQ(p.GetCaptureFlip(fx, fy), 0);
-    EXPECT_EQ(fx, 0);
-    EXPECT_EQ(fy, 0);
+    const auto flip = [&p] {
+        int fx = 7, fy = 7;
+        const int r = p.GetCaptureFlip(fx, fy);
+        return std::array<int, 3>{r, fx, fy};
+    };
+    EXPECT_EQ(flip(), (std::array<int, 3>{0, 0, 0}));
     p.SetCaptureFlip(1, 0);
-    EXPECT_EQ(p.GetCaptureFlip(fx, fy), 1);
-    EXPECT_EQ(fx, 1);
-    EXPECT_EQ(fy, 0);
+    EXPECT_EQ(flip(), (std::array<int, 3>{1, 1, 0}));
 
     // Palette and unit: 0 while not marked valid.
     unsigned short index = 99;
@@ -419,9 +303,7 @@ TEST(FilmHeader, AccessorRules) {
     EXPECT_EQ(p.GetIndexCurrentUnit(index), 0);
     p.SetCurrentPalette(3, 1, 1);
     EXPECT_EQ(p.GetCurrentPalette(index, f1, f2), 1);
-    EXPECT_EQ(index, 3);
-    EXPECT_EQ(f1, 1);
-    EXPECT_EQ(f2, 1);
+    EXPECT_EQ((std::array<int, 3>{index, f1, f2}), (std::array<int, 3>{3, 1, 1}));
     p.SetIndexCurrentUnit(4);
     EXPECT_EQ(p.GetIndexCurrentUnit(index), 1);
     EXPECT_EQ(index, 4);
@@ -435,10 +317,7 @@ TEST(FilmHeader, AccessorRules) {
     EXPECT_EQ(p.GetIsotherm(3, on, lo, hi, colour), 0);
     EXPECT_EQ(p.SetIsotherm(1, 1, 5, 6, 0x123456u), 1);
     EXPECT_EQ(p.GetIsotherm(1, on, lo, hi, colour), 1);
-    EXPECT_EQ(on, 1);
-    EXPECT_EQ(lo, 5);
-    EXPECT_EQ(hi, 6);
-    EXPECT_EQ(colour, 0x123456u);
+    EXPECT_EQ((std::array<uint32_t, 4>{uint32_t(on), lo, hi, colour}), (std::array<uint32_t, 4>{1, 5, 6, 0x123456u}));
     EXPECT_EQ(p.SetZero(1, 77), 1);
     EXPECT_EQ(p.SetPaletteWidth(100), 1);
     EXPECT_EQ(p.SetPaletteFullScaleDisplay(1), 1);
@@ -546,19 +425,13 @@ TEST(FilmHeader, TimesSubWindowAndIrigB) {
     p.InitHeader(100, 80, 14);
     const unsigned char* img = p.GetImageHeaderAddress();
 
+    // Minute, hour, hundredths, second, thousandths, microseconds.
     p.SetFrameTime(3725.5);
-    EXPECT_EQ(img[80], 2);   // minute
-    EXPECT_EQ(img[81], 1);   // hour
-    EXPECT_EQ(img[82], 50);  // hundredths
-    EXPECT_EQ(img[83], 5);   // second
-    EXPECT_EQ(img[160], 0);
-    EXPECT_EQ(load<uint16_t>(img, 161), 0);
+    ExpectFields(ImageHeaderBytes(p), {{80, u8{2}}, {81, u8{1}}, {82, u8{50}}, {83, u8{5}}, {160, u8{0}}, {161, u16{0}}});
     EXPECT_DOUBLE_EQ(p.GetFrameTime(), 3725.5);
     p.SetFrameTime(45296.123456);
     EXPECT_NEAR(p.GetFrameTime(), 45296.123456, 2e-6);
-    EXPECT_EQ(img[81], 12);
-    EXPECT_EQ(img[80], 34);
-    EXPECT_EQ(img[83], 56);
+    ExpectFields(ImageHeaderBytes(p), {{80, u8{34}}, {81, u8{12}}, {83, u8{56}}});
 
     // Sub-window: full frame while no flag is set; null clears both flags.
     CRect r;
@@ -567,11 +440,9 @@ TEST(FilmHeader, TimesSubWindowAndIrigB) {
     const CRect win(10, 20, 50, 60);
     p.SetSubWindowRect(&win);
     EXPECT_EQ(load<uint16_t>(p.GetHeaderAddress(), 411), 1);
-    EXPECT_EQ(load<uint16_t>(img, 278), 1);
-    EXPECT_EQ(load<int16_t>(img, 280), 10);
-    EXPECT_EQ(load<int16_t>(img, 282), 20);
-    EXPECT_EQ(load<int16_t>(img, 284), 40);
-    EXPECT_EQ(load<int16_t>(img, 286), 40);
+    // Flag, x, y, width, height.
+    ExpectFields(ImageHeaderBytes(p), {{278, u16{1}}, {280, int16_t{10}}, {282, int16_t{20}}, {284, int16_t{40}},
+                                       {286, int16_t{40}}});
     p.GetSubWindowRect(&r);
     EXPECT_EQ(r, win);
     p.SetWindow(0);  // either flag is enough
@@ -587,12 +458,9 @@ TEST(FilmHeader, TimesSubWindowAndIrigB) {
     // IRIG-B: at most three time bytes in and out.
     const unsigned char bytes[5] = {1, 2, 3, 4, 5};
     p.SetImageIRIGB(0x5, 200, bytes, 5, 123456, 26);
-    EXPECT_EQ(img[309], 5);
-    EXPECT_EQ(load<uint16_t>(img, 310), 200);
-    EXPECT_EQ(img[312], 1);
-    EXPECT_EQ(img[314], 3);
-    EXPECT_EQ(load<uint32_t>(img, 315), 123456u);
-    EXPECT_EQ(img[319], 26);
+    // Mask, day, time bytes, microseconds, year.
+    ExpectFields(ImageHeaderBytes(p), {{309, u8{5}}, {310, u16{200}}, {312, u8{1}}, {314, u8{3}}, {315, 123456u},
+                                       {319, u8{26}}});
     unsigned char back[5] = {9, 9, 9, 9, 9};
     unsigned char mask = 0, year = 0;
     unsigned short day = 0;
@@ -605,15 +473,9 @@ TEST(FilmHeader, TimesSubWindowAndIrigB) {
     // Lock-in data: 21 bytes at 248 in the stated order.
     CPtrOver::PTR_LOCKIN_DATA lk {0x1122, 0x33445566, 7, 1, 2, 3, 0xAABBCCDD, 9};
     p.SetImageLockinData(&lk);
-    EXPECT_EQ(load<uint16_t>(img, 248), 0x1122);
-    EXPECT_EQ(load<uint32_t>(img, 250), 0x33445566u);
-    EXPECT_EQ(load<uint32_t>(img, 254), 7u);
-    EXPECT_EQ(img[258], 1);
-    EXPECT_EQ(img[260], 3);
-    EXPECT_EQ(load<uint32_t>(img, 261), 0xAABBCCDDu);
-    EXPECT_EQ(load<uint32_t>(img, 265), 9u);
-    EXPECT_EQ(img[269], 0);
-    EXPECT_EQ(img[277], 0);  // multi-integration number behind it untouched
+    // The multi-integration number behind it (277) is untouched.
+    ExpectFields(ImageHeaderBytes(p), {{248, u16{0x1122}}, {250, 0x33445566u}, {254, 7u}, {258, u8{1}}, {260, u8{3}},
+                                       {261, 0xAABBCCDDu}, {265, 9u}, {269, u8{0}}, {277, u8{0}}});
 }
 
 TEST(FilmHeader, CalibrationBlocksRoundTrip) {
@@ -813,16 +675,11 @@ TEST(FilmHeader, FilledFromTheCameraConfigurationAndTheDriver) {
     std::vector<std::string> lines;
     EXPECT_EQ(p.FillHeaderInfoImage(nullptr, lines, CRect(), ""), 0);
     ASSERT_EQ(p.FillHeaderInfoImage(&info, lines, CRect(2, 2, 10, 6), "DriverCam"), 1);
-    const unsigned char* img = p.GetImageHeaderAddress();
-    EXPECT_EQ(img[80], 2);
-    EXPECT_EQ(img[81], 1);
-    EXPECT_EQ(img[160], 3);
+    // Minute, hour, thousandths, detector and sensor 3 temperatures, integration, IRIG-B time.
+    ExpectFields(ImageHeaderBytes(p), {{80, u8{2}}, {81, u8{1}}, {160, u8{3}}, {228, 77.5f}, {244, 30.0f}, {288, 0.002f},
+                                       {312, u8{4}}});
     EXPECT_DOUBLE_EQ(p.GetFrameTime(), 3725.5 + 0.003 + 7e-6);
-    EXPECT_EQ(load<float>(img, 228), 77.5f);
-    EXPECT_EQ(load<float>(img, 244), 30.0f);
-    EXPECT_EQ(load<float>(img, 288), 0.002f);
     EXPECT_EQ(p.GetImageRealDriverTopFrame(), 99u);
-    EXPECT_EQ(img[312], 4);
     CRect r;
     p.GetSubWindowRect(&r);
     EXPECT_EQ(r, CRect(2, 2, 10, 6));

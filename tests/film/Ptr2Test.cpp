@@ -140,15 +140,12 @@ TEST(Ptr2, RecordedFilmMatchesFrameByFrameFilm) {
         EXPECT_EQ(std::memcmp(bytes.data(), film.GetHeaderAddress(), kHeader), 0);
         ExpectSameFilm(name, reference);
 
-        CPtr back(name, 0, 0, 1), ref(reference, 0, 0, 1);
+        // Read back (the same bytes as the reference read the same): levels masked, times to the microsecond.
+        CPtr back(name, 0, 0, 1);
         ASSERT_TRUE(back.IsValid());
         ASSERT_EQ(back.GetFrameNumber(), frames);
         for (unsigned k = 0; k < frames; ++k) {
             ASSERT_EQ(back.ReadFrame(k), 1);
-            ASSERT_EQ(ref.ReadFrame(k), 1);
-            EXPECT_EQ(std::memcmp(back.GetFrame()->GetBuffer(), ref.GetFrame()->GetBuffer(),
-                                  size_t{point} * line * 2), 0) << "frame " << k;
-            EXPECT_EQ(back.GetFrame()->GetTime(), ref.GetFrame()->GetTime()) << "frame " << k;
             MakeFrame(frame, k);
             EXPECT_NEAR(back.GetFrame()->GetTime(), frame.GetTime(), 2e-6);  // kept to the microsecond
             EXPECT_EQ(back.GetFrame()->GetPixel(3, 2), frame.GetPixel(3, 2) & 4095);

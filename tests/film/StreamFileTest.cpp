@@ -12,15 +12,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "support/ToolRun.h"
 #include "thermokit/film/CStreamFile.h"
 
 using namespace thermokit;
+using thermokit::test::ReadAll;
+using thermokit::test::TempPath;
 
 namespace {
 
-std::string TempName(const char* tag) {
-    return ::testing::TempDir() + "streamfile_" + tag + "_" + std::to_string(getpid()) + ".bin";
-}
+std::string TempName(const char* tag) { return TempPath(std::string("streamfile_") + tag + ".bin"); }
 
 std::vector<unsigned char> Pattern(size_t n, uint32_t seed) {
     std::vector<unsigned char> v(n);
@@ -29,11 +30,6 @@ std::vector<unsigned char> Pattern(size_t n, uint32_t seed) {
         v[i] = static_cast<unsigned char>(seed >> 24);
     }
     return v;
-}
-
-std::vector<unsigned char> ReadAll(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<unsigned char>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
 }
 
 // Writes data in uneven pieces so that pieces straddle bank boundaries.

@@ -53,22 +53,12 @@ TEST(Average, WeightsMaskingAndRefusals) {
     EXPECT_DOUBLE_EQ(avg.GetDoubleBuffer(1)[1], 13.0);
 
     // Bit 16 (and 0) take the level as it is; bits 1..15 mask.
-    CAverage raw(1, 1, 12, 0);
     unsigned short v = 0xF123;
-    raw.Accumulate(&v, 1, 16, 1.0);
-    EXPECT_DOUBLE_EQ(raw.GetDoubleBuffer(0)[0], 0xF123);
-    raw.Reset();
-    raw.Accumulate(&v, 1, 0, 1.0);
-    EXPECT_DOUBLE_EQ(raw.GetDoubleBuffer(0)[0], 0xF123);
-    raw.Reset();
-    raw.Accumulate(&v, 1, 12, 1.0);
-    EXPECT_DOUBLE_EQ(raw.GetDoubleBuffer(0)[0], 0x123);
-    raw.Reset();
-    raw.Accumulate(&v, 1, 1, 1.0);
-    EXPECT_DOUBLE_EQ(raw.GetDoubleBuffer(0)[0], 1);
-    raw.Reset();
-    raw.Accumulate(&v, 1, 15, 2.0);
-    EXPECT_DOUBLE_EQ(raw.GetDoubleBuffer(0)[0], 0x7123);
+    for (auto [bit, expected] : {std::pair{16, 0xF123}, {0, 0xF123}, {12, 0x123}, {1, 1}, {15, 0x7123}}) {
+        CAverage raw(1, 1, 12, 0);
+        raw.Accumulate(&v, 1, bit, bit == 15 ? 2.0 : 1.0);
+        EXPECT_DOUBLE_EQ(raw.GetDoubleBuffer(0)[0], expected) << bit;
+    }
 
     // Frames: their own depth masks.
     CFrame frame(4, 2, 12, 0, 0);
@@ -227,8 +217,7 @@ TEST(Noise, RootMeanSquareAndRecomputation) {
     double m2[2] = {1.0, 2.0};
     ASSERT_EQ(noise.Accumulate(fa, 2, m2), 1);
     ASSERT_EQ(noise.Accumulate(da, 2, m2), 1);
-    EXPECT_DOUBLE_EQ(noise.GetBuffer()[0], 0.5);
-    EXPECT_DOUBLE_EQ(noise.GetBuffer()[1], 0.0);
+    EXPECT_EQ(std::vector<double>(noise.GetBuffer(), noise.GetBuffer() + 2), (std::vector<double>{0.5, 0.0}));
     CFrame frame(2, 1, 14, 0, 0);
     EXPECT_EQ(noise.Accumulate(&frame, m2), 1);
     EXPECT_EQ(noise.Accumulate(&frame, nullptr), 0);
@@ -264,9 +253,7 @@ TEST(Noise, SaveNoiseReturnsOneWhateverTheSaveGave) {
     CPtrFloat back(name, 0, 0, 1);
     std::vector<double> v(4);
     ASSERT_EQ(back.ReadFrame(0, v.data(), 4), 1);
-    EXPECT_EQ(v[0], 1.0);
-    EXPECT_EQ(v[1], 0.0);
-    EXPECT_EQ(v[3], 2.0);
+    EXPECT_EQ(v, (std::vector<double>{1.0, 0.0, 1.0, 2.0}));
     File::Remove(name);
 
     MessageRecorder rec;

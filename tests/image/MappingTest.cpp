@@ -18,6 +18,24 @@ using thermokit::test::ReadAll;
 using thermokit::test::TempPath;
 using thermokit::test::WriteAll;
 
+namespace {
+
+// The pixels of a small image as a vector, for comparing whole images.
+template <class T, size_t N>
+std::vector<int> Pixels(const T (&image)[N]) {
+    return std::vector<int>(image, image + N);
+}
+using V = std::vector<int>;
+
+// The result of Check and the reason it gives.
+std::pair<int, int> Checked(CMapping& map) {
+    int reason = -1;
+    const int r = map.Check(&reason);
+    return {r, reason};
+}
+
+}  // namespace
+
 TEST(Mapping, NewMappingIsTheIdentity) {
     CMapping map(4, 2);
     EXPECT_TRUE(map.IsValid());
@@ -27,29 +45,21 @@ TEST(Mapping, NewMappingIsTheIdentity) {
     for (long i = 0; i < 8; ++i) EXPECT_EQ(map.GetEntry(i), i);
     unsigned short img[] = {8, 7, 6, 5, 4, 3, 2, 1};
     ASSERT_EQ(map.Apply(img), 1);
-    EXPECT_EQ(img[0], 8);
-    EXPECT_EQ(img[7], 1);
-    int reason = -1;
-    EXPECT_EQ(map.Check(&reason), 1);
-    EXPECT_EQ(reason, 0);
+    EXPECT_EQ(Pixels(img), (V{8, 7, 6, 5, 4, 3, 2, 1}));
+    EXPECT_EQ(Checked(map), std::pair(1, 0));
     EXPECT_EQ(map.Check(nullptr), 1);
 }
 
 TEST(Mapping, CheckReasons) {
     CMapping map(4, 2);
-    int reason = -1;
     ASSERT_EQ(map.SetEntry(3, 8), 1);  // equal to the size
-    EXPECT_EQ(map.Check(&reason), 0);
-    EXPECT_EQ(reason, 1);
+    EXPECT_EQ(Checked(map), std::pair(0, 1));
     map.SetEntry(3, 5);  // in range, 5 now named twice
-    EXPECT_EQ(map.Check(&reason), 0);
-    EXPECT_EQ(reason, 2);
+    EXPECT_EQ(Checked(map), std::pair(0, 2));
     map.SetEntry(3, -1);  // negative: not caught by the range test
-    EXPECT_EQ(map.Check(&reason), 0);
-    EXPECT_EQ(reason, 2);
+    EXPECT_EQ(Checked(map), std::pair(0, 2));
     map.SetEntry(3, 3);
-    EXPECT_EQ(map.Check(&reason), 1);
-    EXPECT_EQ(reason, 0);
+    EXPECT_EQ(Checked(map), std::pair(1, 0));
 
     EXPECT_EQ(map.SetEntry(8, 0), 0);
     EXPECT_EQ(map.SetEntry(-1, 0), 0);
@@ -64,34 +74,30 @@ TEST(Mapping, ApplyAndUnApplyArePermutationsOfEachOther) {
     ASSERT_EQ(map.Check(nullptr), 1);
     unsigned short u16[] = {1, 2, 3, 4, 5, 6};
     ASSERT_EQ(map.Apply(u16), 1);
-    EXPECT_EQ(u16[0], 3);
-    EXPECT_EQ(u16[3], 6);
+    EXPECT_EQ(Pixels(u16), (V{3, 2, 1, 6, 5, 4}));
     ASSERT_EQ(map.UnApply(u16), 1);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(u16[i], i + 1);
+    EXPECT_EQ(Pixels(u16), (V{1, 2, 3, 4, 5, 6}));
 
     // A rotation of the indexes is not its own inverse: UnApply must scatter.
     const int32_t shift[] = {1, 2, 3, 4, 5, 0};
     for (int i = 0; i < 6; ++i) map.SetEntry(i, shift[i]);
     float f[] = {10, 11, 12, 13, 14, 15};
     map.Apply(f);
-    EXPECT_EQ(f[0], 11);
-    EXPECT_EQ(f[5], 10);
+    EXPECT_EQ(Pixels(f), (V{11, 12, 13, 14, 15, 10}));
     map.UnApply(f);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(f[i], 10 + i);
+    EXPECT_EQ(Pixels(f), (V{10, 11, 12, 13, 14, 15}));
     unsigned char u8[] = {0, 1, 2, 3, 4, 5};
     map.UnApply(u8);
-    EXPECT_EQ(u8[1], 0);
+    EXPECT_EQ(Pixels(u8), (V{5, 0, 1, 2, 3, 4}));
     map.Apply(u8);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(u8[i], i);
+    EXPECT_EQ(Pixels(u8), (V{0, 1, 2, 3, 4, 5}));
 
     // Entries outside the image name no pixel: 0 there, nothing read or written outside.
     map.SetEntry(0, 100);
     map.SetEntry(1, -7);
     unsigned short g[] = {1, 2, 3, 4, 5, 6};
     map.Apply(g);
-    EXPECT_EQ(g[0], 0);
-    EXPECT_EQ(g[1], 0);
-    EXPECT_EQ(g[2], 4);
+    EXPECT_EQ(Pixels(g), (V{0, 0, 4, 5, 6, 1}));
     unsigned short k[] = {1, 2, 3, 4, 5, 6};
     map.UnApply(k);
     EXPECT_EQ(k[1], 0);  // nobody names 1 any more
@@ -105,17 +111,10 @@ TEST(Mapping, FileLayoutByteForByteAndRoundTrip) {
     ASSERT_EQ(map.Save(path.c_str()), 1);
     const auto bytes = ReadAll(path);
     ASSERT_EQ(bytes.size(), 307456u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data())), "MAP");
-    EXPECT_EQ(bytes[3], 0);
-    EXPECT_EQ(bytes[4], 0);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data() + 5)), "5.60");
-    EXPECT_EQ(bytes[9], 0);
-    EXPECT_EQ(bytes[10], 0x1A);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 11), std::string("MAP\0\0" "5.60\0\x1A", 11));
     for (int i = 11; i < 252; ++i) ASSERT_EQ(bytes[i], 0) << i;
-    EXPECT_EQ(bytes[252], 320 & 0xFF);
-    EXPECT_EQ(bytes[253], 320 >> 8);
-    EXPECT_EQ(bytes[254], 240);
-    EXPECT_EQ(bytes[255], 0);
+    // Points and lines, little-endian; then the entries.
+    EXPECT_EQ(V(bytes.begin() + 252, bytes.begin() + 256), (V{320 & 0xFF, 320 >> 8, 240, 0}));
     EXPECT_EQ(load<int32_t>(bytes.data(), 256), 76799);
     EXPECT_EQ(load<int32_t>(bytes.data(), 260), 1);
     EXPECT_EQ(load<int32_t>(bytes.data(), 256 + 4 * 76799), 0);

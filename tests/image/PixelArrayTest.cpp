@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -79,44 +80,27 @@ TEST(PixelArray, MaxLevelAndMask) {
 }
 
 TEST(PixelArray, MinMaxIgnoreZeroQuirks) {
-    const unsigned short a[] = {5, 0, 7};
-    unsigned short mn = 0, mx = 0, mean = 0;
-    MinMax(a, 3, &mn, &mx, &mean, 1);
-    EXPECT_EQ(mn, 5);
-    EXPECT_EQ(mx, 7);
-    EXPECT_EQ(mean, 6);
-    MinMax(a, 3, &mn, &mx, &mean, 0);
-    EXPECT_EQ(mn, 0);
-    EXPECT_EQ(mean, 4);
+    // Minimum, maximum and mean, of n values of a, with or without ignoring zeros.
+    const auto minMax = [](const auto* a, long n, int ignoreZero) {
+        using T = std::remove_const_t<std::remove_pointer_t<decltype(a)>>;
+        T mn = 1, mx = 1, mean = 1;
+        MinMax(a, n, &mn, &mx, &mean, ignoreZero);
+        return std::array<double, 3>{double(mn), double(mx), double(mean)};
+    };
+    using R = std::array<double, 3>;
+    const unsigned short a[] = {5, 0, 7}, b[] = {0, 5, 7}, c[] = {9, 0, 0, 0};
+    EXPECT_EQ(minMax(a, 3, 1), (R{5, 7, 6}));
+    EXPECT_EQ(minMax(a, 3, 0), (R{0, 7, 4}));
     // A zero in the first place is never tested: it stays the minimum and is counted.
-    const unsigned short b[] = {0, 5, 7};
-    MinMax(b, 3, &mn, &mx, &mean, 1);
-    EXPECT_EQ(mn, 0);
-    EXPECT_EQ(mx, 7);
-    EXPECT_EQ(mean, 4);
-    const unsigned short c[] = {9, 0, 0, 0};
-    MinMax(c, 4, &mn, &mx, &mean, 1);
-    EXPECT_EQ(mn, 9);
-    EXPECT_EQ(mean, 9);
-
+    EXPECT_EQ(minMax(b, 3, 1), (R{0, 7, 4}));
+    EXPECT_EQ(minMax(c, 4, 1), (R{9, 9, 9}));
     const uint32_t a32[] = {5, 0, 7};
-    uint32_t mn32 = 0, mx32 = 0, mean32 = 0;
-    MinMax(a32, 3, &mn32, &mx32, &mean32, 1);
-    EXPECT_EQ(mn32, 5u);
-    EXPECT_EQ(mean32, 6u);
+    EXPECT_EQ(minMax(a32, 3, 1), (R{5, 7, 6}));
     const float af[] = {0.f, 5.f, 8.f};
-    float mnf = 1, mxf = 1, meanf = 1;
-    MinMax(af, 3, &mnf, &mxf, &meanf, 1);
-    EXPECT_EQ(mnf, 0.f);
-    EXPECT_FLOAT_EQ(meanf, 13.f / 3.f);  // not truncated for float
+    EXPECT_EQ(minMax(af, 3, 1), (R{0, 8, double(13.f / 3.f)}));  // not truncated for float
     const double ad[] = {5, 0, 8};
-    double mnd = 0, mxd = 0, meand = 0;
-    MinMax(ad, 3, &mnd, &mxd, &meand, 1);
-    EXPECT_EQ(mnd, 5);
-    EXPECT_EQ(meand, 6.5);
-    mn = 1234;
-    MinMax(a, 0, &mn, &mx, &mean, 0);  // nothing to read: nothing written
-    EXPECT_EQ(mn, 1234);
+    EXPECT_EQ(minMax(ad, 3, 1), (R{5, 8, 6.5}));
+    EXPECT_EQ(minMax(a, 0, 0), (R{1, 1, 1}));  // nothing to read: nothing written
 }
 
 TEST(PixelArray, MinMaxVectorPathEqualsTheRunningRule) {
@@ -325,84 +309,58 @@ TEST(PixelArray, HistogramCounts) {
 }
 
 TEST(PixelArray, ThresholdCutRules) {
-    // One pixel in every bin from 100 to 200.
+    // One pixel in every bin from 100 to 200; the result and the range left of 100..200 (or of lo..hi).
     std::vector<long> h(4096, 0);
     for (int b = 100; b <= 200; ++b) h[b] = 1;
-    unsigned short mn = 100, mx = 200;
-    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 0.f, 0.f, mn, mx), 1);
-    EXPECT_EQ(mn, 101);  // a percentage of 0 still cuts the end bin
-    EXPECT_EQ(mx, 199);
-
-    // 10 percent of 101 = 10 pixels: the bin where 10 is reached goes too.
-    mn = 100, mx = 200;
-    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 10.f, 10.f, mn, mx), 1);
-    EXPECT_EQ(mx, 190);  // 200..191 hold 10
-    EXPECT_EQ(mn, 110);
-
+    const auto cut = [](const auto* histo, long max, long total, float low, float high, unsigned short lo = 100,
+                        unsigned short hi = 200) {
+        const int r = ApplyThresholdMinMaxHisto(histo, max, total, low, high, lo, hi);
+        return std::array<int, 3>{r, lo, hi};
+    };
+    using R = std::array<int, 3>;
+    EXPECT_EQ(cut(h.data(), 4095, 101, 0.f, 0.f), (R{1, 101, 199}));  // a percentage of 0 still cuts the end bin
+    // 10 percent of 101 = 10 pixels: the bin where 10 is reached goes too (200..191 hold 10).
+    EXPECT_EQ(cut(h.data(), 4095, 101, 10.f, 10.f), (R{1, 110, 190}));
     // A count never reached collapses the range onto the other bound.
-    mn = 100, mx = 200;
-    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 1000, 0.f, 50.f, mn, mx), 1);
-    EXPECT_EQ(mx, 100);
-    EXPECT_EQ(mn, 100);
-    mn = 100, mx = 200;
-    ASSERT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 1000, 50.f, 0.f, mn, mx), 1);
-    EXPECT_EQ(mx, 199);
-    EXPECT_EQ(mn, 199);
-
-    // Single precision: 0.01f makes 10000 x 1 percent 100 exactly, and
-    // 3 x 33.333332 percent 0.99999994 -> 0.
+    EXPECT_EQ(cut(h.data(), 4095, 1000, 0.f, 50.f), (R{1, 100, 100}));
+    EXPECT_EQ(cut(h.data(), 4095, 1000, 50.f, 0.f), (R{1, 199, 199}));
+    // Single precision: 3 x 33.333332 percent is 0.99999994 -> 0.
     std::vector<int32_t> h32(4096, 0);
     h32[7] = 1;
     h32[8] = 2;
-    mn = 7, mx = 8;
-    ASSERT_EQ(ApplyThresholdMinMaxHisto(h32.data(), 4095, 3, 33.333332f, 0.f, mn, mx), 1);
-    EXPECT_EQ(mx, 7);
-    EXPECT_EQ(mn, 7);
+    EXPECT_EQ(cut(h32.data(), 4095, 3, 33.333332f, 0.f, 7, 8), (R{1, 7, 7}));
 
     // Refusals leave min and max alone.
-    mn = 150, mx = 120;
-    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 0.f, 0.f, mn, mx), 0);
-    EXPECT_EQ(mn, 150);
-    EXPECT_EQ(mx, 120);
-    mn = 100, mx = 200;
-    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, -1.f, 0.f, mn, mx), 0);
-    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 4095, 101, 0.f, 100.5f, mn, mx), 0);
-    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 150, 101, 0.f, 0.f, mn, mx), 0);
-    EXPECT_EQ(ApplyThresholdMinMaxHisto(h.data(), 0, 101, 0.f, 0.f, mn, mx), 0);
-    EXPECT_EQ(ApplyThresholdMinMaxHisto(static_cast<long*>(nullptr), 4095, 101, 0.f, 0.f, mn, mx), 0);
-    EXPECT_EQ(mn, 100);
-    EXPECT_EQ(mx, 200);
+    EXPECT_EQ(cut(h.data(), 4095, 101, 0.f, 0.f, 150, 120), (R{0, 150, 120}));
+    EXPECT_EQ(cut(h.data(), 4095, 101, -1.f, 0.f), (R{0, 100, 200}));
+    EXPECT_EQ(cut(h.data(), 4095, 101, 0.f, 100.5f), (R{0, 100, 200}));
+    EXPECT_EQ(cut(h.data(), 150, 101, 0.f, 0.f), (R{0, 100, 200}));
+    EXPECT_EQ(cut(h.data(), 0, 101, 0.f, 0.f), (R{0, 100, 200}));
+    EXPECT_EQ(cut(static_cast<long*>(nullptr), 4095, 101, 0.f, 0.f), (R{0, 100, 200}));
 }
 
 TEST(PixelArray, MinMaxHistoKeepRule) {
-    // 10000 pixels: 100 each of the levels 1000..1099.
+    // 10000 pixels: 100 each of the levels 1000..1099; the result and the range found.
     std::vector<unsigned short> px(10000);
     for (int i = 0; i < 10000; ++i) px[i] = static_cast<unsigned short>(1000 + i % 100);
-    unsigned short mn = 0, mx = 0;
+    using R = std::array<int, 3>;
+    const auto keep = [&px](long n, float low, float high, const int* idx = nullptr) {
+        unsigned short mn = 5, mx = 5;
+        const int r = MinMaxHisto(px.data(), n, &mn, &mx, 4095, low, high, idx);
+        return R{r, mn, mx};
+    };
     // Keep 98 percent: 1 percent (100 pixels, one level) cut at each end,
     // and the bin where the count is reached goes with it.
-    ASSERT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 98.f, -1.f, nullptr), 1);
-    EXPECT_EQ(mn, 1001);
-    EXPECT_EQ(mx, 1098);
-    ASSERT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 1.f, 1.f, nullptr), 1);
-    EXPECT_EQ(mn, 1001);
-    EXPECT_EQ(mx, 1098);
+    EXPECT_EQ(keep(10000, 98.f, -1.f), (R{1, 1001, 1098}));
+    EXPECT_EQ(keep(10000, 1.f, 1.f), (R{1, 1001, 1098}));
     // 2 percent = 200 pixels = two levels, the second one's bin included.
-    ASSERT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 2.f, 0.f, nullptr), 1);
-    EXPECT_EQ(mn, 1002);
-    EXPECT_EQ(mx, 1098);
-
+    EXPECT_EQ(keep(10000, 2.f, 0.f), (R{1, 1002, 1098}));
     const int idx[] = {0, 1, 2, 3};
-    ASSERT_EQ(MinMaxHisto(px.data(), 4, &mn, &mx, 4095, 0.f, 0.f, idx), 1);
-    EXPECT_EQ(mn, 1001);
-    EXPECT_EQ(mx, 1002);
-
-    mn = mx = 5;
-    EXPECT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 101.f, 0.f, nullptr), 0);
-    EXPECT_EQ(mn, 0);  // cleared before the percentages are checked
-    EXPECT_EQ(mx, 0);
-    EXPECT_EQ(MinMaxHisto(px.data(), 10000, &mn, &mx, 4095, 102.f, -1.f, nullptr), 0);
-    EXPECT_EQ(MinMaxHisto(px.data(), 0, &mn, &mx, 4095, 0.f, 0.f, nullptr), 0);
+    EXPECT_EQ(keep(4, 0.f, 0.f, idx), (R{1, 1001, 1002}));
+    EXPECT_EQ(keep(10000, 101.f, 0.f), (R{0, 0, 0}));  // cleared before the percentages are checked
+    EXPECT_EQ(keep(10000, 102.f, -1.f)[0], 0);
+    EXPECT_EQ(keep(0, 0.f, 0.f)[0], 0);
+    unsigned short mn = 0, mx = 0;
     EXPECT_EQ(MinMaxHisto(px.data(), 10, nullptr, &mx, 4095, 0.f, 0.f, nullptr), 0);
 
     // Region: the first line (levels 1000..1009 of a 10 x 10 image).
@@ -472,36 +430,31 @@ TEST(PixelArray, RotateImageFollowsProcessRotation) {
 }
 
 TEST(PixelArray, TimeOfDay) {
-    unsigned short h = 0, m = 0, s = 0, c = 0, t = 77, u = 77;
-    SplitTime(3725.5, &h, &m, &s, &c, nullptr, &u);
-    EXPECT_EQ(h, 1);
-    EXPECT_EQ(m, 2);
-    EXPECT_EQ(s, 5);
-    EXPECT_EQ(c, 50);
-    EXPECT_EQ(u, 77);  // micro needs the thousandths pointer too
-    SplitTime(3725.5, &h, &m, &s, &c, &t, &u);
-    EXPECT_EQ(t, 0);
-    EXPECT_EQ(u, 0);
+    // Hours, minutes, seconds, hundredths, thousandths, microseconds (77 where not given).
+    using R = std::array<unsigned short, 6>;
+    const auto split = [](double time, bool thousandths) {
+        R r = {77, 77, 77, 77, 77, 77};
+        SplitTime(time, &r[0], &r[1], &r[2], &r[3], thousandths ? &r[4] : nullptr, &r[5]);
+        return r;
+    };
+    EXPECT_EQ(split(3725.5, false), (R{1, 2, 5, 50, 77, 77}));  // micro needs the thousandths pointer too
+    EXPECT_EQ(split(3725.5, true), (R{1, 2, 5, 50, 0, 0}));
 
     double time = 0;
     MergeTime(&time, 13, 45, 30, 12, 3, 250);
     EXPECT_EQ(time, 13 * 3600 + 45 * 60 + 30 + 12 * 0.01 + 3 * 0.001 + 250 * 1e-6);
-    SplitTime(time, &h, &m, &s, &c, &t, &u);
-    EXPECT_EQ(h, 13);
-    EXPECT_EQ(m, 45);
-    EXPECT_EQ(s, 30);
-    EXPECT_EQ(c, 12);
-    EXPECT_EQ(t, 3);
-    EXPECT_NEAR(u, 250, 1);
+    R back = split(time, true);
+    EXPECT_NEAR(back[5], 250, 1);
+    back[5] = 250;
+    EXPECT_EQ(back, (R{13, 45, 30, 12, 3, 250}));
     MergeTime(&time, 1, 0, 0, 1500000UL);
     EXPECT_EQ(time, 3601.5);
     MergeTime(&time, static_cast<unsigned long>(0x100000005ULL), 0UL);  // taken as 32 bits
     EXPECT_EQ(time, 5.0);
     MergeTime(&time, 10UL, 250000UL);
     EXPECT_EQ(time, 10.25);
-    SplitTime(-5.0, &h, &m, &s, &c, &t, &u);  // a negative remainder becomes 0
-    EXPECT_EQ(m, 0);
-    EXPECT_EQ(s, 0);
+    const R negative = split(-5.0, true);  // a negative remainder becomes 0
+    EXPECT_EQ(negative[1] + negative[2], 0);
     MergeTime(nullptr, 1UL, 1UL);
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "environment/StoreFixture.h"
+#include "support/Bytes.h"
 #include "thermokit/environment/CRegistry.h"
 #include "thermokit/nuc/CNucFile.h"
 #include "thermokit/platform/Endian.h"
@@ -61,6 +62,13 @@ std::vector<unsigned char> Raw(const char* name, unsigned long* type) {
     return data;
 }
 
+// The table index of each (window, table) pair.
+std::vector<int> Indices(Catalogue& c, std::initializer_list<std::pair<unsigned short, unsigned short>> pairs) {
+    std::vector<int> out;
+    for (auto [w, t] : pairs) out.push_back(c.GetTableIndex(w, t));
+    return out;
+}
+
 }  // namespace
 
 TEST(NucFile, TableLookupArithmetic) {
@@ -71,27 +79,17 @@ TEST(NucFile, TableLookupArithmetic) {
     CRect r(0, 0, 320, 240);
     const unsigned short counts[4] = {10, 8, 6, 0};
     for (unsigned short w = 0; w < 4; ++w) ASSERT_EQ(c.SetWindowing(w, counts[w], &r), 1);
-    EXPECT_EQ(c.GetTableIndex(0, 0), 0);
-    EXPECT_EQ(c.GetTableIndex(0, 9), 9);
-    EXPECT_EQ(c.GetTableIndex(0, 10), -1);
-    EXPECT_EQ(c.GetTableIndex(1, 7), 17);
-    EXPECT_EQ(c.GetTableIndex(2, 0), 18);
-    EXPECT_EQ(c.GetTableIndex(2, 5), 23);
-    EXPECT_EQ(c.GetTableIndex(2, 6), -1);
-    EXPECT_EQ(c.GetTableIndex(3, 0), -1);
-    EXPECT_EQ(c.GetTableIndex(4, 0), -1);
+    EXPECT_EQ(Indices(c, {{0, 0}, {0, 9}, {0, 10}, {1, 7}, {2, 0}, {2, 5}, {2, 6}, {3, 0}, {4, 0}}),
+              (std::vector<int>{0, 9, -1, 17, 18, 23, -1, -1, -1}));
     CNucFile::NUC_TABLE t;
     EXPECT_EQ(c.GetTable(2, 6, &t), 0);
     EXPECT_EQ(c.SetTable(2, 6, "x", 1, 2, 3, "f", 0, "u", "d"), 0);
 
     // Counts adding up past 24: everything from index 24 on is refused.
     for (unsigned short w = 0; w < 3; ++w) ASSERT_EQ(c.SetWindowing(w, 10, &r), 1);
-    EXPECT_EQ(c.GetTableIndex(2, 3), 23);
-    EXPECT_EQ(c.GetTableIndex(2, 4), -1);
-    EXPECT_EQ(c.GetTableIndex(2, 9), -1);
+    EXPECT_EQ(Indices(c, {{2, 3}, {2, 4}, {2, 9}}), (std::vector<int>{23, -1, -1}));
     ASSERT_EQ(c.SetWindowing(0, 65535, &r), 1);
-    EXPECT_EQ(c.GetTableIndex(1, 0), -1);
-    EXPECT_EQ(c.GetTableIndex(0, 23), 23);
+    EXPECT_EQ(Indices(c, {{1, 0}, {0, 23}}), (std::vector<int>{-1, 23}));
 
     // The sub-window count.
     EXPECT_EQ(c.SetMaxWindowing(5), 0);
@@ -156,40 +154,20 @@ TEST(NucFile, FileLayoutByteByByte) {
     ASSERT_EQ(c.SetTable(1, 1, "Blackbody", 100, 2000, 3, "ND1", 1, "100 Hz", "T3"), 1);
     ASSERT_EQ(c.Save(path.c_str(), 0), 1);
 
-    const std::vector<char> f = thermokit_test::ReadBytes(path);
-    ASSERT_EQ(f.size(), kHeader + 4 * kDesc + 24 * kTable);
-    const char* b = f.data();
-    EXPECT_EQ(std::memcmp(b, "NUC\0\0" "5.60\0", 10), 0);
-    EXPECT_EQ(load<uint32_t>(b, 10), 258u);
-    EXPECT_EQ(static_cast<unsigned char>(b[14]), 0x1A);
-    EXPECT_EQ(load<uint16_t>(b, 15), 24);
-    EXPECT_EQ(load<uint16_t>(b, 17), 4);
-    EXPECT_EQ(std::vector<char>(b + 19, b + 258), std::vector<char>(239, 0));
-
-    // Sub-window records come first in the file.
-    const char* d1 = b + kHeader + kDesc;
-    EXPECT_EQ(load<uint32_t>(b + kHeader, 0), 70u);
-    EXPECT_EQ(load<uint16_t>(d1, 4), 3);
-    EXPECT_EQ(load<int32_t>(d1, 6), -1);
-    EXPECT_EQ(load<int32_t>(d1, 10), 2);
-    EXPECT_EQ(load<int32_t>(d1, 14), 0x12345678);
-    EXPECT_EQ(load<int32_t>(d1, 18), 4);
-    EXPECT_EQ(std::vector<char>(d1 + 22, d1 + 70), std::vector<char>(48, 0));
-
-    // Table (1, 1) is global table 3.
-    const char* tables = b + kHeader + 4 * kDesc;
-    EXPECT_EQ(load<uint32_t>(tables, 0), 522u);
-    const char* t3 = tables + 3 * kTable;
-    EXPECT_EQ(load<uint32_t>(t3, 0), 522u);
-    EXPECT_STREQ(t3 + 4, "Blackbody");
-    EXPECT_EQ(load<uint16_t>(t3, 29), 100);
-    EXPECT_EQ(load<uint16_t>(t3, 31), 2000);
-    EXPECT_EQ(load<uint16_t>(t3, 33), 3);
-    EXPECT_STREQ(t3 + 35, "ND1");
-    EXPECT_EQ(load<int32_t>(t3, 55), 0);
-    EXPECT_STREQ(t3 + 59, "100 Hz");
-    EXPECT_STREQ(t3 + 159, "T3");
-    EXPECT_EQ(t3[259], 0);
+    const std::vector<unsigned char> b = thermokit::test::ReadAll(path);
+    ASSERT_EQ(b.size(), kHeader + 4 * kDesc + 24 * kTable);
+    EXPECT_EQ(std::memcmp(b.data(), "NUC\0\0" "5.60\0", 10), 0);
+    EXPECT_EQ(std::vector<unsigned char>(b.begin() + 19, b.begin() + 258), std::vector<unsigned char>(239, 0));
+    // Sub-window records come first in the file: record 1 at d1; table (1, 1) is global table 3, at t3.
+    const size_t d1 = kHeader + kDesc, tables = kHeader + 4 * kDesc, t3 = tables + 3 * kTable;
+    EXPECT_EQ(std::vector<unsigned char>(b.begin() + d1 + 22, b.begin() + d1 + 70), std::vector<unsigned char>(48, 0));
+    using namespace thermokit::test;
+    ExpectFields(b, {{10, 258u}, {14, u8{0x1A}}, {15, u16{24}}, {17, u16{4}},  // header size, end of text, counts
+                     {kHeader, 70u}, {d1 + 4, u16{3}}, {d1 + 6, int32_t{-1}}, {d1 + 10, int32_t{2}},
+                     {d1 + 14, int32_t{0x12345678}}, {d1 + 18, int32_t{4}},
+                     {tables, 522u}, {t3, 522u}, {t3 + 4, "Blackbody"}, {t3 + 29, u16{100}}, {t3 + 31, u16{2000}},
+                     {t3 + 33, u16{3}}, {t3 + 35, "ND1"}, {t3 + 55, int32_t{0}}, {t3 + 59, "100 Hz"}, {t3 + 159, "T3"},
+                     {t3 + 259, u8{0}}});
 
     // Fewer sub-windows: fewer records in the file.
     ASSERT_EQ(c.SetMaxWindowing(2), 1);

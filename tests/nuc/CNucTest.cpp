@@ -51,20 +51,14 @@ TEST(CNuc, NewTableHeaderAndMetadata) {
     unsigned char flag = 9;
     unsigned short x = 0, y = 0, p = 0, l = 0;
     nuc.GetWindowing(&flag, &x, &y, nullptr, nullptr);
-    EXPECT_EQ(flag, 1);
-    EXPECT_EQ(x, 17);
-    EXPECT_EQ(y, 33);
+    EXPECT_EQ((std::vector<long>{flag, x, y, p, l}), (std::vector<long>{1, 17, 33, 0, 0}));
     nuc.GetWindowing(&flag, &x, &y, &p, &l);
-    EXPECT_EQ(p, 320);
-    EXPECT_EQ(l, 240);
+    EXPECT_EQ((std::vector<long>{flag, x, y, p, l}), (std::vector<long>{1, 17, 33, 320, 240}));
     long lf = 0;
     unsigned long lx = 0, ly = 0, lp = 0, ll = 0;
     nuc.GetWindowing(&lf, &lx, &ly, &lp, &ll);
-    EXPECT_EQ(lf, 1);
-    EXPECT_EQ(lx, 17u);
-    EXPECT_EQ(ly, 33u);
-    EXPECT_EQ(lp, 320u);
-    EXPECT_EQ(ll, 240u);
+    EXPECT_EQ((std::vector<unsigned long>{static_cast<unsigned long>(lf), lx, ly, lp, ll}),
+              (std::vector<unsigned long>{1, 17, 33, 320, 240}));
 
     nuc.Reset();
     EXPECT_EQ(nuc.GetAlpha()[0], 1.0f);
@@ -88,19 +82,10 @@ TEST(CNuc, FileLayoutByteByByte) {
     ASSERT_EQ(b.size(), 260u + 8u * 6u);
     EXPECT_EQ(std::memcmp(b.data(), "COE\0\0", 5), 0);
     EXPECT_EQ(std::memcmp(b.data() + 5, "5.60\0", 5), 0);
-    EXPECT_EQ(b[10], 0x1A);
     for (int i = 11; i < 192; ++i) ASSERT_EQ(b[i], 0) << "reserved byte " << i;
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[192])), "CAM-1");
-    EXPECT_EQ(b[192 + 5], 0);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[212])), "SN42");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[223])), "F0");
-    EXPECT_EQ(Get<float>(b, 243), 0.5f);
-    EXPECT_EQ(b[247], 1);
-    EXPECT_EQ(Get<uint16_t>(b, 248), 0x0102);
-    EXPECT_EQ(Get<uint16_t>(b, 250), 0x0304);
-    EXPECT_EQ(Get<uint16_t>(b, 252), 3);
-    EXPECT_EQ(Get<uint16_t>(b, 254), 2);
-    EXPECT_EQ(Get<uint32_t>(b, 256), 6u);
+    // Camera, serial, filter, integration, windowing flag, x, y; points, lines, pixel count.
+    ExpectFields(b, {{10, u8{0x1A}}, {192, "CAM-1"}, {212, "SN42"}, {223, "F0"}, {243, 0.5f}, {247, u8{1}},
+                     {248, u16{0x0102}}, {250, u16{0x0304}}, {252, u16{3}}, {254, u16{2}}, {256, 6u}});
     for (int i = 0; i < 6; ++i) {
         EXPECT_EQ(Get<float>(b, 260 + 4 * i), 1.0f + static_cast<float>(i));
         EXPECT_EQ(Get<float>(b, 260 + 24 + 4 * i), -0.5f * static_cast<float>(i));
@@ -280,16 +265,11 @@ TEST(CNuc, OnePointUpdate) {
     CNuc nuc(2, 2);
     std::vector<unsigned short> ref = {10, 20, 30, 41};
     const float meanR = static_cast<float>(101.0 / 4.0);
-    nuc.GetAlpha()[0] = 3.0f;
-    nuc.GetAlpha()[1] = 20.0f;
-    nuc.GetAlpha()[2] = -1.0f;
-    nuc.GetAlpha()[3] = 0.1f;
+    const float gains[] = {3.0f, 20.0f, -1.0f, 0.1f};
+    std::copy(gains, gains + 4, nuc.GetAlpha());
     ASSERT_EQ(nuc.Update(ref.data(), nullptr, 1, 1), 1);
     // Kept gains are clamped again.
-    EXPECT_EQ(nuc.GetAlpha()[0], 3.0f);
-    EXPECT_EQ(nuc.GetAlpha()[1], 10.0f);
-    EXPECT_EQ(nuc.GetAlpha()[2], 0.1f);
-    EXPECT_EQ(nuc.GetAlpha()[3], 0.1f);
+    EXPECT_EQ(std::vector<float>(nuc.GetAlpha(), nuc.GetAlpha() + 4), (std::vector<float>{3.0f, 10.0f, 0.1f, 0.1f}));
     EXPECT_EQ(nuc.GetBeta()[0], meanR - 10.0f * 3.0f);
     EXPECT_EQ(nuc.GetBeta()[1], meanR - 20.0f * 10.0f);
     ASSERT_EQ(nuc.Update(ref.data(), nullptr, 1, 0), 1);
@@ -346,10 +326,7 @@ TEST(CNuc, UndoRestoresAndGainZeroGivesZero) {
     nuc.Apply(raw.data(), 0x3FFF, corrected.data());
     EXPECT_EQ(corrected[1], 210);
     ASSERT_EQ(nuc.ApplyDeNuc(corrected.data(), 0x3FFF, undone.data()), 1);
-    EXPECT_EQ(undone[0], 0);
-    EXPECT_EQ(undone[1], 100);
-    EXPECT_EQ(undone[2], 4000);
-    EXPECT_EQ(undone[3], 0);  // gain 0
+    EXPECT_EQ(undone, (std::vector<unsigned short>{0, 100, 4000, 0}));  // gain 0 gives 0
     // Bits above the depth are masked, results clamped to the depth.
     std::vector<unsigned short> high = {0xFFFF, 0xF000 | 9, 0x0FFF, 0x0FFF};
     ASSERT_EQ(nuc.ApplyDeNuc(high.data(), 0x0FFF, nullptr), 1);
@@ -358,10 +335,7 @@ TEST(CNuc, UndoRestoresAndGainZeroGivesZero) {
     // Float undo.
     std::vector<float> f = {10.0f, 12.0f, 20.0f, 5.0f};
     ASSERT_EQ(nuc.ApplyDeNuc(f.data()), 1);
-    EXPECT_EQ(f[0], 0.0f);
-    EXPECT_EQ(f[1], 1.0f);
-    EXPECT_EQ(f[2], 5.0f);
-    EXPECT_EQ(f[3], 0.0f);
+    EXPECT_EQ(f, (std::vector<float>{0.0f, 1.0f, 5.0f, 0.0f}));
 }
 
 TEST(CNuc, PackedCameraForm) {
@@ -378,23 +352,12 @@ TEST(CNuc, PackedCameraForm) {
     g[5] = 1e20f;
     std::vector<unsigned char> buf(24, 0xAB);
     ASSERT_EQ(nuc.CreateBufferNuc(buf.data(), 1), 1);
-    auto gainWord = [&](int i) { return Get<uint16_t>(std::vector<uint8_t>(buf.begin(), buf.end()), 4 * i); };
-    auto offWord = [&](int i) { return Get<int16_t>(std::vector<uint8_t>(buf.begin(), buf.end()), 4 * i + 2); };
-    EXPECT_EQ(gainWord(0), 0x8000);
-    EXPECT_EQ(offWord(0), -7);
-    EXPECT_EQ(gainWord(1), 0x0000);  // 131072 wraps
-    EXPECT_EQ(gainWord(2), 0x8000);  // -32768
-    EXPECT_EQ(offWord(2), static_cast<int16_t>(40000 - 65536));
-    EXPECT_EQ(gainWord(3), static_cast<uint16_t>(static_cast<int>(1.99997f * 32768.0f)));
-    EXPECT_EQ(offWord(3), 7);
-    EXPECT_EQ(gainWord(4), 0);  // out of range converts like the processor does
-    EXPECT_EQ(gainWord(5), 0);
+    // Pixel 1: 131072 wraps; 2: -32768; 4 and 5: out of range converts like the processor does.
+    ExpectFields(buf, {{0, u16{0x8000}}, {2, int16_t{-7}}, {4, u16{0}}, {8, u16{0x8000}}, {10, int16_t(40000 - 65536)},
+                  {12, u16(static_cast<int>(1.99997f * 32768.0f))}, {14, int16_t{7}}, {16, u16{0}}, {20, u16{0}}});
 
     ASSERT_EQ(nuc.CreateBufferNuc(buf.data(), 0), 1);
-    EXPECT_EQ(gainWord(0), 0x4000);
-    EXPECT_EQ(offWord(0), -3);
-    EXPECT_EQ(gainWord(1), 0x0000);  // 4.0 x 16384 = 65536
-    EXPECT_EQ(gainWord(2), 0xC000);
+    ExpectFields(buf, {{0, u16{0x4000}}, {2, int16_t{-3}}, {4, u16{0}}, {8, u16{0xC000}}});  // 4.0 x 16384 = 65536 wraps
 
     std::vector<unsigned char> untouched(24, 0x5A);
     EXPECT_EQ(nuc.CreateBufferNuc(untouched.data(), 2), 0);

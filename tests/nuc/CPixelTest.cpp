@@ -33,17 +33,15 @@ TEST(CPixel, NewMapAndErrors) {
     EXPECT_EQ(map.IsValid(), 1);
     EXPECT_EQ(map.IsEmpty(), 1);
     EXPECT_EQ(map.IsDistributed(), 1);
-    EXPECT_EQ(map.GetLastError(), -1);
-    EXPECT_EQ(map.GetLastErrorMessage(), "No error");
-    EXPECT_EQ(map.Delete(0), 0);
-    EXPECT_EQ(map.GetLastError(), 1);
-    EXPECT_EQ(map.GetLastErrorMessage(), "Invalid Bad pixel buffer size (must > 0)");
-    EXPECT_EQ(map.Apply(static_cast<unsigned short*>(nullptr)), 0);
-    EXPECT_EQ(map.GetLastError(), 2);
-    EXPECT_EQ(map.GetLastErrorMessage(), "Invalid buffer");
-    EXPECT_EQ(map.Insert(1, 5, 6, 0x03), 0);
-    EXPECT_EQ(map.GetLastError(), 3);
-    EXPECT_EQ(map.GetLastErrorMessage(), "Invalid Index");
+    const auto expectError = [&](int result, int code, const char* message) {
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(map.GetLastError(), code);
+        EXPECT_EQ(map.GetLastErrorMessage(), message);
+    };
+    expectError(0, -1, "No error");
+    expectError(map.Delete(0), 1, "Invalid Bad pixel buffer size (must > 0)");
+    expectError(map.Apply(static_cast<unsigned short*>(nullptr)), 2, "Invalid buffer");
+    expectError(map.Insert(1, 5, 6, 0x03), 3, "Invalid Index");
     // Any index goes into the list; Apply skips those off the detector.
     EXPECT_EQ(map.Add(W * H, 0, 0x03), 1);
     EXPECT_EQ(map.Add(-1, 0, 0x03), 1);
@@ -151,12 +149,9 @@ TEST(CPixel, DetectionThresholdsAreStrictAndCodesCombine) {
     ASSERT_EQ(map.UpdateNoise(noise.data(), W * H, 0.0f, 0), 1);
     EXPECT_EQ(map.GetNoiseCriteria(), 0.0f);
     ASSERT_EQ(map.GetSize(), 5);
-    const unsigned char* code = map.GetCriteria();
-    EXPECT_EQ(code[0], 0x03);  // pixel 1
-    EXPECT_EQ(code[1], 0x0F);  // pixel 4: gain and offset
-    EXPECT_EQ(code[2], 0x1C);  // pixel 5: offset and noise
-    EXPECT_EQ(code[3], 0x10);  // pixel 7
-    EXPECT_EQ(code[4], 0x10);  // pixel 8 (-0 <= 0)
+    // Pixel 1 gain, 4 gain and offset, 5 offset and noise, 7 noise, 8 noise (-0 <= 0).
+    EXPECT_EQ(std::vector<unsigned char>(map.GetCriteria(), map.GetCriteria() + 5),
+              (std::vector<unsigned char>{0x03, 0x0F, 0x1C, 0x10, 0x10}));
     EXPECT_NE(map.IsGain(1), 0);
     EXPECT_NE(map.IsOffset(1), 0);
     EXPECT_EQ(map.IsNoise(1), 0);
@@ -168,15 +163,12 @@ TEST(CPixel, DetectionThresholdsAreStrictAndCodesCombine) {
     EXPECT_EQ(map.Color(3), 0xFF0000u);
 
     map.UpdateDistribution(nullptr, 0);
-    EXPECT_EQ(map.GetTotal(), 5);
-    EXPECT_EQ(map.GetGain(), 1);
-    EXPECT_EQ(map.GetOffsetGain(), 1);  // counted only under its exact code
-    EXPECT_EQ(map.GetOffset(), 0);
-    EXPECT_EQ(map.GetOffsetNoise(), 1);
-    EXPECT_EQ(map.GetNoise(), 2);
-    EXPECT_EQ(map.GetGainNoise(), 0);
-    EXPECT_EQ(map.GetOffsetGainNoise(), 0);
-    EXPECT_EQ(map.GetWindowSize(), 400);
+    // Each entry counted only under its exact code.
+    const auto counts = [](const CPixel& m) {
+        return std::vector<long>{m.GetTotal(), m.GetGain(), m.GetOffsetGain(), m.GetOffset(), m.GetOffsetNoise(),
+                                 m.GetNoise(), m.GetGainNoise(), m.GetOffsetGainNoise(), m.GetWindowSize()};
+    };
+    EXPECT_EQ(counts(map), (std::vector<long>{5, 1, 1, 0, 1, 2, 0, 0, 400}));
 
     // Inside / outside a rectangle whose right edge is excluded.
     CRect r(0, 0, 5, 1);
@@ -270,10 +262,7 @@ TEST(CPixel, ListEditsKeepTheirQuirks) {
     EXPECT_EQ(std::vector<int32_t>(bad, bad + 4), (std::vector<int32_t>{10, 20, 20, 40}));
     EXPECT_EQ(std::vector<int32_t>(repl, repl + 4), (std::vector<int32_t>{11, 21, 21, 41}));
     const unsigned char* code = map.GetCriteria();
-    EXPECT_EQ(code[0], 0x03);
-    EXPECT_EQ(code[1], 0x0C);
-    EXPECT_EQ(code[2], 0x10);
-    EXPECT_EQ(code[3], 0x1F);
+    EXPECT_EQ(std::vector<unsigned char>(code, code + 4), (std::vector<unsigned char>{0x03, 0x0C, 0x10, 0x1F}));
     EXPECT_EQ(map.Insert(5, 1, 2, 0x03), 0);
     EXPECT_EQ(map.GetLastError(), 3);
 
@@ -309,24 +298,17 @@ TEST(CPixel, FlipMirrorsIndicesAndTogglesFlags) {
     map.Add(0, 1, 0x03);   // (0,0) <- (1,0)
     map.Add(6, 10, 0x03);  // (2,1) <- (2,2)
     map.Flip(0, 1);
-    EXPECT_EQ(map.GetPixel1()[0], 3);
-    EXPECT_EQ(map.GetPixel2()[0], 2);
-    EXPECT_EQ(map.GetPixel1()[1], 5);
-    EXPECT_EQ(map.GetPixel2()[1], 9);
-    EXPECT_EQ(map.GetHeader().byFlipColumn, 1);
-    EXPECT_EQ(map.GetHeader().byFlipLine, 0);
+    // Both entries as bad, replacement, bad, replacement; then the line and column flags.
+    const auto state = [&map] {
+        return std::vector<int>{map.GetPixel1()[0], map.GetPixel2()[0], map.GetPixel1()[1], map.GetPixel2()[1],
+                                map.GetHeader().byFlipLine, map.GetHeader().byFlipColumn};
+    };
+    EXPECT_EQ(state(), (std::vector<int>{3, 2, 5, 9, 0, 1}));
     map.Flip(1, 0);
-    EXPECT_EQ(map.GetPixel1()[0], 11);
-    EXPECT_EQ(map.GetPixel2()[0], 10);
-    EXPECT_EQ(map.GetPixel1()[1], 5);
-    EXPECT_EQ(map.GetPixel2()[1], 1);
-    EXPECT_EQ(map.GetHeader().byFlipLine, 1);
+    EXPECT_EQ(state(), (std::vector<int>{11, 10, 5, 1, 1, 1}));
     EXPECT_EQ(map.GetFlip(l, c), 0);  // flags are not "stored" until SetFlip
     map.Flip(1, 1);
-    EXPECT_EQ(map.GetPixel1()[0], 0);
-    EXPECT_EQ(map.GetPixel2()[0], 1);
-    EXPECT_EQ(map.GetHeader().byFlipLine, 0);
-    EXPECT_EQ(map.GetHeader().byFlipColumn, 0);
+    EXPECT_EQ(state(), (std::vector<int>{0, 1, 6, 10, 0, 0}));
     map.SetFlip(1, 0);
     ASSERT_EQ(map.GetFlip(l, c), 1);
     EXPECT_EQ(l, 1);
@@ -347,25 +329,16 @@ TEST(CPixel, FileLayoutAndRoundTrip) {
     ASSERT_EQ(b.size(), 258u + 8u + 8u + 2u);
     EXPECT_EQ(std::memcmp(b.data(), "PIX\0\0", 5), 0);
     EXPECT_EQ(std::memcmp(b.data() + 5, "5.60\0", 5), 0);
-    EXPECT_EQ(b[10], 0x1A);
-    for (int i = 11; i < 231; ++i) ASSERT_EQ(b[i], 0) << i;
-    EXPECT_EQ(b[231], 1);
-    EXPECT_EQ(b[232], 1);
-    EXPECT_EQ(b[233], 1);
-    EXPECT_EQ(Get<float>(b, 234), 25.0f);
-    EXPECT_EQ(Get<float>(b, 238), 0.0f);
-    EXPECT_EQ(Get<float>(b, 242), 0.0f);
-    EXPECT_EQ(b[246], 1);
-    for (int i = 247; i < 252; ++i) EXPECT_EQ(b[i], 0) << i;
-    EXPECT_EQ(Get<uint16_t>(b, 252), 4);
-    EXPECT_EQ(Get<uint16_t>(b, 254), 3);
-    EXPECT_EQ(Get<uint16_t>(b, 256), 2);
-    EXPECT_EQ(Get<int32_t>(b, 258), 0);
-    EXPECT_EQ(Get<int32_t>(b, 262), 11);
-    EXPECT_EQ(Get<int32_t>(b, 266), 1);
-    EXPECT_EQ(Get<int32_t>(b, 270), 10);
-    EXPECT_EQ(b[274], 0x03);
-    EXPECT_EQ(b[275], 0x1C);
+    for (int i = 11; i < 252; ++i)
+        if (i < 231 || i > 246) {
+            ASSERT_EQ(b[i], 0) << i;
+        }
+    // Flags stored, flip line and column, gain, offset and noise limits, codes present, 4 x 3, 2 entries;
+    // the bad indices, the replacements, the codes.
+    ExpectFields(b, {{10, u8{0x1A}},  {231, u8{1}},   {232, u8{1}},   {233, u8{1}},  {234, 25.0f}, {238, 0.0f},
+                     {242, 0.0f},     {246, u8{1}},   {252, u16{4}},  {254, u16{3}}, {256, u16{2}},
+                     {258, int32_t{0}}, {262, int32_t{11}}, {266, int32_t{1}}, {270, int32_t{10}},
+                     {274, u8{0x03}}, {275, u8{0x1C}}});
 
     CPixel back(path.c_str());
     ASSERT_EQ(back.IsValid(), 1);
@@ -459,13 +432,8 @@ TEST(CPixel, PackedBuffers) {
     map.Add(11, 10, 0x0C);
     std::vector<uint8_t> buf(12 + 16, 0xEE);
     ASSERT_EQ(map.CreateBufferBpr(buf.data()), 1);
-    EXPECT_EQ(Get<uint32_t>(buf, 0), 4u);
-    EXPECT_EQ(Get<uint32_t>(buf, 4), 3u);
-    EXPECT_EQ(Get<uint32_t>(buf, 8), 2u);
-    EXPECT_EQ(Get<uint32_t>(buf, 12), 0u);
-    EXPECT_EQ(Get<uint32_t>(buf, 16), 11u);
-    EXPECT_EQ(Get<uint32_t>(buf, 20), 1u);
-    EXPECT_EQ(Get<uint32_t>(buf, 24), 10u);
+    // Points, lines, count; the bad indices; the replacements.
+    ExpectFields(buf, {{0, 4u}, {4, 3u}, {8, 2u}, {12, 0u}, {16, 11u}, {20, 1u}, {24, 10u}});
 
     // Camera form: count at byte 4, bad indices from byte 6, replacements after them.
     std::vector<uint8_t> cam(6 + 8 * 3, 0);

@@ -44,11 +44,11 @@ def films(tmp_path_factory):
     defects, cold and hot black bodies, a noise film and a lock-in sample."""
     d = tmp_path_factory.mktemp("films")
     made = {
-        "plate": ["--scene", "plate", "--frames", "6", "--move", "2", "--defects", "--seed", "3"],
-        "cold": ["-t", "20", "--frames", "4", "--defects", "--seed", "3"],
-        "hot": ["-t", "60", "--frames", "4", "--defects", "--seed", "3"],
-        "noise": ["-t", "30", "--frames", "8", "--defects", "--seed", "3"],
-        "lockin": ["--scene", "lockin", "--frames", "32", "--period", "8", "--rate", "40"],
+        "plate": ["--scene", "plate", "--count", "6", "--move", "2", "--defects", "--seed", "3"],
+        "cold": ["-t", "20", "--count", "4", "--defects", "--seed", "3"],
+        "hot": ["-t", "60", "--count", "4", "--defects", "--seed", "3"],
+        "noise": ["-t", "30", "--count", "8", "--defects", "--seed", "3"],
+        "lockin": ["--scene", "lockin", "--count", "32", "--period", "8", "--rate", "40"],
     }
     for name, args in made.items():
         tool("simulate", "--size", "40x24", *args, "-o", d / f"{name}.film")
@@ -59,7 +59,7 @@ def films(tmp_path_factory):
 def demo(tmp_path_factory):
     """The demo's outputs: a calibration curve among them."""
     d = tmp_path_factory.mktemp("demo") / "out"
-    tool("demo", "-q", "-o", d, "--size", "48x32", "--frames", "4")
+    tool("demo", "-q", "-o", d, "--size", "48x32", "--count", "4")
     return d
 
 

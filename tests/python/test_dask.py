@@ -7,6 +7,7 @@ import csv
 import json
 import os
 import signal
+import subprocess
 import threading
 import time
 
@@ -77,6 +78,8 @@ def test_film_arrays_reduce_as_numpy(films, client):
         [lazy.sum(axis=0), lazy.min(axis=(1, 2)), lazy.max(), lazy.mean(axis=0), lazy.std(axis=0)], sync=True)
     np.testing.assert_array_equal(total, whole.sum(axis=0))
     np.testing.assert_array_equal(low, whole.min(axis=(1, 2)))
+    figures = list(csv.DictReader(tool("stats", path, "--csv").stdout.splitlines()))
+    assert [float(r["min"]) for r in figures] == list(low)
     assert high == whole.max()
     np.testing.assert_allclose(mean, whole.mean(axis=0), rtol=1e-14)
     np.testing.assert_allclose(noise, whole.std(axis=0), rtol=1e-12)
@@ -91,7 +94,7 @@ def batch_inputs(films, root):
     """Two lock-in films in a subfolder, a truncated film and a file that is no film."""
     (root / "runs").mkdir(parents=True)
     for k, seed in enumerate((1, 2)):
-        tool("simulate", "--scene", "lockin", "--size", "40x24", "--frames", 32, "--period", 8, "--rate", 40,
+        tool("simulate", "--scene", "lockin", "--size", "40x24", "--count", 32, "--period", 8, "--rate", 40,
              "--defects", "--seed", seed, "-o", root / "runs" / f"s{k}.film")
     data = open(films["plate"], "rb").read()
     (root / "cut.film").write_bytes(data[:len(data) - 700])
@@ -164,7 +167,7 @@ def test_a_killed_worker_costs_only_a_retry(client, tmp_path):
     source, out = tmp_path / "in", tmp_path / "out"
     source.mkdir()
     for k in range(4):
-        tool("simulate", "--scene", "lockin", "--size", "160x120", "--frames", 400, "--period", 8, "--rate", 40,
+        tool("simulate", "--scene", "lockin", "--size", "160x120", "--count", 400, "--period", 8, "--rate", 40,
              "--seed", k + 1, "-o", source / f"b{k}.film")
     pids = client.run(os.getpid)
     result = {}
@@ -222,3 +225,40 @@ def test_cameras_and_recordings_as_the_tool(tmp_path, monkeypatch):
     with pytest.raises(KeyboardInterrupt):
         thermokit.record(tmp_path / "stopped.film", count=100000, size=(32, 16), rate=100)
     assert 10 < len(thermokit.open(tmp_path / "stopped.film")) < 100000
+
+
+def test_batch_on_a_scheduler_and_worker_started_apart(films, tmp_path):
+    """`dask scheduler` and `dask worker` as the docs start them; the command line given --scheduler."""
+    source, out = tmp_path / "in", tmp_path / "out"
+    source.mkdir()
+    tool("simulate", "--scene", "plate", "--size", "40x24", "--count", 5, "--seed", 4, "-o", source / "p.film")
+    (source / "cut.film").write_bytes(open(films["plate"], "rb").read()[:-700])
+    file = tmp_path / "scheduler.json"
+    scheduler = subprocess.Popen(["/usr/bin/dask", "scheduler", "--host", "127.0.0.1", "--port", "0",
+                                  "--dashboard-address", ":0", "--scheduler-file", file], stderr=subprocess.DEVNULL)
+    worker = None
+    try:
+        deadline = time.monotonic() + 30
+        while not file.exists() and time.monotonic() < deadline:
+            time.sleep(0.1)
+        address = json.load(open(file))["address"]
+        worker = subprocess.Popen(["/usr/bin/dask", "worker", address, "--nworkers", "1", "--nthreads", "1",
+                                   "--no-dashboard"], stderr=subprocess.DEVNULL)
+        r = subprocess.run(["/usr/bin/python3", "-m", "thermokit.batch", source, "-o", out, "--stats", "--embedded",
+                            "--npy", "--scheduler", address, "-q"], capture_output=True, text=True, timeout=60)
+        assert r.returncode == 1 and r.stderr == f"thermokit.batch: {tool_error('stats', source / 'cut.film')}\n"
+        rows = list(csv.DictReader(open(out / "summary.csv")))
+        assert [(row["film"], row["status"]) for row in rows] == [("cut.film", "failed"), ("p.film", "done")]
+        assert int(rows[1]["worker"].rsplit(":", 1)[1]) not in (os.getpid(), worker.pid)
+        assert (out / "p.csv").read_text() == tool("stats", source / "p.film", "--embedded", "--csv").stdout
+        tool("export", source / "p.film", "--format", "npy", "--embedded", "-o", tmp_path / "p.npy")
+        assert (out / "p.npy").read_bytes() == (tmp_path / "p.npy").read_bytes()
+    finally:
+        for p in (worker, scheduler):
+            if p:
+                p.terminate()
+                try:
+                    p.wait(20)
+                except subprocess.TimeoutExpired:
+                    p.kill()
+                    p.wait()

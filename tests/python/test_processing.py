@@ -45,7 +45,7 @@ def test_nuc_bad_pixels_and_correction_match_the_tool(films, tmp_path):
         nuc.apply(raw[:, :, :20])
     with pytest.raises(ValueError) as caught:
         thermokit.Nuc.load(plate)
-    assert str(caught.value) == f"file {plate}: not a readable NUC table"
+    assert str(caught.value) == tool_error("badpixels", "detect", "--nuc", plate, "--gain", 3, "-o", tmp_path / "x")
 
 
 def test_calibration_curve_converts_as_the_tool_exports(demo, films, tmp_path):
@@ -106,7 +106,7 @@ def test_lockin_and_the_simulated_camera_match_the_tool(films, tmp_path):
     with pytest.raises(ValueError, match="frame_rate: needed"):
         thermokit.lockin(thermokit.open(sample)[:], 5)
 
-    tool("simulate", "--scene", "plate", "--size", "20x10", "--frames", 3, "--seed", 9, "--defects", "--truth",
+    tool("simulate", "--scene", "plate", "--size", "20x10", "--count", 3, "--seed", 9, "--defects", "--truth",
          tmp_path / "tool.truth.film", "-o", tmp_path / "tool.film")
     film, truth = thermokit.simulate("plate", size=(20, 10), frames=3, seed=9, defects=True, truth=True,
                                      path=tmp_path / "py.film")

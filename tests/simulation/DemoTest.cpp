@@ -31,7 +31,7 @@ protected:
         // One folder per process: ctest runs each test in a process of its own, maybe in parallel.
         s_dir = ::testing::TempDir() + "sim_demo_small_" + std::to_string(getpid());
         fs::remove_all(s_dir);
-        s_status = RunTool("demo -o '" + s_dir + "' --size 160x128 --frames 6");
+        s_status = RunTool("demo -o '" + s_dir + "' --size 160x128 --count 6");
         std::ifstream f(s_dir + "/report.json");
         if (f) s_report = nlohmann::json::parse(f, nullptr, false);
     }
@@ -150,8 +150,9 @@ TEST_F(Demo, SameSeedSameFigures) {
     ASSERT_EQ(s_status, 0);
     const std::string again = ::testing::TempDir() + "sim_demo_again_" + std::to_string(getpid());
     fs::remove_all(again);
-    ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --frames 6"), 0);
-    const auto r = nlohmann::json::parse(std::ifstream(again + "/report.json"), nullptr, false);
+    ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --count 6"), 0);
+    std::ifstream f(again + "/report.json");
+    const auto r = nlohmann::json::parse(f, nullptr, false);
     ASSERT_TRUE(r.is_object());
     for (const char* key : {"fpn", "bad_pixels", "temperature", "emissivity", "lockin", "calibration"})
         EXPECT_EQ(r[key], s_report[key]) << key;
@@ -167,7 +168,7 @@ TEST_F(Demo, RefusesBadUsage) {
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 10x10"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size wide"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 160x128x3"), 2);
-    EXPECT_EQ(RunTool("demo -o '" + dir + "' --frames 0"), 2);
+    EXPECT_EQ(RunTool("demo -o '" + dir + "' --count 0"), 2);
     // An output folder that cannot be made (below a file) is a failure, not a crash.
     std::ofstream(dir + "_file") << "x";
     EXPECT_EQ(RunTool("demo -o '" + dir + "_file/demo' --size 64x64"), 1);

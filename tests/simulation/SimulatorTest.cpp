@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "support/Bytes.h"
 #include "thermokit/calibration/CCalibrationRBF.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
@@ -25,15 +24,8 @@ namespace {
 
 constexpr double kKelvin = 273.15;
 
-std::string Temp(const std::string& name) {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    return ::testing::TempDir() + "sim_" + info->name() + "_" + name;
-}
-
-std::vector<char> Bytes(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<char>(std::istreambuf_iterator<char>(f), {});
-}
+std::string Temp(const std::string& name) { return test::TempPath("sim_" + name); }
+using test::ReadAll;
 
 CSimDetector::Config Small(uint64_t seed = 7) {
     CSimDetector::Config c;
@@ -112,10 +104,10 @@ TEST(SimDetector, FilmsRepeatByteForByte) {
         ASSERT_EQ(CSimFilm::Record(f1, a, scene, 4, t1), 1);
         ASSERT_EQ(CSimFilm::Record(f2, b, scene, 4, t2), 1);
     }
-    const auto b1 = Bytes(f1), b2 = Bytes(f2);
+    const auto b1 = ReadAll(f1), b2 = ReadAll(f2);
     ASSERT_FALSE(b1.empty());
     EXPECT_EQ(b1, b2);
-    EXPECT_EQ(Bytes(t1), Bytes(t2));
+    EXPECT_EQ(ReadAll(t1), ReadAll(t2));
     // Recording again over an existing, longer film leaves no stale images.
     {
         CSimDetector a(Small(3));
@@ -124,7 +116,8 @@ TEST(SimDetector, FilmsRepeatByteForByte) {
     CPtr film(f1, 0, 0, 0);
     ASSERT_TRUE(film.IsValid());
     EXPECT_EQ(film.GetFrameNumber(), 2u);
-    EXPECT_EQ(static_cast<int64_t>(Bytes(f1).size()), static_cast<int64_t>(film.OffsetImage(2)));
+    EXPECT_EQ(static_cast<int64_t>(ReadAll(f1).size()), static_cast<int64_t>(film.OffsetImage(2)));
+    for (const std::string& f : {f1, f2, t1, t2}) std::filesystem::remove(f);
 }
 
 TEST(SimDetector, FilmHeaderDescribesTheCamera) {
@@ -170,6 +163,8 @@ TEST(SimDetector, FilmHeaderDescribesTheCamera) {
     ASSERT_TRUE(tf.ReadFrame(2));
     for (long i = 0; i < det.GetSize(); i += 97)
         EXPECT_NEAR(tf.GetDoubleBuffer()[i], kelvin[i] - kKelvin, 1e-3) << i;
+    std::filesystem::remove(path);
+    std::filesystem::remove(truth);
 }
 
 TEST(SimDetector, FilmThatCannotBeWrittenIsReported) {
@@ -288,7 +283,7 @@ TEST(SimDetector, TruthFilesHoldTheMaps) {
     CSimDetector::Config cfg = Small();
     cfg.defects = {{3 * 96 + 4, CSimDetector::kHot}};
     CSimDetector det(cfg);
-    const std::string folder = ::testing::TempDir() + "sim_truth";
+    const std::string folder = Temp("truth");
     std::filesystem::create_directories(folder);
     ASSERT_EQ(det.SaveTruth(folder), 1);
     CPtrFloat gain(folder + "/gain.film", 0, 0, 0), offset(folder + "/offset.film", 0, 0, 0);
@@ -300,14 +295,12 @@ TEST(SimDetector, TruthFilesHoldTheMaps) {
         ASSERT_EQ(gain.GetDoubleBuffer()[i], det.GetGainMap()[i]);
         ASSERT_EQ(offset.GetDoubleBuffer()[i], det.GetOffsetMap()[i]);
     }
-    std::ifstream csv(folder + "/defects.csv");
-    std::string line;
-    std::vector<std::string> lines;
-    while (std::getline(csv, line)) lines.push_back(line);
+    const std::vector<std::string> lines = test::ReadLines(folder + "/defects.csv");
     ASSERT_EQ(lines.size(), det.GetDefects().size() + 1);
     EXPECT_EQ(lines[0], "index,x,y,kind");
     EXPECT_NE(std::find(lines.begin(), lines.end(), std::to_string(3 * 96 + 4) + ",4,3,hot"), lines.end());
     EXPECT_EQ(det.SaveTruth(folder + "/missing/deeper"), 0);
+    std::filesystem::remove_all(folder);
 }
 
 TEST(RadiometricFit, RecoversAKnownLawAndRefusesTooLittle) {

@@ -63,11 +63,11 @@ def read_png(path):
 @pytest.fixture(scope="module")
 def films(tmp_path_factory):
     d = tmp_path_factory.mktemp("viewer")
-    tool("simulate", "--scene", "plate", "--size", "640x512", "--frames", 20, "--move", 3, "--defects", "-o", d / "plate.film")
-    tool("simulate", "--scene", "plate", "--size", "1280x1024", "--frames", 6, "-o", d / "big.film")
-    tool("simulate", "--size", "64x48", "--frames", 4, "-o", d / "small.film")
+    tool("simulate", "--scene", "plate", "--size", "640x512", "--count", 20, "--move", 3, "--defects", "-o", d / "plate.film")
+    tool("simulate", "--scene", "plate", "--size", "1280x1024", "--count", 6, "-o", d / "big.film")
+    tool("simulate", "--size", "64x48", "--count", 4, "-o", d / "small.film")
     for t in (20, 40):
-        tool("simulate", "--size", "640x512", "--frames", 4, "--defects", "-t", t, "-o", d / f"bb{t}.film")
+        tool("simulate", "--size", "640x512", "--count", 4, "--defects", "-t", t, "-o", d / f"bb{t}.film")
     tool("nuc", "compute", "--cold", d / "bb20.film", "--hot", d / "bb40.film", "-o", d / "cam.nuc")
     tool("badpixels", "detect", "--nuc", d / "cam.nuc", "--gain", 20, "-o", d / "cam.bpr")
     return d

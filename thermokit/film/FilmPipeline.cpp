@@ -4,34 +4,44 @@
 #include <cstring>
 #include <filesystem>
 #include <typeinfo>
+#include <utility>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CNoise.h"
 #include "thermokit/platform/Messages.h"
 
 namespace thermokit {
 
-FilmPipeline::FilmPipeline(CPtr& film, unsigned long first, unsigned long count) : m_film(film), m_nFirst(first) {
+FilmPipeline::FilmPipeline(CPtr& film, unsigned long first, unsigned long count, unsigned long step)
+    : m_film(film), m_nFirst(first), m_nStep(step ? step : 1) {
     const unsigned long frames = film.IsValid() ? film.GetFrameNumber() : 0;
-    m_nCount = first < frames ? std::min(count, frames - first) : 0;
+    const unsigned long range = first < frames ? std::min(count, frames - first) : 0;
+    m_nCount = range ? (range - 1) / m_nStep + 1 : 0;
+}
+
+FilmPipeline::FilmPipeline(CPtr& film, std::vector<unsigned long> frames)
+    : m_film(film), m_nFirst(frames.empty() ? 0 : frames.front()), m_nCount(frames.size()), m_frames(std::move(frames)) {
+    if (!film.IsValid()) m_nCount = 0;
 }
 
 namespace {
 
-// How many of frames first .. first + count - 1 the file holds whole.
-unsigned long WholeFrames(const CPtr& film, unsigned long first, unsigned long count) {
+// How many of the pipeline's frames the file holds whole.
+unsigned long WholeFrames(const FilmPipeline& pipe, const CPtr& film) {
     std::error_code error;
     const uint64_t length = std::filesystem::file_size(film.GetFileName(), error);
     if (error) return 0;
     const uint64_t pixels = static_cast<uint64_t>(film.GetSize()) * film.GetPixelBytes();
+    const unsigned long count = pipe.GetCount();
     unsigned long whole = 0;
-    while (whole < count && film.OffsetTrame(first + whole) + pixels <= length) {
+    while (whole < count && film.OffsetTrame(pipe.FrameOf(whole)) + pixels <= length) {
         // Past the first frame the records are evenly spaced: jump to the last whole one.
-        if (whole == 1) {
-            const uint64_t record = film.OffsetImage(first + 1) - film.OffsetImage(first);
-            const uint64_t room = length - (film.OffsetTrame(first) + pixels);
-            whole = static_cast<unsigned long>(std::min<uint64_t>(count, room / record + 1));
+        if (whole == 1 && pipe.IsStepped()) {
+            const uint64_t spacing = film.OffsetImage(pipe.FrameOf(1)) - film.OffsetImage(pipe.FrameOf(0));
+            const uint64_t room = length - (film.OffsetTrame(pipe.FrameOf(0)) + pixels);
+            whole = static_cast<unsigned long>(std::min<uint64_t>(count, room / spacing + 1));
             break;
         }
         ++whole;
@@ -50,23 +60,31 @@ int FilmPipeline::Run(const Stage& process, const Stage& write) {
     // A plain film is read by several threads at once, each slot through a
     // reader of its own; the frames the file holds whole and the first one it
     // does not (whose reader reports it), so that a film cut short gives one
-    // message. Other films (a recorder's) are read one frame at a time.
+    // message. Other films (a recorder's, a film of doubles) are read one
+    // frame at a time.
     const bool parallelReads = GetThreadCount() > 1 && typeid(m_film) == typeid(CPtr);
-    const unsigned long count = parallelReads ? std::min(m_nCount, WholeFrames(m_film, m_nFirst, m_nCount) + 1) : m_nCount;
+    const unsigned long count = parallelReads ? std::min(m_nCount, WholeFrames(*this, m_film) + 1) : m_nCount;
     std::vector<std::unique_ptr<CPtr>> readers(parallelReads ? slots.size() : 0);
+    const bool doubles = m_film.GetPixelBytes() == 8;
     // Slots are filled on first use: a short film needs fewer frames.
     const auto claim = [&](unsigned long item, int slot) -> FilmFrame& {
         auto& f = slots[static_cast<size_t>(slot)];
         if (!f) f = std::make_unique<FilmFrame>(m_film.GetPoint(), m_film.GetLine(), m_film.GetBit());
-        f->index = m_nFirst + item;
+        f->index = FrameOf(item);
+        f->item = item;
         f->slot = slot;
         f->error.clear();
         return *f;
     };
     const auto readInto = [&](CPtr& film, FilmFrame& f) {
         if (!film.ReadFrame(f.index, &f.frame)) {
-            f.error = Format("cannot read frame %lu", f.index);
+            f.error = Format("file %s: frame %lu cannot be read (the file is shorter than its header says)",
+                             m_name.empty() ? film.GetFileName().c_str() : m_name.c_str(), f.index);
             return false;
+        }
+        if (doubles) {
+            const double* values = static_cast<CPtrFloat&>(film).GetDoubleBuffer();
+            f.values.assign(values, values + film.GetSize());
         }
         std::memcpy(f.header, film.GetImageHeaderAddress(), sizeof f.header);
         return true;
@@ -94,9 +112,8 @@ int FilmPipeline::Run(const Stage& process, const Stage& write) {
     // The frame that stopped the run is the one after the last written.
     const FilmFrame* failed = nullptr;
     for (const auto& f : slots)
-        if (f && f->index == m_nFirst + m_nDone) failed = f.get();
-    const std::string why = failed && !failed->error.empty() ? failed->error : "stopped";
-    m_strError = Format("frame %lu: %s", m_nFirst + m_nDone, why.c_str());
+        if (f && f->index == FrameOf(m_nDone)) failed = f.get();
+    m_strError = failed && !failed->error.empty() ? failed->error : Format("frame %lu: stopped", FrameOf(m_nDone));
     return 0;
 }
 

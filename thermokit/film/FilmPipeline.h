@@ -39,26 +39,41 @@ struct FilmFrame {
         : frame(point, line, bit, 0, 0) {}
 
     unsigned long index = 0;  // frame number in the film
+    unsigned long item = 0;   // its place among the frames that go through (0, 1, ...)
     int slot = 0;             // the pipeline slot it occupies
     CFrame frame;             // its levels (masked to the film's depth) and time
+    std::vector<double> values;  // a film of doubles: its values (empty for a film of levels)
     alignas(8) unsigned char header[PtrImage::kSize] = {};  // its image header, as read
-    std::string error;        // what went wrong, when a stage returns false
+    std::string error;        // what went wrong, when a stage returns false: the whole message
 };
 
 class FilmPipeline {
 public:
     using Stage = std::function<bool(FilmFrame&)>;
 
-    // Frames first .. first + count - 1 of film (as many as it holds).
-    explicit FilmPipeline(CPtr& film, unsigned long first = 0, unsigned long count = ULONG_MAX);
+    // Frames first, first + step, ... up to first + count - 1 of film (as
+    // many as it holds; a step of 0 is taken as 1).
+    explicit FilmPipeline(CPtr& film, unsigned long first = 0, unsigned long count = ULONG_MAX,
+                          unsigned long step = 1);
+    // The frames listed, in that order (a frame the film does not hold fails
+    // as a frame that cannot be read).
+    FilmPipeline(CPtr& film, std::vector<unsigned long> frames);
 
     unsigned long GetFirst() const { return m_nFirst; }
+    unsigned long GetStep() const { return m_nStep; }
+    // Frames first, first + step ... (not a list).
+    bool IsStepped() const { return m_frames.empty(); }
+    // How many frames go through (those of the range the step takes).
     unsigned long GetCount() const { return m_nCount; }
+    // Frame number of the item'th frame that goes through.
+    unsigned long FrameOf(unsigned long item) const {
+        return m_frames.empty() ? m_nFirst + item * m_nStep : m_frames[item];
+    }
 
     // Returns 1 when every frame went through. 0 at the first failure: a
-    // frame that cannot be read (the film shows its message) or a stage that
-    // returned false; no frame from that one on is written, and
-    // GetLastError() says which frame and why.
+    // frame that cannot be read (the film shows its message too) or a stage
+    // that returned false; no frame from that one on is written, and
+    // GetLastError() tells it.
     int Run(const Stage& process, const Stage& write);
 
     // perFrame on several frames at once, combine(frame number, result) one
@@ -67,15 +82,24 @@ public:
     int Reduce(const std::function<Result(const FilmFrame&)>& perFrame,
                const std::function<void(unsigned long, Result&)>& combine);
 
+    // The film's name in messages (by default its file name).
+    void NameFilm(const std::string& name) { m_name = name; }
+
     // Frames written by the last run (those before the failure).
     unsigned long GetFramesDone() const { return m_nDone; }
+    // The first failure of the last run, as one message: the error the
+    // failing stage left in its frame ("file NAME: frame N cannot be read"
+    // for a read), else "frame N: stopped". Empty after a run that went through.
     const std::string& GetLastError() const { return m_strError; }
 
 private:
     CPtr& m_film;
     unsigned long m_nFirst = 0;
+    unsigned long m_nStep = 1;
     unsigned long m_nCount = 0;
+    std::vector<unsigned long> m_frames;  // a list of frames; empty: first, first + step ...
     unsigned long m_nDone = 0;
+    std::string m_name;
     std::string m_strError;
 };
 
@@ -92,6 +116,15 @@ int FilmPipeline::Reduce(const std::function<Result(const FilmFrame&)>& perFrame
             combine(f.index, *results[static_cast<size_t>(f.slot)]);
             return true;
         });
+}
+
+// One make() for each slot of a pipeline: what a process stage reuses from
+// frame to frame, at PerSlot(make)[f.slot].
+template <class Make>
+auto PerSlot(const Make& make) {
+    std::vector<decltype(make())> slots;
+    for (int s = 0; s < FramePipeline::Slots(); ++s) slots.push_back(make());
+    return slots;
 }
 
 // Adds frames first .. first + count - 1 to average with the weight, in frame

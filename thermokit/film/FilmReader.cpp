@@ -1,7 +1,10 @@
 #include "thermokit/film/FilmReader.h"
 
+#include <filesystem>
+
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CAverage.h"
 #include "thermokit/image/CNoise.h"
 #include "thermokit/platform/File.h"
@@ -21,6 +24,13 @@ constexpr const char* kNotAFilm = "not a film, or its header is damaged or does 
 
 std::string FileProblem(const std::string& path) {
     if (!File::Exists(path)) return "not found";
+    // A FIFO or a device would block the open or the reads: only plain files are films.
+    std::error_code ec;
+    const auto type = std::filesystem::status(path, ec).type();
+    if (!ec && type != std::filesystem::file_type::regular)
+        return type == std::filesystem::file_type::directory ? "not a regular file (a folder)"
+               : type == std::filesystem::file_type::fifo    ? "not a regular file (a FIFO)"
+                                                              : "not a regular file (a device)";
     File f;
     if (!f.Open(path, File::modeRead | File::shareDenyNone)) return "cannot be opened (" + f.GetLastErrorText() + ")";
     if (f.GetLength() == 0) return "empty file";
@@ -51,44 +61,38 @@ int CheckFilmComplete(const CPtr& film) {
     return 0;
 }
 
-std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path) {
+std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path, ErrorKind* kind) {
+    auto fail = [kind](ErrorKind k) {
+        if (kind) *kind = k;
+        return nullptr;
+    };
     const std::string why = FileProblem(path);
     if (!why.empty()) {
         Problem(path, why);
-        return nullptr;
+        return fail(why == "empty file" ? ErrorKind::Format : ErrorKind::System);
     }
     CPtrOver header(path);
     if (!header.IsValid()) {
         Problem(path, header.GetLastErrorText().empty() ? std::string(kNotAFilm) : header.GetLastErrorText());
-        return nullptr;
+        return fail(header.GetLastErrorKind() == ErrorKind::None ? ErrorKind::Format : header.GetLastErrorKind());
     }
     std::unique_ptr<CPtr> film;
     if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) film = std::make_unique<CPtrFloat>(path, 0, 0, 1);
     else film = std::make_unique<CPtr>(path, 0, 0, 1);
     if (!film->IsValid()) {
         Problem(path, film->GetLastErrorText().empty() ? std::string(kNotAFilm) : film->GetLastErrorText());
-        return nullptr;
+        return fail(film->GetLastErrorKind() == ErrorKind::None ? ErrorKind::Format : film->GetLastErrorKind());
     }
-    if (!CheckFilmComplete(*film)) return nullptr;
+    if (!CheckFilmComplete(*film)) return fail(ErrorKind::Format);
+    if (kind) *kind = ErrorKind::None;
     return film;
 }
 
 int ReadTemporalNoise(CPtr& film, float* noise) {
-    const unsigned short point = film.GetPoint(), line = film.GetLine();
-    const unsigned long frames = film.GetFrameNumber();
-    if (frames == 0) return 0;
-    CAverage mean(point, line, film.GetBit(), 0);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!film.ReadFrame(n)) return 0;
-        mean.Accumulate(film.GetFrame(), 1.0);
-    }
-    double* m = mean.GetDoubleBuffer(0);
-    if (!m) return 0;
-    CNoise rms(point, line, film.GetBit(), 0);
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!film.ReadFrame(n)) return 0;
-        rms.Accumulate(film.GetFrame(), m);
-    }
+    if (film.GetFrameNumber() == 0) return 0;
+    CAverage mean(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    CNoise rms(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
+    if (!NoiseFilm(film, mean, rms)) return 0;
     const double* r = rms.GetBuffer();
     if (!r) return 0;
     const long size = film.GetSize();

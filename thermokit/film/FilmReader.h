@@ -10,9 +10,11 @@
 namespace thermokit {
 
 class CPtr;
+enum class ErrorKind : int;
 
-// What keeps a file from being read: "not found", "cannot be opened
-// (system reason)" or "empty file"; empty when nothing does. Shows nothing.
+// What keeps a file from being read: "not found", "not a regular file (a
+// FIFO)", "cannot be opened (system reason)" or "empty file"; empty when
+// nothing does. Shows nothing.
 std::string FileProblem(const std::string& path);
 
 // 1 when the film's file holds every frame its header counts; otherwise 0 and
@@ -26,8 +28,9 @@ std::string FilmIncomplete(const CPtr& film);
 // The film at path as a film of levels (CPtr) or of doubles (CPtrFloat), as
 // its header says, checked: the file can be read, its header is a film's and
 // fits the file, and the film is complete. Null, with the message shown,
-// when not.
-std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path);
+// when not; then *kind (when given) says what kind of failure it was
+// (System, Format, Memory), for callers that raise their own error types.
+std::unique_ptr<CPtr> OpenFilmForReading(const std::string& path, ErrorKind* kind = nullptr);
 
 // Reads image n into the film's own frame (and the double buffer of a film
 // of doubles). False, showing nothing, with "file PATH: frame N cannot be
@@ -42,8 +45,8 @@ int ReadElapsedTimes(CPtr& film, double* seconds);
 
 // The temporal noise of every pixel of a film of levels: the root-mean-square
 // deviation of its frames from their mean (CAverage over every frame, then
-// CNoise against that mean), GetSize() values into noise. 0 when a frame
-// cannot be read or the film holds no frame.
+// CNoise against that mean: NoiseFilm, on every core), GetSize() values into
+// noise. 0 when a frame cannot be read or the film holds no frame.
 int ReadTemporalNoise(CPtr& film, float* noise);
 
 }  // namespace thermokit

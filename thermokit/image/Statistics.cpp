@@ -1,7 +1,11 @@
 #include "thermokit/image/Statistics.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
+#include <type_traits>
 #include <vector>
 
 #include "thermokit/image/PixelArray.h"
@@ -25,11 +29,33 @@ FrameStatistics Figures(const T* v, long n) {
     return f;
 }
 
+// Index of the first value that is not finite (NaN, an infinity), or n. The
+// exponent bits are tested a block at a time, a loop the compiler turns into
+// vector code; a block that holds such a value is searched again one by one.
+template <class T>
+long FirstNotFinite(const T* v, long n) {
+    using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
+    constexpr Bits kExponent = static_cast<Bits>(sizeof(T) == 4 ? 0x7f800000ull : 0x7ff0000000000000ull);
+    constexpr long kBlock = 1024;
+    for (long b = 0; b < n; b += kBlock) {
+        const long e = std::min(n, b + kBlock);
+        Bits bad = 0;
+        for (long i = b; i < e; ++i) {
+            Bits u;
+            std::memcpy(&u, v + i, sizeof u);
+            bad |= static_cast<Bits>((u & kExponent) == kExponent);
+        }
+        if (bad)
+            for (long i = b; i < e; ++i)
+                if (!std::isfinite(v[i])) return i;
+    }
+    return n;
+}
+
 // The finite values, in their order; the values themselves when all are.
 template <class T>
 FrameStatistics FiniteFigures(const T* v, long n) {
-    long first = 0;
-    while (first < n && std::isfinite(v[first])) ++first;
+    const long first = FirstNotFinite(v, n);
     if (first == n) return Figures(v, n);
     std::vector<T> kept(v, v + first);
     for (long i = first + 1; i < n; ++i)

@@ -290,18 +290,7 @@ int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, in
     if (!onePoint) second = std::make_unique<CPtr>(secondFilm ? secondFilm : "", 0, 0, 0);
     if (!fits(first)) return 1;
 
-    first.ReadFrame(0);
-    SetCamera(first.GetCamera());
-    SetCameraSerial(first.GetSerial());
-    SetFilter(first.GetFilter(0));
-    SetIntegration(first.GetIntegration(0));
-    CRect window;
-    first.GetSubWindowRect(&window);
-    // Kept as it is: the flag is only ever raised here, and only when both
-    // sides differ from the table's.
-    if (window.Width() != m_Header.wPoint && window.Height() != m_Header.wLine) m_Header.byWindowing = 1;
-    m_Header.wWindowX = static_cast<uint16_t>(window.left);
-    m_Header.wWindowY = static_cast<uint16_t>(window.top);
+    TakeFilmHeader(first);
 
     if (!onePoint && !fits(*second)) return 1;
 
@@ -315,6 +304,40 @@ int CNuc::Update(const char* firstFilm, const char* secondFilm, int onePoint, in
     unsigned short* high = average(*second, secondMean);
     if (low && high) Update(low, high, 0, keepGain);
     return 1;
+}
+
+int CNuc::Update(CPtr& first, CPtr* second, int onePoint, int keepGain) {
+    WaitCursor wait;
+    const auto fits = [this](const CPtr* film) {
+        return film && film->IsValid() && film->GetSize() == GetSize() && film->GetPoint() == GetPoint() &&
+               film->GetLine() == GetLine();
+    };
+    if (!fits(&first) || (!onePoint && !fits(second))) return 0;
+    // Every frame of each film, read once, the reading stopping at the first that fails.
+    CAverage firstMean(first.GetPoint(), first.GetLine(), first.GetBit(), 0);
+    if (!AccumulateFilm(first, firstMean)) return 0;
+    std::unique_ptr<CAverage> secondMean;
+    if (!onePoint) {
+        secondMean = std::make_unique<CAverage>(second->GetPoint(), second->GetLine(), second->GetBit(), 0);
+        if (!AccumulateFilm(*second, *secondMean)) return 0;
+    }
+    TakeFilmHeader(first);
+    return Update(firstMean.GetBuffer(0), onePoint ? nullptr : secondMean->GetBuffer(0), onePoint, keepGain);
+}
+
+void CNuc::TakeFilmHeader(CPtr& first) {
+    first.ReadFrame(0);
+    SetCamera(first.GetCamera());
+    SetCameraSerial(first.GetSerial());
+    SetFilter(first.GetFilter(0));
+    SetIntegration(first.GetIntegration(0));
+    CRect window;
+    first.GetSubWindowRect(&window);
+    // Kept as it is: the flag is only ever raised here, and only when both
+    // sides differ from the table's.
+    if (window.Width() != m_Header.wPoint && window.Height() != m_Header.wLine) m_Header.byWindowing = 1;
+    m_Header.wWindowX = static_cast<uint16_t>(window.left);
+    m_Header.wWindowY = static_cast<uint16_t>(window.top);
 }
 
 int CNuc::Update2Point(const unsigned short* low, const unsigned short* high) {

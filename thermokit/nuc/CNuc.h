@@ -17,6 +17,8 @@
 
 namespace thermokit {
 
+class CPtr;
+
 #pragma pack(push, 1)
 // The NUC file header, kept in memory byte for byte as it is written.
 struct NUC_HEADER {
@@ -107,6 +109,11 @@ public:
     // as they are (when the first film fits, its camera, serial number,
     // filter 0, integration time 0 and sub-window are still taken). Returns 1.
     int Update(const char* firstFilm, const char* secondFilm, int onePoint, int keepGain);
+    // The same from films already open (second null for a one-point update),
+    // read once each. Returns 0, the tables as they were, when a film does
+    // not fit the table or one of its frames cannot be read (the reading
+    // stops there); 1 when updated.
+    int Update(CPtr& firstFilm, CPtr* secondFilm, int onePoint, int keepGain);
 
     // Corrects a frame of levels: (in AND maxLevel) x gain + offset, clamped
     // to [0, maxLevel] and truncated. out null means in place.
@@ -132,6 +139,8 @@ protected:
     int Update1Point(const float* reference, int keepGain);
 
 private:
+    // The camera, serial number, filter 0, integration time 0 and sub-window of a film used for an update.
+    void TakeFilmHeader(CPtr& film);
     void InitHeader();
     bool Allocate(size_t count);
     size_t TableSize() const { return m_nAllocated; }

@@ -39,7 +39,7 @@ CpuFeatures Detect() {
     unsigned maxLeaf = __get_cpuid_max(0, nullptr);
     if (maxLeaf >= 7) __cpuid_count(7, 0, a, b7, c7, d7);
     unsigned cx = 0;
-    if (__get_cpuid_max(0x80000000u, nullptr) >= 0x80000001u) __get_cpuid(0x80000001u, &a, &b, &cx, &d);
+    if (static_cast<unsigned>(__get_cpuid_max(0x80000000u, nullptr)) >= 0x80000001u) __get_cpuid(0x80000001u, &a, &b, &cx, &d);
     const bool lahf = Bit(cx, 0), lzcnt = Bit(cx, 5);
     const bool bmi1 = Bit(b7, 3), bmi2 = Bit(b7, 8);
 

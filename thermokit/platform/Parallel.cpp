@@ -1,6 +1,14 @@
 #include "thermokit/platform/Parallel.h"
 
-#if defined(THERMOKIT_HAVE_TBB)
+// oneTBB runs the pipelines. Without it, and under ThreadSanitizer (oneTBB is
+// not built with it, so the tool cannot see how oneTBB hands items between
+// threads and reports its hand-offs as races), plain threads run them with the
+// same contract, so that the stages' own sharing is still checked.
+#if defined(THERMOKIT_HAVE_TBB) && !defined(__SANITIZE_THREAD__)
+#define THERMOKIT_PIPELINE_TBB 1
+#endif
+
+#if defined(THERMOKIT_PIPELINE_TBB)
 #include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/info.h>
 #include <oneapi/tbb/parallel_pipeline.h>
@@ -11,9 +19,11 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <condition_variable>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "thermokit/platform/Messages.h"
@@ -35,7 +45,7 @@ unsigned long RunSerial(unsigned long count, const FramePipeline::Stage& read, c
     return count;
 }
 
-#if defined(THERMOKIT_HAVE_TBB)
+#if defined(THERMOKIT_PIPELINE_TBB)
 
 int Cores() { return std::max(1, tbb::info::default_concurrency()); }  // those this process may run on
 
@@ -109,6 +119,62 @@ unsigned long RunThreaded(unsigned long count, int slots, int threads, const Fra
     return written;
 }
 
+#else
+
+int Cores() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
+
+// Each thread owns a slot and takes items one at a time: it reads the next
+// item under the read lock (so reads are serial and in order), processes it
+// on its own, then waits for its turn to write (writes are serial and in
+// order). Items are taken without gaps, so every turn comes.
+unsigned long RunThreaded(unsigned long count, int slots, int threads, const FramePipeline::Stage& read,
+                          const FramePipeline::Stage& process, const FramePipeline::Stage& write) {
+    const int workers = std::min(threads, slots);
+    std::mutex readLock, writeLock;
+    std::condition_variable turn;
+    unsigned long next = 0, nextWrite = 0, written = 0;
+    std::atomic<unsigned long> firstFailure{ULONG_MAX};
+    const auto fail = [&firstFailure](unsigned long n) {
+        unsigned long seen = firstFailure.load();
+        while (n < seen && !firstFailure.compare_exchange_weak(seen, n)) {
+        }
+    };
+    const auto work = [&](int slot) {
+        for (;;) {
+            unsigned long item = 0;
+            bool ok = false;
+            {
+                std::lock_guard<std::mutex> serial(readLock);
+                if (next >= count || next > firstFailure.load()) return;
+                item = next++;
+                ok = read(item, slot);
+            }
+            if (!ok) fail(item);
+            if (ok && process && item < firstFailure.load()) {
+                ok = process(item, slot);
+                if (!ok) fail(item);
+            }
+            std::unique_lock<std::mutex> serial(writeLock);
+            turn.wait(serial, [&] { return nextWrite == item; });
+            bool done = ok && item < firstFailure.load();
+            if (done && write) done = write(item, slot);
+            if (done)
+                ++written;
+            else
+                fail(item);
+            ++nextWrite;
+            turn.notify_all();
+        }
+    };
+    std::vector<std::thread> others;
+    for (int slot = 1; slot < workers; ++slot) others.emplace_back(work, slot);
+    work(0);
+    for (auto& t : others) t.join();
+    return written;
+}
+
+#endif
+
 // THERMOKIT_THREADS when it is a positive count, else every core this process
 // may run on. Worked out once; a value that cannot be used is reported then.
 int DefaultThreads() {
@@ -127,20 +193,11 @@ int DefaultThreads() {
     return threads;
 }
 
-#else
-
-// Built without oneTBB: whole-film work runs on one thread.
-int DefaultThreads() { return 1; }
-
-#endif
-
 }  // namespace
 
 int GetThreadCount() {
-#if defined(THERMOKIT_HAVE_TBB)
     const int n = g_threads.load(std::memory_order_relaxed);
     if (n > 0) return n;
-#endif
     return DefaultThreads();
 }
 
@@ -150,12 +207,8 @@ int FramePipeline::Slots(int threads) { return 2 * std::max(1, threads) + 1; }
 
 unsigned long FramePipeline::Run(unsigned long count, int slots, const Stage& read, const Stage& process,
                                  const Stage& write) {
-#if defined(THERMOKIT_HAVE_TBB)
     const int threads = GetThreadCount();
     if (threads > 1 && slots > 1 && count > 1) return RunThreaded(count, slots, threads, read, process, write);
-#else
-    (void)slots;
-#endif
     return RunSerial(count, read, process, write);
 }
 

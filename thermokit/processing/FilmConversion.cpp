@@ -1,5 +1,7 @@
 #include "thermokit/processing/FilmConversion.h"
 
+#include "thermokit/platform/Utf8.h"
+
 #include <cctype>
 #include <cstdio>
 
@@ -9,15 +11,11 @@
 
 namespace thermokit {
 
-namespace {
-
-std::string Number(double v) {
+std::string ShortNumber(double v) {
     char text[32];
     std::snprintf(text, sizeof text, "%g", v);
     return text;
 }
-
-}  // namespace
 
 int CheckConversionOptions(const ConversionOptions& o, std::string& error) {
     if (!o.Requested() && (o.HasObjectOptions() || o.kelvin)) {
@@ -27,23 +25,23 @@ int CheckConversionOptions(const ConversionOptions& o, std::string& error) {
     }
     CObjectParameters p;
     if (!std::isnan(o.emissivity) && !p.SetEmissivity(o.emissivity)) {
-        error = "--emissivity " + Number(o.emissivity) + ": expected a value above 0 and at most 1";
+        error = "--emissivity " + ShortNumber(o.emissivity) + ": expected a value above 0 and at most 1";
         return 0;
     }
     if (!std::isnan(o.transmission) && !p.SetTransmission(o.transmission)) {
-        error = "--transmission " + Number(o.transmission) + ": expected a value above 0 and at most 1";
+        error = "--transmission " + ShortNumber(o.transmission) + ": expected a value above 0 and at most 1";
         return 0;
     }
     if (!std::isnan(o.distance) && !p.SetDistance(o.distance)) {
-        error = "--distance " + Number(o.distance) + ": expected metres, 0 or more (and not so far that nothing passes)";
+        error = "--distance " + ShortNumber(o.distance) + ": expected metres, 0 or more (and not so far that nothing passes)";
         return 0;
     }
     if (!std::isnan(o.reflected) && !p.SetReflectedTemperature(o.reflected)) {
-        error = "--reflected " + Number(o.reflected) + ": expected degrees Celsius above absolute zero (-273.15)";
+        error = "--reflected " + ShortNumber(o.reflected) + ": expected degrees Celsius above absolute zero (-273.15)";
         return 0;
     }
     if (!std::isnan(o.atmosphere) && !p.SetAtmosphereTemperature(o.atmosphere)) {
-        error = "--atmosphere " + Number(o.atmosphere) + ": expected degrees Celsius above absolute zero (-273.15)";
+        error = "--atmosphere " + ShortNumber(o.atmosphere) + ": expected degrees Celsius above absolute zero (-273.15)";
         return 0;
     }
     if (!std::isnan(o.transmission) && !std::isnan(o.distance)) {
@@ -94,14 +92,10 @@ std::unique_ptr<CCalibration> LoadCalibration(const std::string& calibPath, bool
     return cal;
 }
 
-long Conversion::Apply(const unsigned short* levels, long n, float* out) const {
+void Conversion::Apply(const unsigned short* levels, long n, float* out) const {
     table.Apply(levels, n, out);
-    long converted = 0;
-    for (long i = 0; i < n; ++i) {
-        out[i] += shift;
-        converted += std::isfinite(out[i]) ? 1 : 0;
-    }
-    return converted;
+    if (shift != 0.0f)
+        for (long i = 0; i < n; ++i) out[i] += shift;
 }
 
 int PrepareConversion(std::unique_ptr<CCalibration> cal, bool law, const ConversionOptions& o, float headerEmissivity,
@@ -114,11 +108,11 @@ int PrepareConversion(std::unique_ptr<CCalibration> cal, bool law, const Convers
     c.temperatures = kind >= 0;
     if (!c.temperatures) {
         if (o.HasObjectOptions() || o.kelvin) {
-            error = "file " + calibPath + ": its values are in \"" + c.cal->GetUnitY() +
+            error = "file " + calibPath + ": its values are in \"" + Latin1ToUtf8(c.cal->GetUnitY()) +
                     "\", not temperatures; the object parameters and --kelvin apply to temperatures";
             return 0;
         }
-        c.unit = c.cal->GetUnitY();
+        c.unit = Latin1ToUtf8(c.cal->GetUnitY());  // the file's 8-bit text, for text output
     } else {
         if (kind == 1) {
             // A kelvin curve: its values become degrees Celsius, as every temperature here.
@@ -132,7 +126,7 @@ int PrepareConversion(std::unique_ptr<CCalibration> cal, bool law, const Convers
             const bool overridden = field == "emissivity" ? !std::isnan(o.emissivity) : !std::isnan(o.reflected);
             if (!overridden) {
                 const double value = field == "emissivity" ? headerEmissivity : headerAmbientKelvin;
-                error = "file " + filmPath + ": the header's " + field + " is " + Number(value) +
+                error = "file " + filmPath + ": the header's " + field + " is " + ShortNumber(value) +
                         (field == "emissivity" ? " (above 0 and at most 1 expected); give --emissivity"
                                                : " K (above 0 K expected); give --reflected");
                 return 0;

@@ -47,6 +47,9 @@ struct ConversionOptions {
     }
 };
 
+// A value as messages show it ("%g": 0.98, 25, 1e+06).
+std::string ShortNumber(double v);
+
 // The option values alone: 1, or 0 with the message of a usage error.
 int CheckConversionOptions(const ConversionOptions& o, std::string& error);
 
@@ -64,14 +67,15 @@ struct Conversion {
     std::unique_ptr<CCalibration> cal;
     CObjectParameters params;
     bool temperatures = true;  // false: a curve of another quantity
-    std::string unit;          // degC, K, or the curve's own unit
+    std::string unit;          // degC, K, or the curve's own unit (as UTF-8)
     float shift = 0.0f;        // added to every value: 273.15 in kelvin
     CLevelTable table;
 
     // The value of one level (masked); NaN where it does not convert.
     float Value(unsigned short level) const { return table.Value(level) + shift; }
-    // Values of n levels; returns how many converted (the others are NaN).
-    long Apply(const unsigned short* levels, long n, float* out) const;
+    // Values of n levels (NaN for those that do not convert): the table's
+    // gather, then the shift when there is one.
+    void Apply(const unsigned short* levels, long n, float* out) const;
     // A temperature of the options (degC) in the unit of the values.
     double FromCelsius(double celsius) const { return celsius + shift; }
 };

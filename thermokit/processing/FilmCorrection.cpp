@@ -1,9 +1,11 @@
 #include "thermokit/processing/FilmCorrection.h"
 
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
@@ -18,43 +20,39 @@ namespace {
 
 std::string SizeText(long point, long line) { return std::to_string(point) + " x " + std::to_string(line); }
 
+// The pixel count a table states agrees with its point x line (only a NUC
+// table states one of its own).
+bool CountAgrees(const CNuc& nuc, long point, long line) { return nuc.GetSize() == point * line; }
+template <class Table>
+bool CountAgrees(const Table&, long, long) {
+    return true;
+}
+
+// One table of the chain, read from path: readable and made for a film of
+// point x line; false with the message (kind: "table", "map", "mapping").
+template <class Table>
+bool TableFits(const Table& table, const std::string& path, const char* kind, long point, long line,
+               std::string& error) {
+    if (!table.IsValid()) {
+        error = "file " + path + ": " + table.GetLastErrorText();
+        return false;
+    }
+    if (table.GetPoint() != point || table.GetLine() != line || !CountAgrees(table, point, line)) {
+        error = "file " + path + ": the " + kind + " is for " + SizeText(table.GetPoint(), table.GetLine()) +
+                " pixels, the film has " + SizeText(point, line);
+        return false;
+    }
+    return true;
+}
+
 // The tables of the chain against a film of point x line; false with the message.
 bool CheckTables(CCorrection& chain, const CorrectionFiles& f, long point, long line, std::string& error) {
-    if (!f.nuc.empty()) {
-        CNuc* nuc = chain.GetNuc();
-        if (!nuc->IsValid()) {
-            error = "file " + f.nuc + ": " + nuc->GetLastErrorText();
-            return false;
-        }
-        if (nuc->GetPoint() != point || nuc->GetLine() != line || nuc->GetSize() != point * line) {
-            error = "file " + f.nuc + ": the table is for " + SizeText(nuc->GetPoint(), nuc->GetLine()) +
-                    " pixels, the film has " + SizeText(point, line);
-            return false;
-        }
-    }
-    if (!f.badPixels.empty()) {
-        CPixel* map = chain.GetBadPixels();
-        if (!map->IsValid()) {
-            error = "file " + f.badPixels + ": " + map->GetLastErrorText();
-            return false;
-        }
-        if (map->GetPoint() != point || map->GetLine() != line) {
-            error = "file " + f.badPixels + ": the map is for " + SizeText(map->GetPoint(), map->GetLine()) +
-                    " pixels, the film has " + SizeText(point, line);
-            return false;
-        }
-    }
+    if (!f.nuc.empty() && !TableFits(*chain.GetNuc(), f.nuc, "table", point, line, error)) return false;
+    if (!f.badPixels.empty() && !TableFits(*chain.GetBadPixels(), f.badPixels, "map", point, line, error))
+        return false;
     if (!f.mapping.empty()) {
         CMapping* mapping = chain.GetMapping();
-        if (!mapping->IsValid()) {
-            error = "file " + f.mapping + ": " + mapping->GetLastErrorText();
-            return false;
-        }
-        if (mapping->GetPoint() != point || mapping->GetLine() != line) {
-            error = "file " + f.mapping + ": the mapping is for " + SizeText(mapping->GetPoint(), mapping->GetLine()) +
-                    " pixels, the film has " + SizeText(point, line);
-            return false;
-        }
+        if (!TableFits(*mapping, f.mapping, "mapping", point, line, error)) return false;
         int reason = 0;
         if (!mapping->Check(&reason)) {
             error = "file " + f.mapping + (reason == 1 ? ": an entry lies outside the image" : ": not a permutation");
@@ -115,19 +113,21 @@ int CorrectFilm(const std::string& inPath, const CorrectionFiles& files, const s
         error = "file " + outPath + ": cannot be created";
         return 0;
     }
-    for (unsigned long n = 0; n < frames; ++n) {
-        if (!in.ReadFrame(n)) {
-            error = "file " + inPath + ": cannot read frame " + std::to_string(n);
-            return 0;
+    // Frames corrected on several threads, added with their image headers in frame order.
+    FilmPipeline pipe(in);
+    const auto correct = [&](FilmFrame& f) { return chain.Apply(f.frame.GetBuffer(), maxLevel) == 1; };
+    const auto add = [&](FilmFrame& f) {
+        std::memcpy(out.GetImageHeaderAddress(), f.header, sizeof f.header);
+        if (!out.AddFrame(&f.frame)) {
+            f.error = "file " + outPath + ": cannot write frame " + std::to_string(f.index);
+            return false;
         }
-        CFrame* frame = in.GetFrame();
-        chain.Apply(frame->GetBuffer(), maxLevel);
-        CPtrOver::CopyImageHeader(&out, &in);
-        if (!out.AddFrame(frame)) {
-            error = "file " + outPath + ": cannot write frame " + std::to_string(n);
-            return 0;
-        }
-        if (progress) progress(n + 1, frames);
+        if (progress) progress(f.index + 1, frames);
+        return true;
+    };
+    if (!pipe.Run(correct, add)) {
+        error = pipe.GetLastError();
+        return 0;
     }
     result.frames = frames;
     result.point = static_cast<unsigned short>(point);

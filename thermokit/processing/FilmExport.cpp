@@ -6,8 +6,7 @@
 #include <memory>
 
 #include "thermokit/film/CPtr.h"
-#include "thermokit/film/CPtrFloat.h"
-#include "thermokit/film/FilmReader.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/processing/FilmConversion.h"
@@ -28,6 +27,29 @@ std::string NpyHeader(const char* descr, unsigned long frames, unsigned line, un
     return out + header;
 }
 
+namespace {
+
+// CSV lines of one frame: its number, each line's number and its values.
+void CsvLines(std::string& text, unsigned long n, const unsigned short* levels, const float* values,
+              const double* doubles, unsigned point, unsigned line) {
+    text.clear();
+    char cell[40];
+    for (unsigned y = 0; y < line; ++y) {
+        std::snprintf(cell, sizeof(cell), "%lu,%u", n, y);
+        text += cell;
+        for (unsigned x = 0; x < point; ++x) {
+            const long i = static_cast<long>(y) * point + x;
+            if (doubles) std::snprintf(cell, sizeof(cell), ",%.17g", doubles[i]);
+            else if (values) std::snprintf(cell, sizeof(cell), ",%.9g", static_cast<double>(values[i]));
+            else std::snprintf(cell, sizeof(cell), ",%u", levels[i]);
+            text += cell;
+        }
+        text += '\n';
+    }
+}
+
+}  // namespace
+
 int ExportFilm(CPtr& film, const std::string& path, const std::vector<unsigned long>& frames, const std::string& format,
                const Conversion* conv, const std::string& writePath, const std::string& outPath, std::string& error,
                const std::function<void(unsigned long)>& progress) {
@@ -37,9 +59,7 @@ int ExportFilm(CPtr& film, const std::string& path, const std::vector<unsigned l
     }
     const bool isDoubles = film.GetPixelBytes() == 8;
     const unsigned short point = film.GetPoint(), line = film.GetLine();
-    const long size = static_cast<long>(point) * line;
-    std::vector<float> values(conv ? static_cast<size_t>(size) : 0);
-    const double* doubles = isDoubles ? static_cast<CPtrFloat&>(film).GetDoubleBuffer() : nullptr;
+    const size_t size = static_cast<size_t>(point) * line;
     std::FILE* f = File::OpenStream(writePath, "wb");
     if (!f) {
         error = "file " + outPath + ": cannot be written (" + std::strerror(errno) + ")";
@@ -55,36 +75,36 @@ int ExportFilm(CPtr& film, const std::string& path, const std::vector<unsigned l
         for (unsigned x = 0; x < point; ++x) std::fprintf(f, ",x%u", x);
         std::fprintf(f, "\n");
     }
-    std::string text;
+    // Frames converted (or put in text) on several threads into buffers of
+    // their slot, written in frame order.
+    const bool csv = format == "csv";
+    const bool convert = conv && !isDoubles;
+    auto values = PerSlot([&] { return std::vector<float>(convert ? size : 0); });
+    auto texts = PerSlot([] { return std::string(); });
+    const auto make = [&](FilmFrame& fr) {
+        const size_t slot = static_cast<size_t>(fr.slot);
+        float* v = convert ? values[slot].data() : nullptr;
+        if (v) conv->Apply(fr.frame.GetBuffer(), static_cast<long>(size), v);
+        if (csv)
+            CsvLines(texts[slot], fr.index, fr.frame.GetBuffer(), v, isDoubles ? fr.values.data() : nullptr, point,
+                     line);
+        return true;
+    };
     unsigned long done = 0;
-    for (const unsigned long n : frames) {
-        if (!ReadFilmFrame(film, path, n, error)) return 0;
-        const unsigned short* levels = film.GetFrame()->GetBuffer();
-        if (conv) conv->Apply(levels, size, values.data());
-        if (format == "csv") {
-            char cell[40];
-            for (unsigned y = 0; y < line; ++y) {
-                text.clear();
-                std::snprintf(cell, sizeof(cell), "%lu,%u", n, y);
-                text += cell;
-                for (unsigned x = 0; x < point; ++x) {
-                    const long i = static_cast<long>(y) * point + x;
-                    if (doubles) std::snprintf(cell, sizeof(cell), ",%.17g", doubles[i]);
-                    else if (conv) std::snprintf(cell, sizeof(cell), ",%.9g", static_cast<double>(values[i]));
-                    else std::snprintf(cell, sizeof(cell), ",%u", levels[i]);
-                    text += cell;
-                }
-                text += '\n';
-                std::fwrite(text.data(), 1, text.size(), f);
-            }
-        } else if (doubles) {
-            std::fwrite(doubles, sizeof(double), static_cast<size_t>(size), f);
-        } else if (conv) {
-            std::fwrite(values.data(), sizeof(float), static_cast<size_t>(size), f);
-        } else {
-            std::fwrite(levels, sizeof(unsigned short), static_cast<size_t>(size), f);
-        }
+    const auto write = [&](FilmFrame& fr) {
+        const size_t slot = static_cast<size_t>(fr.slot);
+        if (csv) std::fwrite(texts[slot].data(), 1, texts[slot].size(), f);
+        else if (isDoubles) std::fwrite(fr.values.data(), sizeof(double), size, f);
+        else if (convert) std::fwrite(values[slot].data(), sizeof(float), size, f);
+        else std::fwrite(fr.frame.GetBuffer(), sizeof(unsigned short), size, f);
         if (progress) progress(++done);
+        return true;
+    };
+    FilmPipeline pipe(film, frames);
+    pipe.NameFilm(path);
+    if (!pipe.Run(csv || convert ? FilmPipeline::Stage(make) : FilmPipeline::Stage(), write)) {
+        error = pipe.GetLastError();
+        return 0;
     }
     const bool failed = std::ferror(f) != 0;
     if (std::fclose(closer.release()) != 0 || failed) {

@@ -9,6 +9,7 @@
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/display/CLut24.h"
 #include "thermokit/film/CPtr.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/image/CFrame.h"
 
@@ -92,18 +93,20 @@ int DemodulateFilm(const std::string& path, double frequency, double frameRate, 
     CLockin lockin(point, line, film.GetBit(), 0);
     DATA_LOCKIN parameters{};
     lockin.SetParameters(&parameters);
-    for (unsigned long k = 0; k < frames; ++k) {
-        if (!film.ReadFrame(k)) {
-            error = "file " + path + ": frame " + std::to_string(k) + " cannot be read";
-            return 0;
-        }
-        if (k == 0) lockin.SetTime(film.GetFrame()->GetTime());
+    // Frames read on several threads, added to the sums in frame order (the
+    // sums themselves are one running total).
+    FilmPipeline pipe(film);
+    const auto add = [&](FilmFrame& f) {
+        if (f.index == 0) lockin.SetTime(f.frame.GetTime());
         // The reference angle of frame k: 2 pi F k / R.
-        const double angle = CLockin::ReferenceAngle(frequency, k, rate);
-        if (!lockin.Accumulate(film.GetFrame(), angle, nullptr)) {
-            error = "file " + path + ": frame " + std::to_string(k) + " does not fit the film's size";
-            return 0;
-        }
+        const double angle = CLockin::ReferenceAngle(frequency, f.index, rate);
+        if (lockin.Accumulate(&f.frame, angle, nullptr)) return true;
+        f.error = "file " + path + ": frame " + std::to_string(f.index) + " does not fit the film's size";
+        return false;
+    };
+    if (!pipe.Run({}, add)) {
+        error = pipe.GetLastError();
+        return 0;
     }
     const double* module = lockin.GetModule(filter, 1);
     const double* phase = lockin.GetPhase(filter, 1);

@@ -10,6 +10,7 @@
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/CPtrFloat.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
@@ -18,16 +19,6 @@
 #include "thermokit/processing/FilmConversion.h"
 
 namespace thermokit {
-
-namespace {
-
-std::string Number(double v) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", v);
-    return text;
-}
-
-}  // namespace
 
 // "LO:HI" as two numbers with LO below HI (or equal to it when allowed); false when it is not that.
 bool ParseRange(const std::string& text, double& lo, double& hi, bool allowEqual) {
@@ -194,6 +185,19 @@ void Picture::AddToRange(const unsigned short* levels, const double* values) {
     m_total += size;
 }
 
+void Picture::CountLevels(const unsigned short* levels, std::vector<long>& counts) const {
+    const long size = static_cast<long>(m_point) * m_line;
+    counts.resize(m_histo.size());
+    for (long i = 0; i < size; ++i) ++counts[levels[i] & m_maxLevel];
+}
+
+void Picture::AddCounts(const std::vector<long>& counts) {
+    for (size_t l = 0; l < m_histo.size() && l < counts.size(); ++l) {
+        m_histo[l] += counts[l];
+        m_total += counts[l];
+    }
+}
+
 bool Picture::Finish(std::string& error) {
     if (m_source == kLevels) {
         unsigned short mn = 0, mx = m_maxLevel;
@@ -215,7 +219,7 @@ bool Picture::Finish(std::string& error) {
                 }
             const float pct = static_cast<float>(m_s.cut * 0.5);
             if (!any || !ApplyThresholdMinMaxHisto(m_histo.data(), m_maxLevel, m_total, pct, pct, mn, mx)) {
-                error = "--cut " + Number(m_s.cut) + ": no display range left";
+                error = "--cut " + ShortNumber(m_s.cut) + ": no display range left";
                 return false;
             }
         }
@@ -294,9 +298,9 @@ std::string Picture::DescribeRange() const {
     return text;
 }
 
-void Picture::Draw(const unsigned short* levels, const double* values) {
+void Picture::Draw(const unsigned short* levels, const double* values, std::vector<uint16_t>& canvas) const {
     for (int y = 0; y < m_line; ++y) {
-        uint16_t* row = m_canvas.data() + static_cast<size_t>(y) * m_width;
+        uint16_t* row = canvas.data() + static_cast<size_t>(y) * m_width;
         const size_t base = static_cast<size_t>(y) * m_point;
         if (m_source == kValues) {
             for (int x = 0; x < m_point; ++x) row[x] = IndexOf(values[base + x]);
@@ -307,14 +311,14 @@ void Picture::Draw(const unsigned short* levels, const double* values) {
     }
 }
 
-void Picture::Colour(std::vector<uint32_t>& bgra) const {
-    bgra.resize(m_canvas.size());
-    for (size_t i = 0; i < m_canvas.size(); ++i) bgra[i] = m_colours[m_canvas[i]];
+void Picture::Colour(const std::vector<uint16_t>& canvas, std::vector<uint32_t>& bgra) const {
+    bgra.resize(canvas.size());
+    for (size_t i = 0; i < canvas.size(); ++i) bgra[i] = m_colours[canvas[i]];
 }
 
-int Picture::SavePng(const char* path) const {
+int Picture::SavePng(const char* path, const std::vector<uint16_t>& canvas) const {
     std::vector<uint32_t> bgra;
-    Colour(bgra);
+    Colour(canvas, bgra);
     return PngWriter::WriteBgra(path, reinterpret_cast<const uint8_t*>(bgra.data()), m_width, m_height,
                                 static_cast<ptrdiff_t>(m_width) * 4);
 }
@@ -427,10 +431,26 @@ bool StartFilmPicture(const PictureSetup& setup, CPtr& film, const std::string& 
     const std::string unit = conv ? conv->unit : (doubles ? film.GetSpecialUnitName() : std::string("DL"));
     picture = std::make_unique<Picture>(setup, source, film.GetPoint(), film.GetLine(), film.GetMaxLevel(), conv, unit);
     if (setup.autoRange) {
-        for (unsigned long n : frames) {
-            if (!ReadFilmFrame(film, path, n, error)) return false;
-            picture->AddToRange(film.GetFrame()->GetBuffer(), DoubleBuffer(film));
+        // Levels counted frame by frame on several threads into counts of the
+        // slot (counts add up the same in any order); values taken in frame order.
+        FilmPipeline pipe(film, frames);
+        pipe.NameFilm(path);
+        auto counts = PerSlot([] { return std::vector<long>(); });
+        const auto count = [&](FilmFrame& f) {
+            picture->CountLevels(f.frame.GetBuffer(), counts[static_cast<size_t>(f.slot)]);
+            return true;
+        };
+        const auto take = [&](FilmFrame& f) {
+            picture->AddToRange(nullptr, f.values.data());
+            return true;
+        };
+        const bool levels = picture->CountsLevels();
+        if (!pipe.Run(levels ? FilmPipeline::Stage(count) : FilmPipeline::Stage(),
+                      levels ? FilmPipeline::Stage() : FilmPipeline::Stage(take))) {
+            error = pipe.GetLastError();
+            return false;
         }
+        for (const auto& c : counts) picture->AddCounts(c);
     }
     return picture->Finish(error);
 }
@@ -439,6 +459,27 @@ bool DrawFilmFrame(Picture& picture, CPtr& film, const std::string& path, unsign
     if (!ReadFilmFrame(film, path, n, error)) return false;
     picture.Draw(film.GetFrame()->GetBuffer(), DoubleBuffer(film));
     return true;
+}
+
+bool DrawFilmFrames(const Picture& picture, CPtr& film, const std::string& path,
+                    const std::vector<unsigned long>& frames, const DrawnStage& process, const DrawnStage& write,
+                    std::string& error) {
+    auto canvases = PerSlot([&] { return picture.Canvas(); });
+    const auto drawn = [&](FilmFrame& f) {
+        return DrawnFrame{f.index, f.item, f.slot, &canvases[static_cast<size_t>(f.slot)], &f.error};
+    };
+    const auto draw = [&](FilmFrame& f) {
+        picture.Draw(f.frame.GetBuffer(), f.values.empty() ? nullptr : f.values.data(),
+                     canvases[static_cast<size_t>(f.slot)]);
+        return !process || process(drawn(f));
+    };
+    FilmPipeline pipe(film, frames);
+    pipe.NameFilm(path);
+    if (pipe.Run(draw, write ? FilmPipeline::Stage([&](FilmFrame& f) { return write(drawn(f)); })
+                             : FilmPipeline::Stage()))
+        return true;
+    error = pipe.GetLastError();
+    return false;
 }
 
 }  // namespace thermokit

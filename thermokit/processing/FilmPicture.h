@@ -19,6 +19,7 @@
 // Failures are told as one line, naming the option ("--range X: ...") or the
 // file at fault; nothing is shown through Messages.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -84,6 +85,13 @@ public:
 
     // Auto range: every frame drawn passes here first (levels, or the values of a film of doubles).
     void AddToRange(const unsigned short* levels, const double* values);
+    // Auto range of levels over many frames at once: each frame's pixels
+    // counted by level into counts (maximal level + 1 entries, any order),
+    // then the counts added here. A picture of a film of doubles takes its
+    // values through AddToRange, in frame order.
+    bool CountsLevels() const { return m_source != kValues; }
+    void CountLevels(const unsigned short* levels, std::vector<long>& counts) const;
+    void AddCounts(const std::vector<long>& counts);
     // Takes the range (given, or from what AddToRange saw) and lays the canvas
     // out. False with the message when no value can make a range.
     bool Finish(std::string& error);
@@ -98,11 +106,14 @@ public:
 
     // The range as the commands tell it: "levels 1750..5168", "temperatures 10..100 degC".
     std::string DescribeRange() const;
-    // Draws one frame into the canvas (levels, or the values of a film of doubles).
-    void Draw(const unsigned short* levels, const double* values);
-    // The canvas in its colours (bytes blue, green, red, 0).
-    void Colour(std::vector<uint32_t>& bgra) const;
-    int SavePng(const char* path) const;
+    // Draws one frame into the canvas (levels, or the values of a film of
+    // doubles); into a copy of the canvas, for frames drawn side by side.
+    void Draw(const unsigned short* levels, const double* values) { Draw(levels, values, m_canvas); }
+    void Draw(const unsigned short* levels, const double* values, std::vector<uint16_t>& canvas) const;
+    // A canvas in its colours (bytes blue, green, red, 0).
+    void Colour(const std::vector<uint16_t>& canvas, std::vector<uint32_t>& bgra) const;
+    int SavePng(const char* path) const { return SavePng(path, m_canvas); }
+    int SavePng(const char* path, const std::vector<uint16_t>& canvas) const;
 
 private:
     uint16_t IndexOfLevel(unsigned short level) const;
@@ -137,5 +148,24 @@ bool StartFilmPicture(const PictureSetup& setup, CPtr& film, const std::string& 
                       const std::vector<unsigned long>& frames, std::unique_ptr<Picture>& picture, std::string& error);
 // Reads frame n and draws it; false with the message.
 bool DrawFilmFrame(Picture& picture, CPtr& film, const std::string& path, unsigned long n, std::string& error);
+
+// One frame of a sequence drawn: its number, its place in the list, the
+// pipeline slot it occupies (for buffers of the slot) and its canvas; a
+// stage that fails returns false with the whole message in error.
+struct DrawnFrame {
+    unsigned long n = 0, item = 0;
+    int slot = 0;
+    const std::vector<uint16_t>* canvas = nullptr;
+    std::string* error = nullptr;
+};
+using DrawnStage = std::function<bool(const DrawnFrame&)>;
+
+// Draws the frames listed on several threads, each into a canvas of its
+// slot (the picture finished by StartFilmPicture): process runs on several
+// drawn frames at once, write on one at a time in the list's order (either
+// may be empty). False with the first failure's message.
+bool DrawFilmFrames(const Picture& picture, CPtr& film, const std::string& path,
+                    const std::vector<unsigned long>& frames, const DrawnStage& process, const DrawnStage& write,
+                    std::string& error);
 
 }  // namespace thermokit

@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "thermokit/film/CPtr.h"
-#include "thermokit/film/CPtrFloat.h"
-#include "thermokit/film/FilmReader.h"
+#include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 
@@ -75,15 +75,29 @@ bool MeasureFilm(CPtr& film, const std::string& path, unsigned long first, unsig
                  const Conversion* conv,
                  const std::function<void(unsigned long n, double time, const FrameFigures& f)>& each,
                  std::string& error) {
-    FrameMeasure measure;
-    const double* doubles = film.GetPixelBytes() == 8 ? static_cast<CPtrFloat&>(film).GetDoubleBuffer() : nullptr;
-    for (unsigned long n = first; n <= last; ++n) {
-        if (!ReadFilmFrame(film, path, n, error)) return false;
-        const CFrame* frame = film.GetFrame();
-        each(n, frame->GetTime(),
-             measure.Measure(frame->GetBuffer(), doubles, film.GetPoint(), film.GetLine(), s, conv));
-    }
-    return true;
+    // Frames measured on several threads, each by the measure of its slot;
+    // their figures told in frame order.
+    struct Measured {
+        FrameMeasure measure;
+        FrameFigures figures;
+    };
+    auto slots = PerSlot([] { return std::make_unique<Measured>(); });
+    const unsigned short point = film.GetPoint(), line = film.GetLine();
+    FilmPipeline pipe(film, first, last - first + 1);
+    pipe.NameFilm(path);
+    const auto measure = [&](FilmFrame& f) {
+        Measured& m = *slots[static_cast<size_t>(f.slot)];
+        m.figures = m.measure.Measure(f.frame.GetBuffer(), f.values.empty() ? nullptr : f.values.data(), point, line,
+                                      s, conv);
+        return true;
+    };
+    const auto tell = [&](FilmFrame& f) {
+        each(f.index, f.frame.GetTime(), slots[static_cast<size_t>(f.slot)]->figures);
+        return true;
+    };
+    if (pipe.Run(measure, tell)) return true;
+    error = pipe.GetLastError();
+    return false;
 }
 
 std::string CsvHeader(bool calibrated, const std::string& unit) {

@@ -171,7 +171,8 @@ double CSimDetector::CameraKelvin(double time) const {
 }
 
 void CSimDetector::Render(const float* kelvin, const float* emissivity, const CSimScene& scene,
-                          unsigned short* levels, uint64_t frameNumber, double cameraKelvin) const {
+                          unsigned short* levels, uint64_t frameNumber, double cameraKelvin,
+                          unsigned threads) const {
     const CSimScene::Surface& surface = scene.GetSurface();
     const double tau = surface.transmission;
     const double reflected = tau * SceneElectrons(surface.reflectedCelsius + kKelvin);
@@ -208,7 +209,7 @@ void CSimDetector::Render(const float* kelvin, const float* emissivity, const CS
             }
         }
     };
-    const unsigned threads = std::min<unsigned>(m_Config.threads, static_cast<unsigned>(blocks));
+    threads = std::min<unsigned>(threads, static_cast<unsigned>(blocks));
     if (threads <= 1 || GetSize() < 65536) {
         work(0, blocks);
         return;
@@ -218,6 +219,25 @@ void CSimDetector::Render(const float* kelvin, const float* emissivity, const CS
         pool.emplace_back(work, static_cast<int>(blocks * t / threads), static_cast<int>(blocks * (t + 1) / threads));
     work(0, static_cast<int>(blocks / threads));
     for (auto& th : pool) th.join();
+}
+
+CSimDetector::Shot CSimDetector::Next() {
+    const Shot shot{m_nFrames, m_dTime};
+    ++m_nFrames;
+    m_dTime += 1.0 / m_Config.frameRate;
+    return shot;
+}
+
+void CSimDetector::Take(const CSimScene& scene, unsigned long frameInFilm, const Shot& shot, unsigned short* levels,
+                        float* kelvin, std::vector<float>& emissivity) const {
+    scene.Temperature(m_Config.point, m_Config.line, frameInFilm, shot.time, kelvin);
+    const float* e = nullptr;
+    if (!scene.IsBlackBody()) {
+        emissivity.resize(static_cast<size_t>(GetSize()));
+        scene.Emissivity(m_Config.point, m_Config.line, emissivity.data());
+        e = emissivity.data();
+    }
+    Render(kelvin, e, scene, levels, shot.number, CameraKelvin(shot.time), 1);
 }
 
 void CSimDetector::Capture(const CSimScene& scene, unsigned long frameInFilm, unsigned short* levels, float* kelvin) {
@@ -234,9 +254,8 @@ void CSimDetector::Capture(const CSimScene& scene, unsigned long frameInFilm, un
         scene.Emissivity(m_Config.point, m_Config.line, m_afEmissivity.data());
         emissivity = m_afEmissivity.data();
     }
-    Render(map, emissivity, scene, levels, m_nFrames, CameraKelvin(m_dTime));
-    ++m_nFrames;
-    m_dTime += 1.0 / m_Config.frameRate;
+    const Shot shot = Next();
+    Render(map, emissivity, scene, levels, shot.number, CameraKelvin(shot.time), m_Config.threads);
 }
 
 void CSimDetector::Capture(const CSimScene& scene, unsigned long frameInFilm, CFrame* frame) {
@@ -276,12 +295,12 @@ void CSimDetector::FillHeader(CPtrOver* film) const {
     FillImageHeader(film);
 }
 
-void CSimDetector::FillImageHeader(CPtrOver* film) const {
+void CSimDetector::FillImageHeader(CPtrOver* film, double time) const {
     if (!film) return;
     film->SetImageDetectorTemp(static_cast<float>(kDetectorKelvin));
-    film->SetImageSensorTemp(static_cast<float>(CameraKelvin(m_dTime) - kKelvin), 0);
+    film->SetImageSensorTemp(static_cast<float>(CameraKelvin(time) - kKelvin), 0);
     film->SetImageIntegration(static_cast<float>(m_Config.integrationMicros * 1e-6));
-    film->SetImageCameraTimeStamp(static_cast<uint64_t>(std::llround(m_dTime * 1e6)));
+    film->SetImageCameraTimeStamp(static_cast<uint64_t>(std::llround(time * 1e6)));
 }
 
 }  // namespace thermokit

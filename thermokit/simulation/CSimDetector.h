@@ -120,13 +120,29 @@ public:
     // used are left in kelvin when given (GetSize() values).
     void Capture(const CSimScene& scene, unsigned long frameInFilm, unsigned short* levels, float* kelvin = nullptr);
 
+    // Capture in two steps, so that frames are taken side by side with the
+    // same levels: Next takes the clock's next frame (its number and time)
+    // and moves the clock on, in frame order; Take renders that frame on the
+    // calling thread alone, changing nothing in the detector. kelvin receives
+    // the scene temperatures (GetSize() values); emissivity is room for the
+    // scene's emissivities.
+    struct Shot {
+        uint64_t number = 0;  // frames taken before it
+        double time = 0.0;    // simulated seconds when it is taken
+    };
+    Shot Next();
+    void Take(const CSimScene& scene, unsigned long frameInFilm, const Shot& shot, unsigned short* levels,
+              float* kelvin, std::vector<float>& emissivity) const;
+
     // Fills a film header with the camera: name, serial, depth, band,
     // optics, integration, frame rate, camera temperature, recording date and
     // time (fixed simulated date, so films repeat), the radiometric law.
     void FillHeader(CPtrOver* film) const;
-    // The image header fields of the frame about to be taken: camera and
-    // detector temperatures, integration time.
-    void FillImageHeader(CPtrOver* film) const;
+    // The image header fields of the frame about to be taken (or of the frame
+    // taken at simulated time `time`): camera and detector temperatures,
+    // integration time, camera time stamp.
+    void FillImageHeader(CPtrOver* film) const { FillImageHeader(film, m_dTime); }
+    void FillImageHeader(CPtrOver* film, double time) const;
 
     // Seconds of the day of simulated time t.
     static double TimeOfDay(double t) { return 9.0 * 3600.0 + t; }
@@ -135,7 +151,7 @@ private:
     void MakeMaps();
     // emissivity null: a black body in clear air.
     void Render(const float* kelvin, const float* emissivity, const CSimScene& scene, unsigned short* levels,
-                uint64_t frameNumber, double cameraKelvin) const;
+                uint64_t frameNumber, double cameraKelvin, unsigned threads) const;
 
     Config m_Config;
     unsigned short m_wMaxLevel = 0;

@@ -8,6 +8,7 @@
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/platform/Utf8Path.h"
+#include "thermokit/platform/Parallel.h"
 #include "thermokit/simulation/CSimDetector.h"
 #include "thermokit/simulation/CSimScene.h"
 
@@ -61,8 +62,6 @@ int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSim
     if (!film.IsOpen()) return 0;
     const auto& c = detector.GetConfig();
     std::unique_ptr<CPtrFloat> truth;
-    std::vector<float> kelvin;
-    std::vector<double> celsius;
     if (!truthPath.empty()) {
         truth = std::make_unique<CPtrFloat>(c.point, c.line, c.bit, 0, 0, 0);
         detector.FillHeader(truth.get());
@@ -70,8 +69,6 @@ int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSim
         truth->SetSpecialUnitName("degC");
         truth->SetFileName(truthPath);
         if (!Fresh(truthPath) || !truth->WriteHeader()) return 0;
-        kelvin.resize(static_cast<size_t>(detector.GetSize()));
-        celsius.resize(kelvin.size());
     }
     film.GetFilm()->SetComment(scene.Describe().c_str());
     // The operator's settings: the surface's emissivity (1 for the material
@@ -80,14 +77,42 @@ int CSimFilm::Record(const std::string& path, CSimDetector& detector, const CSim
     film.GetFilm()->SetEmissivity(
         static_cast<float>(scene.GetKind() == CSimScene::kMaterials ? 1.0 : surface.emissivity));
     film.GetFilm()->SetAmbiantTemperature(static_cast<float>(surface.reflectedCelsius + kKelvin));
-    for (unsigned long k = 0; k < frames; ++k) {
-        if (hook) hook(film.GetFilm(), k);
-        if (!film.Add(detector, scene, k, truth ? kelvin.data() : nullptr)) return 0;
-        if (truth) {
-            for (size_t i = 0; i < kelvin.size(); ++i) celsius[i] = kelvin[i] - kKelvin;
-            if (!truth->AddFrame(celsius.data(), static_cast<int>(celsius.size()))) return 0;
+    // Frames taken on every core: the clock is read in frame order, each
+    // frame rendered on its own, and the frames (and their truth) added in
+    // frame order, so that the films are the same bytes for any number of threads.
+    struct Slot {
+        std::unique_ptr<CFrame> frame;
+        std::vector<float> kelvin, emissivity;
+        std::vector<double> celsius;
+        CSimDetector::Shot shot;
+    };
+    std::vector<Slot> slots(static_cast<size_t>(FramePipeline::Slots()));
+    const size_t size = static_cast<size_t>(detector.GetSize());
+    const auto next = [&](unsigned long, int slot) {
+        Slot& s = slots[static_cast<size_t>(slot)];
+        if (!s.frame) {
+            s.frame = std::make_unique<CFrame>(c.point, c.line, c.bit, 0, 0);
+            s.kelvin.resize(size);
+            if (truth) s.celsius.resize(size);
         }
-    }
+        s.shot = detector.Next();
+        return true;
+    };
+    const auto take = [&](unsigned long k, int slot) {
+        Slot& s = slots[static_cast<size_t>(slot)];
+        detector.Take(scene, k, s.shot, s.frame->GetBuffer(), s.kelvin.data(), s.emissivity);
+        s.frame->SetTime(CSimDetector::TimeOfDay(s.shot.time));
+        for (size_t i = 0; i < s.celsius.size(); ++i) s.celsius[i] = s.kelvin[i] - kKelvin;
+        return true;
+    };
+    const auto add = [&](unsigned long k, int slot) {
+        Slot& s = slots[static_cast<size_t>(slot)];
+        if (hook) hook(film.GetFilm(), k);
+        detector.FillImageHeader(film.GetFilm(), s.shot.time);
+        if (!AppendFilmFrame(*film.GetFilm(), s.frame.get())) return false;
+        return !truth || truth->AddFrame(s.celsius.data(), static_cast<int>(size)) != 0;
+    };
+    if (FramePipeline::Run(frames, static_cast<int>(slots.size()), next, take, add) != frames) return 0;
     return film.Close();
 }
 

@@ -27,3 +27,4 @@ add_custom_command(
   VERBATIM)
 target_sources(thermokit_cli PRIVATE "${_page_cpp}")
 target_link_libraries(thermokit_cli PRIVATE PkgConfig::HTTPLIB ZLIB::ZLIB)
+target_compile_definitions(thermokit_cli PRIVATE THERMOKIT_HAVE_VIEW=1)
