@@ -55,5 +55,10 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     fi
   ) 9>"$WINEPREFIX.lock"
 fi
-[ "${1:-}" = --start-server ] && exec "$server" -p
+if [ "${1:-}" = --start-server ]; then
+  # The server wineboot started may still be running: wait for it to end,
+  # then start the persistent one (two servers for one prefix refuse).
+  "$server" -w 2>/dev/null || true
+  exec "$server" -p
+fi
 exec "$wine" "$@"

@@ -431,7 +431,9 @@ TEST(Cli, EightBitTextIsUtf8InEveryOutput) {
     ASSERT_EQ(r.code, 0) << r.err;
     Json j = Json::parse(r.out);
     EXPECT_EQ(j["camera"], "Cam\xc3\xa9ra\x07\nframes: 999");
+#if !defined(_WIN32)  // Windows names are Unicode: a Latin-1 byte in a name does not reach the tool as such
     EXPECT_EQ(j["file"], dir + "/r\xc3\xa9sultat.film");
+#endif
     r = Tool("info '" + film + "'");
     EXPECT_NE(r.out.find("camera: Cam\xc3\xa9ra\\x07\\nframes: 999\n"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.find("\nframes: 999"), std::string::npos) << r.out;
@@ -539,11 +541,20 @@ TEST(Cli, BadFilesFailCleanlyEverywhere) {
         "badpixels detect --noise-film @ --noise 5" + o,
     };
     // Neither a FIFO nor a folder is opened: a reader would block on the one and misread the other.
+#if !defined(_WIN32)
     ASSERT_EQ(::mkfifo((dir + "/fifo.film").c_str(), 0600), 0);
+#endif
     std::filesystem::create_directory(dir + "/folder.film");
     for (const char* bad : {"cut.film", "head.film", "foreign.film", "empty.film", "hostile.film", "none.film",
                             "fifo.film", "folder.film"}) {
         const std::string path = dir + "/" + bad;
+#if defined(_WIN32)
+        // No FIFOs in the file system; and a program starts in about a second under Wine, so the
+        // kinds of damage that the others already cover at the header's checks are left out.
+        if (std::string(bad) == "fifo.film" || std::string(bad) == "head.film" || std::string(bad) == "empty.film" ||
+            std::string(bad) == "hostile.film")
+            continue;
+#endif
         for (std::string command : commands) {
             for (size_t at = command.find('@'); at != std::string::npos; at = command.find('@'))
                 command.replace(at, 1, path);
@@ -563,8 +574,12 @@ TEST(Cli, BadFilesFailCleanlyEverywhere) {
     EXPECT_NE(cut.err.find("2 frame(s) are whole"), std::string::npos) << cut.err;
     EXPECT_EQ(Json::parse(Tool("info --json " + good).out)["complete"], true);
     // Nothing left behind: no partial output, no temporary file.
-    EXPECT_EQ(List(dir), (std::vector<std::string>{"cut.film", "empty.film", "fifo.film", "folder.film", "foreign.film",
-                                                   "good.film", "head.film", "hostile.film", "k.cal", "n.nuc", "old"}));
+    std::vector<std::string> kept = {"cut.film", "empty.film", "fifo.film", "folder.film", "foreign.film",
+                                     "good.film", "head.film", "hostile.film", "k.cal", "n.nuc", "old"};
+#if defined(_WIN32)
+    kept.erase(kept.begin() + 2);  // no FIFO made
+#endif
+    EXPECT_EQ(List(dir), kept);
     // A bad calibration with a good film: refused with the calibration's name.
     WriteText(dir + "/bad.cal", "EXP");
     Result r = Tool("stats " + good + " --calib " + dir + "/bad.cal");

@@ -151,8 +151,7 @@ TEST_F(Demo, SameSeedSameFigures) {
     const std::string again = ::testing::TempDir() + "sim_demo_again_" + std::to_string(getpid());
     fs::remove_all(again);
     ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --count 6"), 0);
-    std::ifstream f(again + "/report.json");
-    const auto r = nlohmann::json::parse(f, nullptr, false);
+    const auto r = nlohmann::json::parse(std::ifstream(again + "/report.json"), nullptr, false);
     ASSERT_TRUE(r.is_object());
     for (const char* key : {"fpn", "bad_pixels", "temperature", "emissivity", "lockin", "calibration"})
         EXPECT_EQ(r[key], s_report[key]) << key;
