@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build needs. Idempotent: when everything is
-# already there it only checks and returns.
+# Installs the Debian packages the build needs, then the libraries the Windows
+# build needs that Debian does not ship for MinGW-w64 (scripts/windows-deps.sh).
+# Idempotent: when everything is already there it only checks and returns.
 set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config
@@ -13,6 +14,10 @@ packages=(
   libtbb-dev
   python3-dask python3-distributed python3-pytest-timeout
   clang libclang-rt-14-dev
+  # Windows: MinGW-w64 (POSIX threads), zlib for it, GoogleTest's sources,
+  # dpkg-source (the source packages of libpng and giflib), Wine to run the programs
+  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix libz-mingw-w64-dev
+  googletest dpkg-dev make wine64
 )
 missing=()
 for p in "${packages[@]}"; do
@@ -20,12 +25,12 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "bootstrap: installing ${missing[*]}"
+  SUDO=""
+  if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
-echo "bootstrap: installing ${missing[*]}"
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+bash "$(dirname "$0")/windows-deps.sh"

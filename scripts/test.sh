@@ -3,8 +3,9 @@
 # test suite twice (release build, then address + undefined sanitizers; the
 # release run includes the Python package's pytest suite), the viewer in a
 # browser, the threaded suites under ThreadSanitizer, every fuzz target for
-# 20 seconds, and checks that an installed thermokit is usable from another
-# CMake project and from python3.
+# 20 seconds, checks that an installed thermokit is usable from another
+# CMake project and from python3, and builds and tests the Windows library,
+# tool and tests under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -50,4 +51,28 @@ cmake --build "$prefix/consumer" >/dev/null
 site=$(/usr/bin/python3 -c 'import sys; print("lib/python%d.%d/dist-packages" % sys.version_info[:2])')
 PYTHONPATH="$prefix/install/$site" /usr/bin/python3 -c \
   "import thermokit, sys; assert thermokit.__file__.startswith('$prefix/install/'); f = thermokit.simulate(size=(16, 8), frames=2); sys.exit(len(f) != 2)"
+
+echo "=== windows: MinGW-w64 build, tests under Wine, the same bytes as on Linux"
+windows_start=$SECONDS
+# A fresh Wine prefix for this run, made without a display, and one Wine
+# server for the whole step (not one per test program).
+export WINEPREFIX="$prefix/wine"
+trap 'cmake/wine-run.sh --stop-server; rm -rf "$prefix"' EXIT
+cmake/wine-run.sh --start-server
+cmake --preset windows -DTHERMOKIT_WERROR=$werror >/dev/null
+cmake --build --preset windows -j "$jobs"
+ctest --preset windows -j "$jobs"
+# The shared library: thermokit.dll used by the tool and by another project.
+cmake --preset windows-shared -DTHERMOKIT_WERROR=$werror -DTHERMOKIT_BUILD_TESTS=OFF >/dev/null
+cmake --build --preset windows-shared -j "$jobs"
+cmake --install build/windows-shared --prefix "$prefix/windows" >/dev/null
+cmake -S tests/consumer -B "$prefix/windows-consumer" -G Ninja \
+  -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64-x86_64.cmake" \
+  -Dthermokit_DIR="$prefix/windows/lib/cmake/thermokit" >/dev/null
+cmake --build "$prefix/windows-consumer" >/dev/null
+WINEPATH="Z:$(printf '%s' "$prefix/windows/bin" | tr / '\\')" \
+  cmake/wine-run.sh "$prefix/windows-consumer/consumer.exe"
+cmake/wine-run.sh build/windows-shared/bin/thermokit.exe --version
+bash scripts/windows-compare.sh build/release/apps/thermokit/thermokit build/windows/bin/thermokit.exe
+echo "windows step: $((SECONDS - windows_start)) s"
 echo "all tests passed"

@@ -1,7 +1,6 @@
 // thermokit animate: frames of a film as an animated GIF (giflib), drawn as
 // render draws them, with one range for every frame, at the film's frame
 // rate or a rate of its own.
-#include <fcntl.h>
 #include <gif_lib.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include "Picture.h"
 #include "thermokit/film/FilmPipeline.h"
 #include "Progress.h"
+#include "System.h"
 
 namespace thermokit::cli {
 namespace {
@@ -79,7 +79,7 @@ public:
     ~GifFile() { Close(); }
     // A new file with the permissions the user's mask leaves (as every other output).
     bool Open(const std::string& path) {
-        const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        const int fd = CreateOutputDescriptor(path);
         if (fd < 0) {
             m_error = std::strerror(errno);
             return false;

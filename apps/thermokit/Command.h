@@ -60,7 +60,11 @@ bool Quiet();
 void SetQuiet(bool quiet);
 
 // A summary line on standard output, left out under --quiet.
+#if defined(_WIN32)  // the C99 printf of MinGW-w64, not Microsoft's
+void Note(const char* format, ...) __attribute__((format(gnu_printf, 1, 2)));
+#else
 void Note(const char* format, ...) __attribute__((format(printf, 1, 2)));
+#endif
 
 // An 8-bit text field of a file for a line of text output: UTF-8, control
 // characters escaped (JSON output takes Latin1ToUtf8 alone: it escapes them itself).

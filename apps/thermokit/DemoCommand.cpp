@@ -44,6 +44,7 @@
 #include "thermokit/nuc/CNuc.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/CWnd.h"
+#include "thermokit/platform/Utf8Path.h"
 #include "thermokit/simulation/CRadiometricFit.h"
 #include "thermokit/simulation/CSimDetector.h"
 #include "thermokit/simulation/CSimFilm.h"
@@ -94,7 +95,7 @@ private:
     void Begin(const char* text);
     void End(unsigned long frames);
     // Film helpers.
-    std::string Film(const std::string& name) const { return (m_dir / "films" / name).string(); }
+    std::string Film(const std::string& name) const { return Utf8FromPath(m_dir / "films" / PathFromUtf8(name)); }
     int ReadAverage(const std::string& path, bool corrected, std::vector<double>& mean, unsigned long& frames);
     // The frames of a film beside those of its truth (a film of doubles):
     // measure(frame, truth values) on several frames at once, then combine
@@ -176,7 +177,7 @@ int Demo::ReadAverage(const std::string& path, bool corrected, std::vector<doubl
         return 0;
     }
     std::unique_ptr<CCorrection> corr;
-    if (corrected) corr = std::make_unique<CCorrection>((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    if (corrected) corr = std::make_unique<CCorrection>(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     CAverage avg(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     frames = film.GetFrameNumber();
     // Frames corrected on every core, added in frame order.
@@ -234,7 +235,7 @@ bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short
     CLut24* lut = lutIn ? lutIn : &own;
     if (!lutIn) lut->Update(nullptr, &palette, min, max);
     CBit24 bitmap(m_size, 1, 0);
-    const std::string path = (m_dir / name).string();
+    const std::string path = Utf8FromPath(m_dir / PathFromUtf8(name));
     bool ok = bitmap.Update(levels.data(), lut) != 0;
     if (ok && !bar) {
         ok = bitmap.SavePng(path.c_str(), m_point, m_line) != 0;
@@ -271,7 +272,7 @@ bool Demo::SaveTemperatures(const std::string& name, const std::vector<float>& c
     options.range = std::to_string(kErrorLow) + ":" + std::to_string(kErrorHigh);
     options.bar = true;
     PictureSetup setup;
-    const std::string path = (m_dir / name).string();
+    const std::string path = Utf8FromPath(m_dir / PathFromUtf8(name));
     if (PreparePicture(options, setup) != kDone) return false;
     Picture picture(setup, Picture::kValues, static_cast<unsigned short>(m_point), static_cast<unsigned short>(m_line),
                     0, nullptr, "degC");
@@ -346,7 +347,7 @@ int Demo::StageNuc() {
         nuc.SetFilter(header.GetFilter(0));
         nuc.SetIntegration(header.GetIntegration(0));
     }
-    const std::string nucPath = (m_dir / "camera.nuc").string();
+    const std::string nucPath = Utf8FromPath(m_dir / "camera.nuc");
     if (!nuc.Save(nucPath.c_str())) {
         Error("file " + nucPath + ": cannot be written");
         return 0;
@@ -365,7 +366,7 @@ int Demo::StageNuc() {
         return 0;
     }
     m_noise.assign(nmap, nmap + m_size);
-    noise.SaveNoise((m_dir / "noise_map.film").string().c_str(), "DL", "temporal noise at 25 degC");
+    noise.SaveNoise(Utf8FromPath(m_dir / "noise_map.film").c_str(), "DL", "temporal noise at 25 degC");
     double med = 0, sig = 0;
     Robust(m_noise, nullptr, med, sig);
     m_temporalNoise = med;
@@ -399,8 +400,8 @@ int Demo::StageBadPixels() {
     ok &= bp.UpdateNoise(noise.data(), m_size, noisyThreshold, 1);
     if (!ok) std::printf("    warning: %s\n", bp.GetLastErrorMessage().c_str());
     bp.UpdateReplacement();
-    const std::string bprPath = (m_dir / "camera.bpr").string();
-    const std::string txtPath = (m_dir / "badpixels.txt").string();
+    const std::string bprPath = Utf8FromPath(m_dir / "camera.bpr");
+    const std::string txtPath = Utf8FromPath(m_dir / "badpixels.txt");
     bp.UpdateDistribution(nullptr, 0);
     if (!bp.Save(bprPath.c_str()) || !bp.SaveAscii(txtPath.c_str(), 1, 1, 1)) {
         Error("file " + bprPath + ": cannot be written");
@@ -505,7 +506,7 @@ int Demo::StageCalibration() {
     m_cal->SetIntegration(static_cast<float>(m_det->GetConfig().integrationMicros));
     m_cal->SetFrameRate(static_cast<unsigned short>(m_det->GetConfig().frameRate));
     m_cal->SetHousingTemp(static_cast<float>(m_det->GetConfig().cameraCelsius));
-    const std::string calPath = (m_dir / "calibration.cal").string();
+    const std::string calPath = Utf8FromPath(m_dir / "calibration.cal");
     if (!m_cal->Save(calPath.c_str())) {
         Error("file " + calPath + ": cannot be written");
         return 0;
@@ -592,10 +593,10 @@ int Demo::StageScene() {
     p.moveX = 0.6 * m_point / 640.0;
     p.moveY = 0.3 * m_line / 512.0;
     const CSimScene scene = CSimScene::Plate(p);
-    const std::string truthPath = (m_dir / "truth" / "scene_temperature.film").string();
+    const std::string truthPath = Utf8FromPath(m_dir / "truth" / "scene_temperature.film");
     if (!Record("scene.film", scene, frames, truthPath)) return 0;
 
-    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     const unsigned short maxLevel = m_det->GetMaxLevel();
     CLevelTable table(*m_cal, maxLevel, 1);
     // Errors counted frame by frame in buffers of the slot (counts add up the
@@ -703,14 +704,14 @@ int Demo::StageEmissivity() {
     surface.reflectedCelsius = kReflected;
     surface.atmosphereCelsius = kReflected;
     const CSimScene scene = CSimScene::Materials(p).SetSurface(surface);
-    const std::string truthPath = (m_dir / "truth" / "materials_temperature.film").string();
+    const std::string truthPath = Utf8FromPath(m_dir / "truth" / "materials_temperature.film");
     if (!Record("materials.film", scene, frames, truthPath)) return 0;
     CPtrOver film(Film("materials.film"));
     if (!film.IsValid()) {
         Error("file " + Film("materials.film") + ": cannot be read back");
         return 0;
     }
-    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     const unsigned short maxLevel = film.GetMaxLevel();
     // The parameters an operator gives for each band (the film's header holds the surroundings' temperature).
     std::vector<CLevelTable> right;
@@ -805,17 +806,17 @@ int Demo::StageLockin() {
     {
         std::vector<float> amp, ph;
         scene.LockinTruth(m_point, m_line, amp, ph);
-        if (!SaveDoubles((m_dir / "truth" / "lockin_amplitude.film").string(), std::vector<double>(amp.begin(), amp.end()),
+        if (!SaveDoubles(Utf8FromPath(m_dir / "truth" / "lockin_amplitude.film"), std::vector<double>(amp.begin(), amp.end()),
                          "true oscillation amplitude, K") ||
-            !SaveDoubles((m_dir / "truth" / "lockin_phase.film").string(), std::vector<double>(ph.begin(), ph.end()),
+            !SaveDoubles(Utf8FromPath(m_dir / "truth" / "lockin_phase.film"), std::vector<double>(ph.begin(), ph.end()),
                          "true phase lag, degrees")) {
-            Error("folder " + (m_dir / "truth").string() + ": the lock-in truth cannot be written");
+            Error("folder " + Utf8FromPath(m_dir / "truth") + ": the lock-in truth cannot be written");
             return 0;
         }
     }
 
     CPtr film(Film("lockin.film"), 0, 0, 0);
-    CCorrection corr((m_dir / "camera.nuc").string(), (m_dir / "camera.bpr").string(), std::string());
+    CCorrection corr(Utf8FromPath(m_dir / "camera.nuc"), Utf8FromPath(m_dir / "camera.bpr"), std::string());
     CLockin lockin(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     // Frames corrected on every core, added to the sums in frame order; the
     // reference angle comes from each frame's lock-in data.
@@ -837,8 +838,8 @@ int Demo::StageLockin() {
     const double* ph = lockin.GetPhase(CLockin::FILTER_NONE, 1);
     if (!mod || !ph) return 0;
     std::vector<double> module(mod, mod + m_size), phase(ph, ph + m_size);
-    lockin.SaveModule((m_dir / "lockin_module.film").string().c_str(), "DL", "lock-in module");
-    lockin.SavePhase((m_dir / "lockin_phase.film").string().c_str(), "deg", "lock-in phase");
+    lockin.SaveModule(Utf8FromPath(m_dir / "lockin_module.film").c_str(), "DL", "lock-in module");
+    lockin.SavePhase(Utf8FromPath(m_dir / "lockin_phase.film").c_str(), "deg", "lock-in phase");
 
     // Contrast of the defect against a ring of sound material around it
     // (the places come from the scene's geometry; the values from the film).
@@ -901,8 +902,8 @@ int Demo::StageLockin() {
 // ---- Truth beside the films ------------------------------------------------------
 int Demo::WriteTruth() {
     const fs::path t = m_dir / "truth";
-    if (!m_det->SaveTruth(t.string())) {
-        Error("folder " + t.string() + ": the truth files cannot be written");
+    if (!m_det->SaveTruth(Utf8FromPath(t))) {
+        Error("folder " + Utf8FromPath(t) + ": the truth files cannot be written");
         return 0;
     }
     return 1;
@@ -930,7 +931,7 @@ int Demo::WriteReports(double total) {
         std::ofstream j(m_dir / "report.json");
         j << m_report.dump(2) << '\n';
         if (!j.good()) {
-            Error("file " + (m_dir / "report.json").string() + ": cannot be written");
+            Error("file " + Utf8FromPath(m_dir / "report.json") + ": cannot be written");
             return 0;
         }
     }
@@ -1027,7 +1028,7 @@ int Demo::WriteReports(double total) {
           "- lockin_module.png, lockin_phase.png, lockin_module.film, lockin_phase.film\n"
           "- truth/: gain.film, offset.film, defects.csv, scene_temperature.film, materials_temperature.film, lockin_amplitude.film, lockin_phase.film\n";
     if (!md.good()) {
-        Error("file " + (m_dir / "report.md").string() + ": cannot be written");
+        Error("file " + Utf8FromPath(m_dir / "report.md") + ": cannot be written");
         return 0;
     }
     return 1;
@@ -1038,7 +1039,7 @@ int Demo::Run() {
     // Built under a temporary name, put in place whole (an interrupted or
     // failed run leaves no half-filled folder and keeps an earlier one).
     TemporaryFolder folder(m_o.out);
-    m_dir = folder.Temp();
+    m_dir = PathFromUtf8(folder.Temp());
     std::error_code ec;
     fs::create_directories(m_dir / "films", ec);
     fs::create_directories(m_dir / "truth", ec);
@@ -1067,10 +1068,10 @@ int Demo::Run() {
         return kFailed;
     const double total = std::chrono::duration<double>(Clock::now() - start).count();
     if (!WriteReports(total) || !folder.Commit()) return kFailed;
-    m_dir = m_o.out;
+    m_dir = PathFromUtf8(m_o.out);
 
     const json& r = m_report;
-    std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", m_dir.string().c_str());
+    std::printf("\nResults in %s (report.md, report.json, pictures, films, truth/)\n", Utf8FromPath(m_dir).c_str());
     std::printf("  FPN %.2f DL -> %.3f DL (temporal noise %.2f DL)\n", r["fpn"]["before_dl"].get<double>(),
                 r["fpn"]["after_dl"].get<double>(), r["fpn"]["temporal_noise_dl"].get<double>());
     std::printf("  bad pixels: %ld of %ld found, %ld false alarms\n", r["bad_pixels"]["hits"].get<long>(),

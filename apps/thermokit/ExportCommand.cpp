@@ -18,6 +18,8 @@
 #include "Progress.h"
 #include "thermokit/processing/FilmExport.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
@@ -61,7 +63,7 @@ bool SequenceName(const std::string& out, unsigned long n, std::string& name) {
 
 // Copies a finished file to standard output; false with a message.
 bool CopyToStdout(const std::string& path) {
-    std::FILE* in = std::fopen(path.c_str(), "rb");
+    std::FILE* in = File::OpenStream(path, "rb");
     if (!in) {
         Error(std::string("standard output: the export cannot be read back (") + std::strerror(errno) + ")");
         return false;
@@ -141,7 +143,7 @@ int RunExport(const ExportOptions& o) {
 
     // "-o -": made in the temporary folder, then copied to standard output.
     const bool toStdout = o.output == "-";
-    OutputFile out(toStdout ? std::filesystem::temp_directory_path().string() + "/thermokit-export" : o.output);
+    OutputFile out(toStdout ? Utf8FromPath(std::filesystem::temp_directory_path() / "thermokit-export") : o.output);
     std::string error;
     if (!ExportFilm(*film.ptr, o.file, frames, fmt, cal ? &conv : nullptr, out.Temp(), o.output, error,
                     [&](unsigned long done) { progress.Step(done); })) {

@@ -32,6 +32,7 @@
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/platform/Utf8.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
@@ -369,7 +370,7 @@ int PaletteInfo(const InfoOptions& o, Json& out) {
 // file ("RSP") and a palette file ("[name]") apart from anything else.
 std::string TextKind(const std::string& path) {
     // Only the beginning is looked at: a large file without line ends is not read whole.
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(PathFromUtf8(path), std::ios::binary);
     std::string head(65536, '\0');
     file.read(head.data(), static_cast<std::streamsize>(head.size()));
     head.resize(static_cast<size_t>(file.gcount()));
@@ -390,12 +391,13 @@ std::string TextKind(const std::string& path) {
     return std::string();
 }
 
-// The first bytes of a file: its signature.
-std::string Signature(const std::string& path, std::string& hex) {
+// The first bytes of a file: its signature; why it cannot be opened in *why.
+std::string Signature(const std::string& path, std::string& hex, std::string& why) {
     unsigned char sig[4] = {};
     size_t got = 0;
     File f;
     if (f.Open(path, File::modeRead | File::shareDenyNone)) got = f.Read(sig, sizeof(sig));
+    else why = "cannot be opened (" + f.GetLastErrorText() + ")";
     char b[4];
     for (size_t i = 0; i < got; ++i) {
         std::snprintf(b, sizeof(b), "%02x", sig[i]);
@@ -411,8 +413,12 @@ int DescribeFile(const InfoOptions& o, Json& out) {
         FileError(o.file, why);
         return kFailed;
     }
-    std::string hex;
-    const std::string sig = Signature(o.file, hex);
+    std::string hex, cannot;
+    const std::string sig = Signature(o.file, hex, cannot);
+    if (!cannot.empty()) {
+        FileError(o.file, cannot);
+        return kFailed;
+    }
     static const std::pair<std::string, int (*)(const InfoOptions&, Json&)> kDescribers[] = {
         {std::string("RKK\0", 4), FilmInfo},    {std::string("COE\0", 4), NucInfo},
         {std::string("PIX\0", 4), PixelInfo},   {std::string("MAP\0", 4), MappingInfo},

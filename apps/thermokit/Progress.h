@@ -2,13 +2,12 @@
 // A progress bar on standard error for work that lasts: nothing is drawn in
 // the first second, nor when standard error is not a terminal, nor under
 // --quiet. Step(done) is cheap enough to call for every frame.
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <string>
 
 #include "Command.h"
+#include "System.h"
 
 namespace thermokit::cli {
 
@@ -16,7 +15,7 @@ class Progress {
 public:
     Progress(std::string label, unsigned long total)
         : m_label(std::move(label)), m_total(total), m_start(Clock::now()),
-          m_enabled(!Quiet() && isatty(STDERR_FILENO) == 1) {}
+          m_enabled(!Quiet() && IsTerminal(stderr)) {}
     ~Progress() { Done(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;

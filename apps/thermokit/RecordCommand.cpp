@@ -1,9 +1,6 @@
 // thermokit record: a camera (a GenICam camera through Aravis, or the
 // simulated one) recorded through the bank ring, with a live line on a
 // terminal and a summary of the throughput, the frames lost and the stalls.
-#include <signal.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -13,6 +10,7 @@
 
 #include "Command.h"
 #include "OutputFile.h"
+#include "System.h"
 #include "thermokit/acquisition/CRecorder.h"
 #include "thermokit/acquisition/FrameSources.h"
 
@@ -70,33 +68,23 @@ bool ParseRoi(const std::string& text, CRect& roi) {
 // closed with every frame so far. A second signal does what it did before
 // (the temporary film is removed and the tool ends).
 std::atomic<CRecorder*> g_recorder{nullptr};
-struct sigaction g_previous[3];
-constexpr int kSignals[3] = {SIGINT, SIGTERM, SIGHUP};
 
-void OnStopSignal(int signal) {
+bool StopRecording() {
     CRecorder* recorder = g_recorder.exchange(nullptr);
-    if (recorder) {
-        recorder->RequestStop();
-        return;
-    }
-    for (int i = 0; i < 3; ++i)
-        if (kSignals[i] == signal) sigaction(signal, &g_previous[i], nullptr);
-    raise(signal);
+    if (!recorder) return false;
+    recorder->RequestStop();
+    return true;
 }
 
 class StopOnSignal {
 public:
     explicit StopOnSignal(CRecorder& recorder) {
         g_recorder = &recorder;
-        struct sigaction action {};
-        action.sa_handler = OnStopSignal;
-        action.sa_flags = SA_RESTART;  // the camera's and the writer's threads carry on undisturbed
-        sigemptyset(&action.sa_mask);
-        for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &action, &g_previous[i]);
+        DivertInterrupt(StopRecording);
     }
     ~StopOnSignal() {
         g_recorder = nullptr;
-        for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &g_previous[i], nullptr);
+        RestoreInterrupt();
     }
     StopOnSignal(const StopOnSignal&) = delete;
     StopOnSignal& operator=(const StopOnSignal&) = delete;
@@ -108,7 +96,7 @@ public:
 class LiveLine {
 public:
     LiveLine(unsigned long count, double duration)
-        : m_count(count), m_duration(duration), m_enabled(!Quiet() && isatty(STDERR_FILENO) == 1) {}
+        : m_count(count), m_duration(duration), m_enabled(!Quiet() && IsTerminal(stderr)) {}
     ~LiveLine() { End(); }
     LiveLine(const LiveLine&) = delete;
     LiveLine& operator=(const LiveLine&) = delete;

@@ -13,8 +13,6 @@
 // --subkey PATH (a path below the key) and --machine or --user to work on one
 // root only; without them reads look at the user's copy, then the machine's,
 // and writes follow the administrator rule of the store.
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -32,6 +30,7 @@
 #include "thermokit/environment/CRegistry.h"
 #include "thermokit/environment/RegistryStore.h"
 #include "thermokit/platform/Endian.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit::cli {
 namespace {
@@ -100,8 +99,7 @@ bool UseUser(const Options& o, int key) { return CRegistry::HasUserRoot(key) && 
 // A key that already exists, without creating the store or the key.
 HKEY OpenExisting(RegistryRoot root, const std::string& path, bool write) {
     const std::string file = RegistryStore::StorePath(root);
-    struct stat st {};
-    if (file.empty() || ::stat(file.c_str(), &st) != 0) return HKEY();
+    if (!RegistryStore::Exists(file)) return HKEY();
     std::string why;
     const HKEY rootKey = RegistryKey::OpenRoot(root, write, &why);
     if (!rootKey) Error("file " + file + ": " + why + "; its settings are not used");
@@ -360,7 +358,7 @@ int RunExport(const Options& o) {
         return kDone;
     }
     OutputFile target(o.output);
-    std::ofstream out(target.Temp(), std::ios::binary | std::ios::trunc);
+    std::ofstream out(PathFromUtf8(target.Temp()), std::ios::binary | std::ios::trunc);
     out << text;
     out.close();
     if (!out) {
@@ -388,8 +386,13 @@ void AddRegistryCommand(CLI::App& app) {
     auto* registry = app.add_subcommand("registry", "Read and change the settings store (machine and user)");
     registry->require_subcommand(1);
     registry->footer(
+#if defined(_WIN32)
+        "Stores: machine HKEY_LOCAL_MACHINE ($THERMOKIT_MACHINE_STORE), user HKEY_CURRENT_USER "
+        "($THERMOKIT_USER_STORE); a variable names another key (HKLM\\..., HKCU\\...) or a private store.\n"
+#else
         "Stores: machine /var/lib/thermokit/registry.db ($THERMOKIT_MACHINE_STORE), user "
         "$XDG_CONFIG_HOME/thermokit/registry.db or ~/.config/thermokit/registry.db ($THERMOKIT_USER_STORE).\n"
+#endif
         "Keys: 0 Global Data, 1 Common Setup, 2 Application Data, 3 Services, 4 Boards, 5 Cameras, 6 Detectors, "
         "7 Lenses, 8 Setup, 9 Virtual Camera, 10 Install, 11 WindowPos, 12 .NETFramework.\n"
         "Example: thermokit registry get setup Camera");

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "System.h"
 #include "thermokit/platform/Messages.h"
 #include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Utf8.h"
@@ -129,14 +130,6 @@ private:
     std::vector<Message> m_held;
 };
 HeldMessages g_held;
-
-const char* FileType(mode_t mode) {
-    if (S_ISDIR(mode)) return "a folder";
-    if (S_ISFIFO(mode)) return "a FIFO";
-    if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
-    if (S_ISSOCK(mode)) return "a socket";
-    return "not a plain file";
-}
 
 // Levenshtein distance, for "did you mean".
 size_t Distance(const std::string& a, const std::string& b) {
@@ -292,20 +285,6 @@ CLI::Validator NumberAtLeast(bool zeroAllowed) {
 CLI::Validator Positive() { return NumberAtLeast(false); }
 CLI::Validator NonNegative() { return NumberAtLeast(true); }
 
-std::string InputProblem(const std::string& path) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0)
-        return errno == ENOENT || errno == ENOTDIR ? "not found" : std::string("cannot be opened (") + std::strerror(errno) + ")";
-    if (!S_ISREG(st.st_mode)) return std::string("not a regular file (") + FileType(st.st_mode) + ")";
-    if (::access(path.c_str(), R_OK) != 0) return std::string("cannot be opened (") + std::strerror(errno) + ")";
-    return std::string();
-}
-
-bool SameFile(const std::string& a, const std::string& b) {
-    struct stat sa {}, sb {};
-    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-}
-
 void Error(const std::string& text) {
     g_held.Drop();
     PrintLine(text);
@@ -325,6 +304,7 @@ void FileError(const std::string& path, const std::string& what) { Error("file "
 
 int main(int argc, char** argv) {
     using namespace thermokit::cli;
+    PrepareStandardStreams();
     CLI::App app{"thermokit: thermal-infrared camera toolkit (frames, films, NUC, bad pixels, calibration, display)",
                  "thermokit"};
     app.set_version_flag("--version", std::string("thermokit ") + thermokit::GetVersion());

@@ -3,10 +3,12 @@
 // loopback, recorded by the tool and read back with the library; and the
 // frame counting the lost-frame figures rest on.
 #include <gtest/gtest.h>
+#ifdef THERMOKIT_HAVE_ARAVIS
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#endif
 
 #include <algorithm>
 #include <chrono>
@@ -17,8 +19,10 @@
 #include <string>
 #include <thread>
 
-#include "support/ChildProcess.h"
 #include "support/ToolRun.h"
+#ifdef THERMOKIT_HAVE_ARAVIS
+#include "support/ChildProcess.h"
+#endif
 #include "thermokit/acquisition/CFrameSource.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CFrame.h"

@@ -9,11 +9,14 @@
 #include <thread>
 #include <vector>
 
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
+#if !defined(_WIN32)
+#include <signal.h>
+#include <sys/wait.h>
+#endif
 
+#include "support/ToolRun.h"
 #include "thermokit/acquisition/CSharedMemory.h"
 
 using namespace thermokit;
@@ -32,10 +35,18 @@ std::vector<std::string> ObjectNames(const std::string& name) {
             name + "DataWrit1", name + "DataRead0", name + "DataRead1"};
 }
 
+#if defined(_WIN32)
+// Some object holds the name: making a mutex of it either finds one or fails for another kind.
+bool ObjectExists(const std::string& name) {
+    NamedMutex probe;
+    return !probe.Create(name.c_str()) || probe.AlreadyExisted();
+}
+#else
 bool ObjectExists(const std::string& name) {
     struct stat st {};
     return stat(("/dev/shm" + NamedObjectPath(name)).c_str(), &st) == 0;
 }
+#endif
 
 // Opens, retrying while the partner is not there yet (the side that
 // signals the rendezvous fails when nobody waits yet).
@@ -48,6 +59,7 @@ bool OpenRetry(CSharedMemory& m, const std::string& name, int size, int seconds 
     return false;
 }
 
+#if !defined(_WIN32)
 pid_t Spawn(const std::function<int()>& body) {
     const pid_t pid = fork();
     if (pid == 0) _exit(body());
@@ -61,6 +73,7 @@ int Join(pid_t pid) {
     if (WIFSIGNALED(status)) return -WTERMSIG(status);
     return -999;
 }
+#endif
 
 constexpr int kBlock = 64;
 
@@ -87,6 +100,7 @@ bool BlockValid(const unsigned char* b, uint32_t* seq) {
 
 }  // namespace
 
+#if !defined(_WIN32)  // the partner is a fork() of the test; on Windows see PartnerProcess below
 TEST(SharedMemory, HundredThousandBlocksBetweenProcesses) {
     const std::string name = UniqueName("stream");
     const uint32_t total = 100000;
@@ -235,6 +249,51 @@ TEST(SharedMemory, ThirdPartyRefusedOwnerOnlyAndNormalClose) {
     m.Close();
     for (const auto& n : ObjectNames(name)) EXPECT_FALSE(ObjectExists(n)) << n;
 }
+#else
+// The partner of PartnerProcessStreamsThenDies, in a process of its own: it opens the mailbox named in
+// THERMOKIT_TEST_MAILBOX and writes numbered blocks until it is killed.
+TEST(SharedMemory, DISABLED_Partner) {
+    const char* name = std::getenv("THERMOKIT_TEST_MAILBOX");
+    CSharedMemory m;
+    ASSERT_TRUE(name && OpenRetry(m, name, kBlock));
+    unsigned char b[kBlock];
+    for (uint32_t i = 0;; ++i) {
+        MakeBlock(b, i);
+        ASSERT_EQ(m.Write(b, kBlock, 10000), 0);
+    }
+}
+
+TEST(SharedMemory, PartnerProcessStreamsThenDies) {
+    const std::string name = UniqueName("process");
+    ::setenv("THERMOKIT_TEST_MAILBOX", name.c_str(), 1);
+    void* partner = thermokit::test::StartProgram(
+        {thermokit::test::ThisProgram(), "--gtest_filter=SharedMemory.DISABLED_Partner", "--gtest_also_run_disabled_tests"});
+    ASSERT_NE(partner, nullptr);
+    CSharedMemory m;
+    ASSERT_TRUE(OpenRetry(m, name, kBlock));
+    bool third = true;  // a third party is refused, even in a process that holds a side
+    std::thread([&] { third = CSharedMemory().Open(name.c_str(), kBlock, 100); }).join();
+    EXPECT_FALSE(third);
+    unsigned char b[kBlock];
+    uint32_t bad = 0, outOfOrder = 0;
+    for (uint32_t i = 0; i < 20000; ++i) {
+        ASSERT_EQ(m.Read(b, kBlock, 10000), 0) << i;
+        uint32_t seq = 0;
+        if (!BlockValid(b, &seq)) ++bad;
+        if (seq != i) ++outOfOrder;
+    }
+    EXPECT_EQ(bad, 0u);
+    EXPECT_EQ(outOfOrder, 0u);
+    // Killed, the partner leaves its side mutex abandoned: the survivor sees it gone.
+    thermokit::test::KillProgram(partner);
+    int r = 0;
+    for (int i = 0; i < 10 && r == 0; ++i) r = m.Read(b, kBlock, 5000);  // a block may still wait
+    EXPECT_EQ(r, 3);
+    EXPECT_EQ(m.WriteToQueue(b, kBlock), 3);
+    m.Close();
+    for (const auto& n : ObjectNames(name)) EXPECT_FALSE(ObjectExists(n)) << n;
+}
+#endif
 
 // Both sides in one process, one per thread: arguments, lengths, time-outs.
 TEST(SharedMemory, ResultCodesBetweenTwoThreads) {

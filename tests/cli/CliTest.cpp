@@ -3,10 +3,12 @@
 // messages on bad files and no output left behind after a failure.
 #include <gtest/gtest.h>
 #include <png.h>
+#include <unistd.h>
+#if !defined(_WIN32)
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cmath>
@@ -31,6 +33,8 @@
 #include "thermokit/nuc/CNucFile.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/CRgn.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
 
 using namespace thermokit;
 using namespace clitest;
@@ -427,7 +431,9 @@ TEST(Cli, EightBitTextIsUtf8InEveryOutput) {
     ASSERT_EQ(r.code, 0) << r.err;
     Json j = Json::parse(r.out);
     EXPECT_EQ(j["camera"], "Cam\xc3\xa9ra\x07\nframes: 999");
+#if !defined(_WIN32)  // Windows names are Unicode: a Latin-1 byte in a name does not reach the tool as such
     EXPECT_EQ(j["file"], dir + "/r\xc3\xa9sultat.film");
+#endif
     r = Tool("info '" + film + "'");
     EXPECT_NE(r.out.find("camera: Cam\xc3\xa9ra\\x07\\nframes: 999\n"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.find("\nframes: 999"), std::string::npos) << r.out;
@@ -535,11 +541,20 @@ TEST(Cli, BadFilesFailCleanlyEverywhere) {
         "badpixels detect --noise-film @ --noise 5" + o,
     };
     // Neither a FIFO nor a folder is opened: a reader would block on the one and misread the other.
+#if !defined(_WIN32)
     ASSERT_EQ(::mkfifo((dir + "/fifo.film").c_str(), 0600), 0);
+#endif
     std::filesystem::create_directory(dir + "/folder.film");
     for (const char* bad : {"cut.film", "head.film", "foreign.film", "empty.film", "hostile.film", "none.film",
                             "fifo.film", "folder.film"}) {
         const std::string path = dir + "/" + bad;
+#if defined(_WIN32)
+        // No FIFOs in the file system; and a program starts in about a second under Wine, so the
+        // kinds of damage that the others already cover at the header's checks are left out.
+        if (std::string(bad) == "fifo.film" || std::string(bad) == "head.film" || std::string(bad) == "empty.film" ||
+            std::string(bad) == "hostile.film")
+            continue;
+#endif
         for (std::string command : commands) {
             for (size_t at = command.find('@'); at != std::string::npos; at = command.find('@'))
                 command.replace(at, 1, path);
@@ -559,8 +574,12 @@ TEST(Cli, BadFilesFailCleanlyEverywhere) {
     EXPECT_NE(cut.err.find("2 frame(s) are whole"), std::string::npos) << cut.err;
     EXPECT_EQ(Json::parse(Tool("info --json " + good).out)["complete"], true);
     // Nothing left behind: no partial output, no temporary file.
-    EXPECT_EQ(List(dir), (std::vector<std::string>{"cut.film", "empty.film", "fifo.film", "folder.film", "foreign.film",
-                                                   "good.film", "head.film", "hostile.film", "k.cal", "n.nuc", "old"}));
+    std::vector<std::string> kept = {"cut.film", "empty.film", "fifo.film", "folder.film", "foreign.film",
+                                     "good.film", "head.film", "hostile.film", "k.cal", "n.nuc", "old"};
+#if defined(_WIN32)
+    kept.erase(kept.begin() + 2);  // no FIFO made
+#endif
+    EXPECT_EQ(List(dir), kept);
     // A bad calibration with a good film: refused with the calibration's name.
     WriteText(dir + "/bad.cal", "EXP");
     Result r = Tool("stats " + good + " --calib " + dir + "/bad.cal");
@@ -628,6 +647,35 @@ TEST(Cli, HelpExamplesUsageAndQuiet) {
     std::filesystem::remove_all(dir);
 }
 
+// Names beyond ASCII in a path longer than the 260 characters Windows once allowed, and a film that
+// another program holds without sharing: the first is read and written, the second refused by name.
+TEST(Cli, UnusualNamesAndAFileInUse) {
+    if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
+    const std::string dir = Folder("names");
+    std::string deep = dir + "/d\xC3\xA9j\xC3\xA0 vu";  // "déjà vu"
+    for (char c : {'a', 'b', 'c'}) deep += "/" + std::string(100, c);
+    std::filesystem::create_directories(PathFromUtf8(deep));
+    const std::string film = deep + "/\xE2\x84\x83 \xE6\xB8\xA9\xE5\xBA\xA6.film";  // "℃ 温度.film"
+    MakeFilm(film, 6, 4, 12, 2, Ramp);
+    Result r = Tool("info '" + film + "' --json");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(Json::parse(r.out)["frames"], 2);
+    r = Tool("render '" + film + "' --frame 1 -o '" + deep + "/\xC3\xA9.png'");
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(File::GetFileLength(deep + "/\xC3\xA9.png") > 0, true);
+    {
+        File holder;
+        ASSERT_TRUE(holder.Open(film, File::modeReadWrite | File::shareExclusive));
+        r = Tool("info '" + film + "'");
+        EXPECT_EQ(r.code, 1);
+        EXPECT_NE(r.err.find("file " + film + ": cannot be opened (Sharing violation: the file is in use"),
+                  std::string::npos) << r.err;
+    }
+    EXPECT_EQ(Tool("info '" + film + "'").code, 0);
+    thermokit::test::RemoveTree(dir);
+}
+
+#if !defined(_WIN32)  // SIGINT; Windows sends Ctrl-C to a console, which Wine has none of here
 TEST(Cli, InterruptedCommandLeavesNothing) {
     if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
     const std::string dir = Folder("interrupt");
@@ -653,3 +701,4 @@ TEST(Cli, InterruptedCommandLeavesNothing) {
     EXPECT_TRUE(List(dir).empty());
     std::filesystem::remove_all(dir);
 }
+#endif

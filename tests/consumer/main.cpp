@@ -2,6 +2,11 @@
 #include <cstdio>
 
 #include "thermokit/thermokit.h"
+#if defined(_WIN32)
+// After thermokit's headers, the system's may come: its macros name the same values.
+#define NOMINMAX
+#include <windows.h>
+#endif
 
 int main() {
     using namespace thermokit;
@@ -11,6 +16,17 @@ int main() {
         std::puts("consumer: unexpected intersection");
         return 1;
     }
-    std::printf("consumer: thermokit %s works\n", GetVersion());
+    // A file with a name beyond ASCII, through the library's File.
+    const std::string name = "consumer_\xC3\xA9t\xC3\xA9.bin";
+    File out;
+    if (!out.Open(name, File::modeCreate | File::modeWrite) || !out.Write("tk", 2)) return 1;
+    out.Close();
+    const bool found = File::GetFileLength(name) == 2;
+    File::Remove(name);
+    if (!found) {
+        std::puts("consumer: file name not kept");
+        return 1;
+    }
+    std::printf("consumer: thermokit %s works\n", thermokit::GetVersion());  // ::GetVersion is Windows'
     return 0;
 }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#if !defined(_WIN32)
 #include <sqlite3.h>
+#endif
 
 #include <cstring>
 #include <string>
@@ -87,7 +89,27 @@ TEST_F(StoreTest, KeysAreATreeWithCaseInsensitiveNames) {
 TEST_F(StoreTest, StoreLocationsFollowTheEnvironment) {
     EXPECT_EQ(RegistryStore::MachineStorePath(), m_machine);
     EXPECT_EQ(RegistryStore::UserStorePath(), m_user);
-
+#if defined(_WIN32)
+    // The system registry's roots; a variable names a key of its own or a private store.
+    ::unsetenv("THERMOKIT_MACHINE_STORE");
+    ::unsetenv("THERMOKIT_USER_STORE");
+    EXPECT_EQ(RegistryStore::MachineStorePath(), "HKEY_LOCAL_MACHINE");
+    EXPECT_EQ(RegistryStore::UserStorePath(), "HKEY_CURRENT_USER");
+    EXPECT_EQ(RegistryKey::OpenRoot(RegistryRoot::User, false).GetStorePath(), "HKEY_CURRENT_USER");
+    ::setenv("THERMOKIT_MACHINE_STORE", m_machine.c_str(), 1);
+    ::setenv("THERMOKIT_USER_STORE", m_user.c_str(), 1);
+    HKEY mine = RegistryKey::OpenRoot(RegistryRoot::User, true);
+    ASSERT_TRUE(mine);
+    EXPECT_EQ(mine.GetStorePath().rfind("HKEY_CURRENT_USER\\Software\\thermokit\\Stores\\", 0), 0u) << mine.GetStorePath();
+    ASSERT_EQ(mine.OpenSubKey("A", true).SetValue("v", REG_DWORD, "\1\0\0\0", 4), RegOk);
+    ::setenv("THERMOKIT_MACHINE_STORE", ("hkcu\\" + mine.GetStorePath().substr(18)).c_str(), 1);  // the same key, named
+    EXPECT_TRUE(GetRaw(RegistryRoot::Machine, "A", "v", nullptr, nullptr));
+    ::setenv("THERMOKIT_MACHINE_STORE", m_machine.c_str(), 1);
+    ::setenv("THERMOKIT_ADMIN", "1", 1);
+    EXPECT_EQ(CRegistry::IsUserAdmin(), 1);
+    ::setenv("THERMOKIT_ADMIN", "0", 1);
+    EXPECT_EQ(CRegistry::IsUserAdmin(), 0);
+#else
     ::unsetenv("THERMOKIT_MACHINE_STORE");
     EXPECT_EQ(RegistryStore::MachineStorePath(), "/var/lib/thermokit/registry.db");
     ::unsetenv("THERMOKIT_USER_STORE");
@@ -115,8 +137,10 @@ TEST_F(StoreTest, StoreLocationsFollowTheEnvironment) {
     EXPECT_EQ(CRegistry::IsUserAdmin(), 0);
     ::setenv("THERMOKIT_ADMIN", "yes", 1);  // anything else: the effective user decides
     EXPECT_EQ(CRegistry::IsUserAdmin(), ::geteuid() == 0 ? 1 : 0);
+#endif
 }
 
+#if !defined(_WIN32)  // files and their modes: the SQLite store
 TEST_F(StoreTest, UserStoreIsPrivateAndFoldersAreCreated) {
     const std::string dir = thermokit_test::UniqueTempPath("dir");
     m_user = dir + "/sub/registry.db";
@@ -142,6 +166,7 @@ TEST_F(StoreTest, UserStoreIsPrivateAndFoldersAreCreated) {
     ::rmdir((dir + "/sub").c_str());
     ::rmdir(dir.c_str());
 }
+#endif
 
 TEST_F(StoreTest, ReadsUserThenMachineThenDefault) {
     PutText(RegistryRoot::Machine, kSetup, "Lens", "machine lens");
@@ -440,6 +465,7 @@ TEST_F(StoreTest, OtherConstructors) {
 
 // ----- broken stores ---------------------------------------------------------
 
+#if !defined(_WIN32)  // the SQLite store's files
 TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
     const std::string garbage = std::string("this is not a settings database\n") + std::string(5000, '\x5a');
     thermokit_test::WriteBytes(m_user, garbage);
@@ -506,6 +532,7 @@ TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
     EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, true));
     ::setenv("THERMOKIT_USER_STORE", m_user.c_str(), 1);
 }
+#endif
 
 TEST_F(StoreTest, MissingStoresReadDefaultsAndReadersCreateNothing) {
     SetAdmin(false);
@@ -515,7 +542,7 @@ TEST_F(StoreTest, MissingStoresReadDefaultsAndReadersCreateNothing) {
         EXPECT_EQ(reg.GetDWORDValue("Version", 42), 42u);
         EXPECT_EQ(reg.SetDWORDValue("Version", 1), 0);
     }
-    EXPECT_FALSE(thermokit_test::Exists(m_machine));
+    EXPECT_FALSE(RegistryStore::Exists(m_machine));
     EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, false));
-    EXPECT_FALSE(thermokit_test::Exists(m_user));
+    EXPECT_FALSE(RegistryStore::Exists(m_user));
 }

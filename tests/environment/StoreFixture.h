@@ -1,9 +1,13 @@
 #pragma once
 // Every settings test runs against its own pair of store files under the
-// test temp folder: the real machine and user stores are never touched.
+// test temp folder (on Windows: private stores named after them, under
+// HKEY_CURRENT_USER\Software\thermokit\Stores): the real machine and user
+// stores are never touched.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#if !defined(_WIN32)
 #include <sys/wait.h>
+#endif
 #include <unistd.h>
 
 #include <atomic>
@@ -13,6 +17,9 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "support/Environment.h"
+#include "thermokit/environment/RegistryStore.h"
 
 namespace thermokit_test {
 
@@ -59,10 +66,7 @@ protected:
         SetAdmin(false);
     }
     void TearDown() override {
-        for (const auto& p : {m_machine, m_user}) {
-            std::remove(p.c_str());
-            std::remove((p + "-journal").c_str());
-        }
+        for (const auto& p : {m_machine, m_user}) thermokit::RegistryStore::Remove(p);
     }
     static void SetAdmin(bool admin) { ::setenv("THERMOKIT_ADMIN", admin ? "1" : "0", 1); }
 
@@ -70,6 +74,7 @@ protected:
     std::string m_user;
 };
 
+#if !defined(_WIN32)
 // Runs body in a child process; returns its exit status (-1 when it did not
 // exit normally). The child never returns into the test framework.
 inline int RunInChild(const std::function<int()>& body) {
@@ -87,5 +92,6 @@ inline int RunInChild(const std::function<int()>& body) {
     if (::waitpid(pid, &status, 0) != pid) return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
+#endif
 
 }  // namespace thermokit_test

@@ -1,13 +1,16 @@
 #include "FuzzTargets.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#if defined(_WIN32)
+#include <process.h>
+#else
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,6 +24,7 @@
 #include "thermokit/calibration/CSpectralResponse.h"
 #include "thermokit/display/CLogPalette.h"
 #include "thermokit/environment/CRegistry.h"
+#include "thermokit/environment/RegistryStore.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
@@ -29,8 +33,11 @@
 #include "thermokit/nuc/CNucFile.h"
 #include "thermokit/nuc/CPixel.h"
 #include "thermokit/platform/CRgn.h"
+#include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
 #include "thermokit/platform/RegionFile.h"
+#include "thermokit/platform/Utf8Path.h"
+#include "support/Environment.h"
 
 namespace thermokit::fuzz {
 
@@ -41,17 +48,20 @@ namespace {
 // are kept beside it, never the user's; all go when the process ends.
 const std::string& InputPath() {
     static const std::string path = [] {
-        struct stat st {};
+#if defined(_WIN32)
+        const std::string dir = Utf8FromPath(std::filesystem::temp_directory_path());
+        const int pid = ::_getpid();
+#else
         const char* tmp = std::getenv("TMPDIR");
-        const std::string dir = ::stat("/dev/shm", &st) == 0 && ::access("/dev/shm", W_OK) == 0 ? "/dev/shm"
-                                : tmp && *tmp                                                     ? tmp
-                                                                                                  : "/tmp";
-        static const std::string base = dir + "/thermokit-fuzz-" + std::to_string(::getpid());
+        const std::string dir = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : tmp && *tmp ? tmp : "/tmp";
+        const int pid = static_cast<int>(::getpid());
+#endif
+        static const std::string base = dir + "/thermokit-fuzz-" + std::to_string(pid);
         ::setenv("THERMOKIT_USER_STORE", (base + "-user.db").c_str(), 1);
         ::setenv("THERMOKIT_MACHINE_STORE", (base + "-machine.db").c_str(), 1);
         std::atexit([] {
-            for (const char* end : {"", "-user.db", "-machine.db", "-copy", "-copy-journal", "-user.db-journal"})
-                std::remove((base + end).c_str());
+            for (const char* end : {"", "-copy", "-copy-journal"}) File::Remove(base + end);
+            for (const char* end : {"-user.db", "-machine.db"}) RegistryStore::Remove(base + end);
         });
         // The library's message boxes say nothing here.
         Messages::SetSink([](const Message&) {});
@@ -62,14 +72,8 @@ const std::string& InputPath() {
 
 const std::string& Input(const uint8_t* data, size_t size) {
     const std::string& path = InputPath();
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0) std::abort();
-    for (size_t done = 0; done < size;) {
-        const ssize_t n = ::write(fd, data + done, size - done);
-        if (n <= 0) std::abort();
-        done += static_cast<size_t>(n);
-    }
-    ::close(fd);
+    File file;
+    if (!file.Open(path, File::modeCreate | File::modeWrite | File::shareDenyNone) || !file.Write(data, size)) std::abort();
     return path;
 }
 
@@ -351,6 +355,7 @@ void Region(const uint8_t* data, size_t size) {
     MinMaxRgn(levels.data(), 64, 48, &region, &mn, &mx, nullptr);
 }
 
+#if !defined(_WIN32)
 // The settings store: the file is a user's store; the settings classes read it.
 void Settings(const uint8_t* data, size_t size) {
     const std::string copy = InputPath() + "-copy";
@@ -369,6 +374,7 @@ void Settings(const uint8_t* data, size_t size) {
     reg.GetSTRINGValue("Camera", "none");
     reg.GetDWORDValue("Flags", 0);
 }
+#endif
 
 }  // namespace
 
@@ -386,7 +392,10 @@ const Target kTargets[] = {
     {"response", Response},
     {"nuc_catalogue", NucCatalogue},
     {"region", Region},
+#if !defined(_WIN32)
+    // The settings of Windows are the system registry, not a file to feed.
     {"settings", Settings},
+#endif
     {nullptr, nullptr},
 };
 

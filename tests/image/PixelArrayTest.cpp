@@ -449,7 +449,7 @@ TEST(PixelArray, TimeOfDay) {
     EXPECT_EQ(back, (R{13, 45, 30, 12, 3, 250}));
     MergeTime(&time, 1, 0, 0, 1500000UL);
     EXPECT_EQ(time, 3601.5);
-    MergeTime(&time, 0x100000005UL, 0UL);  // taken as 32 bits
+    MergeTime(&time, static_cast<unsigned long>(0x100000005ULL), 0UL);  // taken as 32 bits
     EXPECT_EQ(time, 5.0);
     MergeTime(&time, 10UL, 250000UL);
     EXPECT_EQ(time, 10.25);

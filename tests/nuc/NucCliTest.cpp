@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 #include "nuc/NucTestSupport.h"
+#include "support/ToolRun.h"
 #include "thermokit/film/CPtr.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
@@ -21,20 +21,10 @@ using namespace nuctest;
 
 namespace {
 
-struct ToolRun {
-    int status = -1;
-    std::string err;
-};
+using thermokit::test::ToolRun;
 
 ToolRun Tool(const std::string& args) {
-    ToolRun r;
-    const std::string errPath = TempPath("stderr.txt");
-    const std::string cmd = std::string(THERMOKIT_TOOL_PATH) + " " + args + " >/dev/null 2>" + errPath;
-    const int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    const auto bytes = ReadBytes(errPath);
-    r.err.assign(bytes.begin(), bytes.end());
-    return r;
+    return thermokit::test::RunTool(args, thermokit::test::ToolErrors::kSeparate);
 }
 
 // Pixel 5 gets bump on top: a pixel that responds differently from the rest.

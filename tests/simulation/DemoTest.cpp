@@ -151,13 +151,14 @@ TEST_F(Demo, SameSeedSameFigures) {
     const std::string again = ::testing::TempDir() + "sim_demo_again_" + std::to_string(getpid());
     fs::remove_all(again);
     ASSERT_EQ(RunTool("demo -o '" + again + "' --size 160x128 --count 6"), 0);
-    std::ifstream f(again + "/report.json");
-    const auto r = nlohmann::json::parse(f, nullptr, false);
+    const auto r = nlohmann::json::parse(std::ifstream(again + "/report.json"), nullptr, false);
     ASSERT_TRUE(r.is_object());
     for (const char* key : {"fpn", "bad_pixels", "temperature", "emissivity", "lockin", "calibration"})
         EXPECT_EQ(r[key], s_report[key]) << key;
-    std::ifstream a(s_dir + "/films/scene.film", std::ios::binary), b(again + "/films/scene.film", std::ios::binary);
-    EXPECT_TRUE(std::equal(std::istreambuf_iterator<char>(a), {}, std::istreambuf_iterator<char>(b), {}));
+    {
+        std::ifstream a(s_dir + "/films/scene.film", std::ios::binary), b(again + "/films/scene.film", std::ios::binary);
+        EXPECT_TRUE(std::equal(std::istreambuf_iterator<char>(a), {}, std::istreambuf_iterator<char>(b), {}));
+    }  // closed: Windows removes no file that is open
     fs::remove_all(again);
 }
 
@@ -167,8 +168,10 @@ TEST_F(Demo, RefusesBadUsage) {
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size wide"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --size 160x128x3"), 2);
     EXPECT_EQ(RunTool("demo -o '" + dir + "' --count 0"), 2);
-    // An output folder that cannot be made is a failure, not a crash.
-    EXPECT_EQ(RunTool("demo -o /proc/thermokit_demo --size 64x64"), 1);
+    // An output folder that cannot be made (below a file) is a failure, not a crash.
+    std::ofstream(dir + "_file") << "x";
+    EXPECT_EQ(RunTool("demo -o '" + dir + "_file/demo' --size 64x64"), 1);
+    std::remove((dir + "_file").c_str());
 }
 
 }  // namespace

@@ -42,18 +42,19 @@ inline std::string TextAt(const Bytes& bytes, size_t off, size_t size = 100000) 
     return s;
 }
 
+// Bytes as they are on every system (no line-end translation on Windows).
 inline std::string ReadText(const std::string& path) {
-    std::ifstream f(path);
+    std::ifstream f(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 inline void WriteText(const std::string& path, const std::string& text) {
-    std::ofstream f(path, std::ios::trunc);
+    std::ofstream f(path, std::ios::binary | std::ios::trunc);
     f << text;
 }
 
 inline std::vector<std::string> ReadLines(const std::string& path) {
-    std::ifstream in(path);
+    std::ifstream in(path, std::ios::binary);
     std::vector<std::string> lines;
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;

@@ -2,16 +2,22 @@
 // What the test suites share: running the thermokit tool as a process, unique temporary paths, private
 // settings stores and whole-file access.
 #include <gtest/gtest.h>
+#if !defined(_WIN32)
 #include <sys/wait.h>
+#endif
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "support/Environment.h"
+#include "thermokit/environment/RegistryStore.h"
 
 namespace thermokit::test {
 
@@ -26,6 +32,61 @@ enum class ToolErrors { kCaptured, kDiscarded, kSeparate };
 
 inline std::vector<uint8_t> ReadAll(const std::string& path);
 
+#if defined(_WIN32)
+// Runs argv[0] with the other arguments as they are (support/ProcessWin32.cpp); the exit status, or -1.
+int RunProgram(const std::vector<std::string>& argv, ToolErrors errors, std::string* out, std::string* err);
+// Starts a program and leaves it running (its outputs go to ours); null when it cannot start.
+// KillProgram ends it at once, as a crash would, and waits for it to be gone.
+void* StartProgram(const std::vector<std::string>& argv);
+void KillProgram(void* program);
+// The file name of the running test program.
+std::string ThisProgram();
+// Removes a folder with everything in it, also below the 260 characters std::filesystem handles here.
+void RemoveTree(const std::string& path);
+
+// Arguments as a POSIX shell splits them: blanks separate, quotes group ('...' as it stands, "..." with
+// \" \\ \$ \` escapes). A backslash outside quotes stays as it is: it separates folders in the
+// Windows file names the tests put on command lines.
+inline std::vector<std::string> SplitShellWords(const std::string& line) {
+    std::vector<std::string> words;
+    std::string word;
+    bool inWord = false;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (c == ' ' || c == '\t' || c == '\n') {
+            if (inWord) words.push_back(word);
+            word.clear();
+            inWord = false;
+            continue;
+        }
+        inWord = true;
+        if (c == '\'') {
+            const size_t end = line.find('\'', i + 1);
+            word += line.substr(i + 1, end == std::string::npos ? std::string::npos : end - i - 1);
+            i = end == std::string::npos ? line.size() : end;
+        } else if (c == '"') {
+            for (++i; i < line.size() && line[i] != '"'; ++i) {
+                if (line[i] == '\\' && i + 1 < line.size() && std::string("\"\\$`").find(line[i + 1]) != std::string::npos)
+                    ++i;
+                word += line[i];
+            }
+        } else {
+            word += c;
+        }
+    }
+    if (inWord) words.push_back(word);
+    return words;
+}
+
+// Runs the built tool with args (quoted as for a POSIX shell).
+inline ToolRun RunTool(const std::string& args, ToolErrors errors = ToolErrors::kCaptured) {
+    ToolRun r;
+    std::vector<std::string> argv = SplitShellWords(args);
+    argv.insert(argv.begin(), THERMOKIT_TOOL_PATH);
+    r.status = RunProgram(argv, errors, &r.out, &r.err);
+    return r;
+}
+#else
 // Runs the built tool with args (already quoted for the shell).
 inline ToolRun RunTool(const std::string& args, ToolErrors errors = ToolErrors::kCaptured) {
     ToolRun r;
@@ -49,6 +110,12 @@ inline ToolRun RunTool(const std::string& args, ToolErrors errors = ToolErrors::
     }
     return r;
 }
+
+inline void RemoveTree(const std::string& path) {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
+}
+#endif
 
 // The same, the output in out, the exit status returned.
 inline int RunTool(const std::string& args, std::string& out) {
@@ -74,8 +141,8 @@ inline bool UsePrivateStores() {
         ::setenv("THERMOKIT_USER_STORE", (base + "_user.db").c_str(), 0);
         ::setenv("THERMOKIT_MACHINE_STORE", (base + "_machine.db").c_str(), 0);
         std::atexit([] {
-            std::remove((base + "_user.db").c_str());
-            std::remove((base + "_machine.db").c_str());
+            thermokit::RegistryStore::Remove(base + "_user.db");
+            thermokit::RegistryStore::Remove(base + "_machine.db");
         });
         return true;
     }();

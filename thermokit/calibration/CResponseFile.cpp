@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "thermokit/platform/File.h"
+
 namespace thermokit {
 
 namespace {
@@ -71,7 +73,7 @@ int CResponseFile::Save(const char* fileName) {
 int CResponseFile::ReadFile() {
     ClearLastError();
     m_aData.clear();
-    FILE* f = std::fopen(m_strFileName.c_str(), "r");
+    FILE* f = File::OpenStream(m_strFileName, "r");
     if (!f) return SetLastError("cannot be opened", errno);
     char a[kTokenSize] = {};
     char b[kTokenSize] = {};
@@ -91,7 +93,7 @@ int CResponseFile::ReadFile() {
 }
 
 int CResponseFile::WriteFile() {
-    FILE* f = std::fopen(m_strFileName.c_str(), "w+");
+    FILE* f = File::OpenStream(m_strFileName, "w+b");  // bytes as written, "\n" on every system
     if (!f) return SetLastError("cannot be created", errno);
     std::fprintf(f, "%s\n", "RSP");
     std::fprintf(f, "Lambda\tTransmission\n");

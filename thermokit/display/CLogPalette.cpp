@@ -1,7 +1,5 @@
 #include "thermokit/display/CLogPalette.h"
 
-#include <sys/stat.h>
-
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -13,6 +11,9 @@
 #include "thermokit/display/CBit24.h"
 #include "thermokit/display/CLut.h"
 #include "thermokit/display/CLut24.h"
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
+#include "thermokit/platform/File.h"
 
 namespace thermokit {
 
@@ -93,17 +94,17 @@ struct CLogPalette::IniReader {
     bool Read(const char* path, std::string& why, int& err) {
         sections.clear();
         err = 0;
-        struct stat st {};
-        if (::stat(path, &st) != 0) {
+        const File::Status st = File::StatusOf(path);
+        if (st.err != 0) {
             why = "cannot be opened";
-            err = errno;
+            err = st.err;
             return false;
         }
-        if (!S_ISREG(st.st_mode) || st.st_size > kMaxFileBytes) {
+        if (!st.regular || st.size > kMaxFileBytes) {
             why = "not a palette file (a text file of at most 16 MiB expected)";
             return false;
         }
-        std::ifstream in(path, std::ios::binary);
+        std::ifstream in(PathFromUtf8(path), std::ios::binary);
         if (!in) {
             why = "cannot be opened";
             err = errno ? errno : EIO;

@@ -79,7 +79,7 @@ void CRegistry::OpenPath(const std::string& path, bool machine, bool user, bool 
         // key is then not created and stays null.
         const bool write = m_bAdmin && !machineReadOnly;
         const RegistryKey root = RegistryKey::OpenRoot(RegistryRoot::Machine, write, &why);
-        if (!root && File::Exists(RegistryStore::MachineStorePath()))
+        if (!root && RegistryStore::Exists(RegistryStore::MachineStorePath()))
             SetLastError(ErrorKind::Format, "settings store " + RegistryStore::MachineStorePath() + ": " + why);
         m_hKeyMachine = root.OpenSubKey(path, write);
     }

@@ -376,6 +376,20 @@ std::string RegistryStore::StorePath(RegistryRoot root) {
     return root == RegistryRoot::Machine ? MachineStorePath() : UserStorePath();
 }
 
+bool RegistryStore::Exists(const std::string& path) {
+    struct stat st {};
+    return !path.empty() && ::stat(path.c_str(), &st) == 0;
+}
+
+bool RegistryStore::Remove(const std::string& path) {
+    if (path.empty()) return false;
+    bool ok = true;
+    for (const std::string& p : {path, path + "-journal"}) {
+        if (::unlink(p.c_str()) != 0 && errno != ENOENT) ok = false;
+    }
+    return ok;
+}
+
 RegistryStore::~RegistryStore() {
     if (m_db) sqlite3_close_v2(m_db);
 }

@@ -1,6 +1,9 @@
 #pragma once
 // The settings store: two trees of keys and typed values, one for the whole
 // machine and one for the current user, each kept in an SQLite database.
+// On Windows the two trees are the system registry itself,
+// HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER (RegistryStoreWin32.cpp; see
+// "On Windows" at the end of this comment).
 //
 // Where the databases are:
 //   machine  /var/lib/thermokit/registry.db, or $THERMOKIT_MACHINE_STORE
@@ -25,6 +28,19 @@
 // Key and value names compare case-insensitively (ASCII letters), and keep
 // the spelling they were created with. Key names never contain a backslash:
 // a backslash in a path separates components.
+//
+// On Windows:
+//   machine  HKEY_LOCAL_MACHINE, user HKEY_CURRENT_USER; a store variable
+//            names another key instead: "HKLM\..." or "HKCU\..." (also
+//            spelled HKEY_LOCAL_MACHINE\..., HKEY_CURRENT_USER\...) that key
+//            itself, any other text a private store of that name under
+//            HKEY_CURRENT_USER\Software	hermokit\Stores (how the tests keep
+//            their settings apart). GetPath gives the key's full name.
+//   Each value is written atomically by the system, but a RegistryBatch
+//   groups nothing (the registry has no transactions here), and ReadTree
+//   reads key after key rather than one snapshot. Text values are UTF-16 in
+//   the registry and UTF-8 here (sizes count UTF-8 bytes). Names compare
+//   the way the system compares them (case-insensitively, beyond ASCII too).
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -32,7 +48,9 @@
 #include <string>
 #include <vector>
 
+#if !defined(_WIN32)
 struct sqlite3;
+#endif
 
 namespace thermokit {
 
@@ -95,6 +113,13 @@ public:
     // "file NAME: ..." message; it is emptied on success.
     static std::shared_ptr<RegistryStore> Open(const std::string& path, bool write, bool privateFile,
                                                std::string* why = nullptr);
+    // True when the store at path exists (opening it read-only may still
+    // fail, for a file that is not a store).
+    static bool Exists(const std::string& path);
+    // Removes the store at path with everything in it (the database file and
+    // its journal; on Windows the store's key, never a root itself). False
+    // when something was there and stays.
+    static bool Remove(const std::string& path);
 
     const std::string& GetPath() const { return m_path; }
     bool IsWritable() const { return m_writable; }
@@ -107,7 +132,11 @@ private:
     friend class RegistryBatch;
     RegistryStore() = default;
 
+#if defined(_WIN32)
+    std::shared_ptr<void> m_root;  // the store's own key (an HKEY), with the store's access
+#else
     sqlite3* m_db = nullptr;
+#endif
     std::string m_path;
     bool m_writable = false;
     int m_batch = 0;
@@ -126,7 +155,11 @@ public:
     // The same key of the same database file (through any handle).
     bool operator==(const RegistryKey& other) const {
         if (!m_store || !other.m_store) return m_store == other.m_store;
+#if defined(_WIN32)
+        return m_keyPath == other.m_keyPath && m_store->GetPath() == other.m_store->GetPath();
+#else
         return m_id == other.m_id && m_store->GetPath() == other.m_store->GetPath();
+#endif
     }
     bool operator==(std::nullptr_t) const { return m_store == nullptr; }
 
@@ -163,11 +196,20 @@ public:
 
 private:
     friend class RegistryBatch;
+#if defined(_WIN32)
+    RegistryKey(std::shared_ptr<RegistryStore> store, std::shared_ptr<void> handle, std::string keyPath, bool writable)
+        : m_store(std::move(store)), m_handle(std::move(handle)), m_keyPath(std::move(keyPath)), m_writable(writable) {}
+
+    std::shared_ptr<RegistryStore> m_store;
+    std::shared_ptr<void> m_handle;  // the open HKEY, closed with the last copy
+    std::string m_keyPath;           // below the store's key, upper-cased: what == compares
+#else
     RegistryKey(std::shared_ptr<RegistryStore> store, int64_t id, bool writable)
         : m_store(std::move(store)), m_id(id), m_writable(writable) {}
 
     std::shared_ptr<RegistryStore> m_store;
     int64_t m_id = 0;
+#endif
     bool m_writable = false;
 };
 
@@ -201,8 +243,9 @@ using HKEY = RegistryKey;
 // Splits "A\B\\C" into its non-empty components.
 std::vector<std::string> SplitRegistryPath(const std::string& path);
 
-// The administrator test: the effective user is root, unless THERMOKIT_ADMIN
-// is "0" or "1", which decides.
+// The administrator test: the effective user is root (on Windows: a member
+// of the Administrators group), unless THERMOKIT_ADMIN is "0" or "1", which
+// decides.
 int IsAdministrator();
 
 }  // namespace thermokit

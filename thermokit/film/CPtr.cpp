@@ -1,10 +1,5 @@
 #include "thermokit/film/CPtr.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/uio.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -22,70 +17,34 @@
 
 namespace thermokit {
 
-namespace {
-
-// Moves exactly the bytes of the vector at offset with io (preadv or pwritev), retrying after short
-// transfers and interruptions. False on an error (errno tells) or when nothing more moves (errno 0:
-// the end of the file).
-template <class VectorIo>
-bool TransferFully(VectorIo io, struct iovec* iov, int count, uint64_t offset) {
-    while (count > 0) {
-        const ssize_t n = io(iov, count, static_cast<off_t>(offset));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        if (n == 0) {
-            errno = 0;
-            return false;
-        }
-        offset += static_cast<uint64_t>(n);
-        size_t left = static_cast<size_t>(n);
-        while (count > 0 && left >= iov->iov_len) {
-            left -= iov->iov_len;
-            ++iov;
-            --count;
-        }
-        if (count > 0) {
-            iov->iov_base = static_cast<char*>(iov->iov_base) + left;
-            iov->iov_len -= left;
-        }
-    }
-    return true;
-}
-
-bool ReadFully(int fd, struct iovec* iov, int count, uint64_t offset) {
-    return TransferFully([fd](const struct iovec* v, int c, off_t at) { return ::preadv(fd, v, c, at); }, iov,
-                         count, offset);
-}
-
-bool WriteFully(int fd, struct iovec* iov, int count, uint64_t offset) {
-    return TransferFully([fd](const struct iovec* v, int c, off_t at) { return ::pwritev(fd, v, c, at); }, iov,
-                         count, offset);
-}
-
-}  // namespace
-
 // A read-only descriptor kept between reads. Begin() does what opening the
-// file with "read, deny write" does (find the file by name, announce the
-// locks, refuse on a conflict); End() does what closing does (drop the locks).
+// file for reading with the sharing asked for does (find the file by name,
+// announce the locks, refuse on a conflict); End() does what closing does
+// (drop the locks).
 struct CPtr::ReadCache {
     // The film stays open between reads; its sharing locks ("read", "deny
     // write") are held only during each read, as an open-read-close would.
+    // On Windows a file that is open cannot be replaced or removed, so there
+    // the film is opened for each read and closed after it.
     File file;
-    int fd = -1;
 
-    bool Begin(const std::string& name) {
+    bool Begin(const std::string& name, unsigned share) {
+#if defined(_WIN32)
+        return file.Open(name, File::modeRead | share);
+#else
         if (file.IsOpen() && !file.IsSameFileAs(name)) file.Close();
         if (!file.IsOpen()) {
-            fd = -1;
             // Opened without sharing locks; they are taken below for each read.
             if (!file.Open(name, File::modeRead | File::shareDenyNone)) return false;
-            fd = file.GetHandle();
         }
-        return file.AcquireSharing(File::modeRead | File::shareDenyWrite);
+        return file.AcquireSharing(File::modeRead | share);
+#endif
     }
+#if defined(_WIN32)
+    void End() { file.Close(); }
+#else
     void End() { file.ReleaseSharing(); }
+#endif
 };
 
 // ---------------------------------------------------------------- lifetime
@@ -155,6 +114,8 @@ void CPtr::SetFileName(const std::string& fileName) {
 
 void CPtr::ReleaseCache() { m_pCache.reset(); }
 
+unsigned CPtr::ReadSharing() const { return File::shareDenyWrite; }
+
 int CPtr::ReadHeader() {
     alignas(8) unsigned char old[PtrHeader::kSize];
     std::memcpy(old, m_Header, sizeof(old));
@@ -219,21 +180,21 @@ double CPtr::ImageTime(const unsigned char* image, int irigbPlay) {
 int CPtr::ReadImage(unsigned long n, void* pixels, size_t bytes, double* time) {
     if (!m_pCache) m_pCache = std::make_unique<ReadCache>();
     ReadCache& cache = *m_pCache;
-    if (!cache.Begin(m_strFileName)) return SetLastError("cannot be opened", cache.file);
+    if (!cache.Begin(m_strFileName, ReadSharing())) return SetLastError("cannot be opened", cache.file);
     const uint32_t ihs = GetImageHeaderSize();
     const uint64_t at = OffsetImage(n);
     const uint64_t pixelsAt = OffsetTrame(n);
     bool ok;
     if (ihs == PtrImage::kSize && pixelsAt == at + ihs) {
         // Image header and pixels are neighbours: one transfer.
-        struct iovec iov[2] = {{m_Image, PtrImage::kSize}, {pixels, bytes}};
-        ok = ReadFully(cache.fd, iov, 2, at);
+        const File::Span spans[2] = {{m_Image, PtrImage::kSize}, {pixels, bytes}};
+        ok = cache.file.ReadSpansAt(at, spans, 2);
     } else {
-        struct iovec head[1] = {{m_Image, PtrImage::kSize}};
-        struct iovec body[1] = {{pixels, bytes}};
-        ok = (ihs == 0 || ReadFully(cache.fd, head, 1, at)) && ReadFully(cache.fd, body, 1, pixelsAt);
+        const File::Span head[1] = {{m_Image, PtrImage::kSize}};
+        const File::Span body[1] = {{pixels, bytes}};
+        ok = (ihs == 0 || cache.file.ReadSpansAt(at, head, 1)) && cache.file.ReadSpansAt(pixelsAt, body, 1);
     }
-    const int err = ok ? 0 : errno;
+    const int err = ok ? 0 : cache.file.GetLastError();
     cache.End();
     if (!ok) {
         ReadFailed(n, err);
@@ -296,15 +257,15 @@ int CPtr::ReadTime(unsigned long n, double& t) {
     }
     if (!m_pCache) m_pCache = std::make_unique<ReadCache>();
     ReadCache& cache = *m_pCache;
-    if (!cache.Begin(m_strFileName)) return SetLastError("cannot be opened", cache.file);
+    if (!cache.Begin(m_strFileName, ReadSharing())) return SetLastError("cannot be opened", cache.file);
     alignas(8) unsigned char image[PtrImage::kSize];
     std::memcpy(image, m_Image, sizeof(image));
     bool ok = true;
     if (GetImageHeaderSize() != 0) {
-        struct iovec iov[1] = {{image, sizeof(image)}};
-        ok = ReadFully(cache.fd, iov, 1, OffsetImage(n));
+        const File::Span spans[1] = {{image, sizeof(image)}};
+        ok = cache.file.ReadSpansAt(OffsetImage(n), spans, 1);
     }
-    const int err = ok ? 0 : errno;
+    const int err = ok ? 0 : cache.file.GetLastError();
     cache.End();
     if (!ok) {
         ReadFailed(n, err);
@@ -328,21 +289,21 @@ int CPtr::WriteImage(unsigned long n, const void* pixels, size_t bytes) {
     const uint64_t pixelsAt = OffsetTrame(n);
     bool ok;
     if (ihs == PtrImage::kSize && pixelsAt == at + ihs) {
-        struct iovec iov[2] = {{m_Image, PtrImage::kSize}, {const_cast<void*>(pixels), bytes}};
-        ok = WriteFully(file.GetHandle(), iov, 2, at);
+        const File::Span spans[2] = {{m_Image, PtrImage::kSize}, {const_cast<void*>(pixels), bytes}};
+        ok = file.WriteSpansAt(at, spans, 2);
     } else {
-        struct iovec body[1] = {{const_cast<void*>(pixels), bytes}};
-        ok = WriteFully(file.GetHandle(), body, 1, pixelsAt);
+        const File::Span body[1] = {{const_cast<void*>(pixels), bytes}};
+        ok = file.WriteSpansAt(pixelsAt, body, 1);
         if (ok && ihs != 0) {
             // A larger image header than ours: our part, then zeros (reserved).
             std::vector<unsigned char> head(ihs, 0);
             std::memcpy(head.data(), m_Image, PtrImage::kSize);
-            struct iovec iov[1] = {{head.data(), head.size()}};
-            ok = WriteFully(file.GetHandle(), iov, 1, at);
+            const File::Span spans[1] = {{head.data(), head.size()}};
+            ok = file.WriteSpansAt(at, spans, 1);
         }
     }
     if (!ok) {
-        SaveFailed(n, errno ? errno : ENOSPC);
+        SaveFailed(n, file.GetLastError() ? file.GetLastError() : ENOSPC);
         return 0;
     }
     return 1;

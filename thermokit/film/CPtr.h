@@ -136,6 +136,9 @@ protected:
     // film plays IRIG-B time, else the image time fields.
     static double ImageTime(const unsigned char* image, int irigbPlay);
     void ReleaseCache();
+    // The sharing a read asks for (File::share*): deny writing, so that no
+    // frame is read torn; a film that writes itself lets its own writer be.
+    virtual unsigned ReadSharing() const;
 
     CFrame* m_pFrame = nullptr;
 

@@ -122,6 +122,8 @@ int CPtr2::Read(unsigned long n, CFrame* f) {
     return CPtr::Read(n, f);
 }
 
+unsigned CPtr2::ReadSharing() const { return IsRecording() ? File::shareDenyNone : CPtr::ReadSharing(); }
+
 int CPtr2::Close() {
     if (!IsRecording()) return 0;
     // The film ends behind its last image (or behind an image written beyond

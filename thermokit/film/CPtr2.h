@@ -78,6 +78,8 @@ public:
 protected:
     // The stream Create records through; a test can hand a failing one.
     virtual std::unique_ptr<CStreamFile> NewStream();
+    // While recording, reads share the file with the film's own stream.
+    unsigned ReadSharing() const override;
 
 private:
     // Writes bytes at the logical position, moving there first when needed.

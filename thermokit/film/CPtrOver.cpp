@@ -1,10 +1,5 @@
 #include "thermokit/film/CPtrOver.h"
 
-#include <sys/stat.h>
-#include <sys/statfs.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +8,7 @@
 
 #include "thermokit/environment/CConfig.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/platform/Drive.h"
 #include "thermokit/platform/Endian.h"
 #include "thermokit/platform/File.h"
 #include "thermokit/platform/Messages.h"
@@ -32,16 +28,6 @@ constexpr unsigned char kEndOfTextByte = 26;
 constexpr uint32_t kMaxBlockSize = 64u << 20;
 // Largest image a film of no image may announce (nothing in the file proves it).
 constexpr uint64_t kMaxEmptyFilmPixels = 16u << 20;
-
-// The folder a file lies in (for the drive properties of a file not yet made).
-std::string ExistingPathFor(const std::string& name) {
-    struct stat st {};
-    if (!name.empty() && ::stat(name.c_str(), &st) == 0) return name;
-    const size_t slash = name.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    if (slash == 0) return "/";
-    return name.substr(0, slash);
-}
 
 }  // namespace
 
@@ -780,38 +766,11 @@ int CPtrOver::FillHeaderInfoImage(const InfoImageStruct* info, std::vector<std::
 
 // ---------------------------------------------------------------- the file itself
 
-int CPtrOver::IsCDRom() const {
-    struct statfs fs {};
-    if (::statfs(ExistingPathFor(m_strFileName).c_str(), &fs) != 0) return 0;
-    const unsigned long type = static_cast<unsigned long>(fs.f_type);
-    return (type == 0x9660UL || type == 0x15013346UL) ? 1 : 0;
-}
+int CPtrOver::IsCDRom() const { return DriveOf(m_strFileName).cdrom ? 1 : 0; }
 
-int CPtrOver::IsReadOnly() const {
-    const std::string path = ExistingPathFor(m_strFileName);
-    struct statvfs vfs {};
-    if (::statvfs(path.c_str(), &vfs) == 0 && (vfs.f_flag & ST_RDONLY)) return 1;
-    return ::access(path.c_str(), W_OK) != 0 ? 1 : 0;
-}
+int CPtrOver::IsReadOnly() const { return DriveOf(m_strFileName).readOnly ? 1 : 0; }
 
-int CPtrOver::IsNetwork() const {
-    struct statfs fs {};
-    if (::statfs(ExistingPathFor(m_strFileName).c_str(), &fs) != 0) return 0;
-    switch (static_cast<unsigned long>(static_cast<uint32_t>(fs.f_type))) {
-        case 0x6969UL:      // NFS
-        case 0x517BUL:      // SMB
-        case 0xFF534D42UL:  // CIFS
-        case 0xFE534D42UL:  // SMB2
-        case 0x01021997UL:  // 9P
-        case 0x00C36400UL:  // Ceph
-        case 0x5346414FUL:  // AFS
-        case 0x73757245UL:  // Coda
-        case 0x564CUL:      // NCP
-            return 1;
-        default:
-            return 0;
-    }
-}
+int CPtrOver::IsNetwork() const { return DriveOf(m_strFileName).network ? 1 : 0; }
 
 int64_t CPtrOver::GetFileSize() const {
     File file;

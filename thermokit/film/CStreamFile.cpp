@@ -1,38 +1,18 @@
 #include "thermokit/film/CStreamFile.h"
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sched.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "thermokit/image/PixelKernels.h"
+
+#include "thermokit/platform/StreamIo.h"
 
 namespace thermokit {
 
 namespace {
 
-constexpr unsigned long kDirectAlign = 4096;  // memory, offset and size alignment of direct writes
-
-// The file system's alignment rule for direct transfers, 0 when it takes none.
-unsigned long DirectAlignment(int fd) {
-#if defined(STATX_DIOALIGN)
-    struct statx sx {};
-    if (statx(fd, "", AT_EMPTY_PATH, STATX_DIOALIGN, &sx) == 0 && (sx.stx_mask & STATX_DIOALIGN)) {
-        if (sx.stx_dio_offset_align == 0) return 0;
-        return std::max<unsigned long>(sx.stx_dio_offset_align, sx.stx_dio_mem_align);
-    }
-#endif
-    (void)fd;
-    return kDirectAlign;
-}
+using streamio::kDirectAlign;
+using streamio::kNoFile;
 
 // Floor division: positions before a boundary round down even when negative.
 int64_t AlignDown(int64_t position, int64_t bank) {
@@ -45,32 +25,6 @@ int64_t AlignDown(int64_t position, int64_t bank) {
 // so large copies use stores that skip the cache (no read for ownership, no
 // eviction of the caller's data).
 void CopyToBank(unsigned char* dst, const unsigned char* src, size_t n) { kernels::Pixel().copyStreaming(dst, src, n); }
-
-constexpr size_t kHugePage = size_t{2} << 20;
-
-// The banks start on a 2 MiB boundary and ask for huge pages: a direct
-// write then hands the disk a few large physically contiguous pieces
-// instead of a thousand 4 KiB ones, which makes each bank write markedly
-// faster. Then every page is touched, so that recording never takes a
-// page fault. Both requests are hints: without them the banks still work.
-void PrepareBanks(unsigned char* banks, size_t bytes) {
-#if defined(MADV_HUGEPAGE)
-    madvise(banks, bytes, MADV_HUGEPAGE);
-#endif
-#if defined(MADV_POPULATE_WRITE)
-    if (madvise(banks, bytes, MADV_POPULATE_WRITE) == 0) return;
-#endif
-    std::memset(banks, 0, bytes);
-}
-
-void RaisePriority() {
-    // Real-time round robin when permitted, else a better nice value, else
-    // the normal priority: all three keep working.
-    sched_param sp{};
-    sp.sched_priority = sched_get_priority_min(SCHED_RR);
-    if (pthread_setschedparam(pthread_self(), SCHED_RR, &sp) == 0) return;
-    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), -5);
-}
 
 }  // namespace
 
@@ -128,67 +82,32 @@ uint64_t CStreamFile::GetBytesCopied() const {
 }
 
 int CStreamFile::SetBankNumber(int n) {
-    if (m_hFile >= 0 || n < 1 || n > kMaxBanks) return 0;
+    if (m_hFile != kNoFile || n < 1 || n > kMaxBanks) return 0;
     m_pLock->Lock();
     m_nBankNumber = n;
     m_pLock->Unlock();
     return 1;
 }
 
-int CStreamFile::CreateFileFlag(unsigned long mode, int direct) {
-    int flags = O_RDWR | O_CLOEXEC;
-    switch (mode) {
-    case modeCreate:
-        flags |= O_CREAT | O_TRUNC;
-        break;
-    case modeOpenAlways:
-        flags |= O_CREAT;
-        break;
-    default:
-        break;
-    }
-    if (direct) flags |= O_DIRECT;
-    return flags;
-}
+int CStreamFile::CreateFileFlag(unsigned long mode, int direct) { return streamio::OpenFlags(mode, direct != 0); }
 
 int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsigned long mode) {
-    if (m_hFile >= 0 || bankSize == 0 || bankSize > 0xFFFFFFFFul || name.empty()) return 0;
+    if (m_hFile != kNoFile || bankSize == 0 || bankSize > 0xFFFFFFFFul || name.empty()) return 0;
     if (mode != modeCreate && mode != modeOpenExisting && mode != modeOpenAlways) return 0;
 
-    // Direct writes when the bank size suits them and the file system takes
-    // them; decided here, once.
-    int fd = -1;
+    // Unbuffered writes when the bank size suits the drive; decided here, once.
     bool direct = false;
-    if (bankSize % kDirectAlign == 0) {
-        fd = open(name.c_str(), CreateFileFlag(mode, 1), 0644);
-        if (fd >= 0) {
-            const unsigned long align = DirectAlignment(fd);
-            direct = align != 0 && align <= kDirectAlign && bankSize % align == 0;
-            if (!direct) {
-                close(fd);
-                fd = -1;
-            }
-        }
-    }
-    if (fd < 0) fd = open(name.c_str(), CreateFileFlag(mode == modeCreate ? modeOpenAlways : mode, 0), 0644);
-    if (fd < 0) return 0;
-    if (!direct && mode == modeCreate && ftruncate(fd, 0) != 0) {
-        close(fd);
-        return 0;
-    }
+    const streamio::Handle fd = streamio::OpenForBanks(name, mode, bankSize, &direct);
+    if (fd == kNoFile) return 0;
 
     m_pLock->Lock();
     const size_t banksBytes = (static_cast<size_t>(m_nBankNumber) + 1) * bankSize;
-    void* raw = mmap(nullptr, banksBytes + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (raw == MAP_FAILED) {
+    unsigned char* p = streamio::AllocateBanks(banksBytes, &m_pBlock, &m_nBlockSize);
+    if (!p) {
         m_pLock->Unlock();
-        close(fd);
+        streamio::Close(fd);
         return 0;
     }
-    m_pBlock = raw;
-    m_nBlockSize = banksBytes + kHugePage;
-    unsigned char* p = static_cast<unsigned char*>(raw) + (kHugePage - reinterpret_cast<uintptr_t>(raw) % kHugePage) % kHugePage;
-    PrepareBanks(p, banksBytes);
     m_pBanks = new unsigned char*[static_cast<size_t>(m_nBankNumber)];
     for (int i = 0; i < m_nBankNumber; ++i) m_pBanks[i] = p + static_cast<size_t>(i) * bankSize;
     m_pScratch = p + static_cast<size_t>(m_nBankNumber) * bankSize;
@@ -219,7 +138,7 @@ int CStreamFile::OpenFile(const std::string& name, unsigned long bankSize, unsig
 
 unsigned CStreamFile::MyThreadProc(void* param) {
     auto* self = static_cast<CStreamFile*>(param);
-    RaisePriority();
+    streamio::RaiseThreadPriority();
     self->m_hWorkEvent->Wait(kInfinite);
     self->m_hDoneEvent->Reset();
     self->m_pLock->Lock();
@@ -232,12 +151,12 @@ unsigned CStreamFile::MyThreadProc(void* param) {
         while (self->m_nPending > 0) {
             bool made = false;
             bool ok = false;
-            if (self->m_hFile >= 0 && self->m_pBanks && self->m_nWriteSize > 0) {
+            if (self->m_hFile != kNoFile && self->m_pBanks && self->m_nWriteSize > 0) {
                 self->m_nWriterBank = (self->m_nWriterBank + 1) % self->m_nBankNumber;
                 const unsigned char* bank = self->m_pBanks[self->m_nWriterBank];
                 const uint32_t size = self->m_nWriteSize;
                 // Nobody else moves the file while banks are pending.
-                const off_t at = lseek(self->m_hFile, 0, SEEK_CUR);
+                const int64_t at = streamio::Tell(self->m_hFile);
                 self->m_pLock->Unlock();
                 const long n = self->DiskWrite(bank, size);
                 self->m_pLock->Lock();
@@ -247,7 +166,7 @@ unsigned CStreamFile::MyThreadProc(void* param) {
                     if (self->m_nErrorPosition < 0) self->m_nErrorPosition = at;
                     // Leave the failed bank's place behind it, so the next
                     // banks land where they belong.
-                    lseek(self->m_hFile, at + static_cast<off_t>(size), SEEK_SET);
+                    streamio::SeekTo(self->m_hFile, at + static_cast<int64_t>(size));
                 }
             }
             --self->m_nPending;
@@ -263,22 +182,11 @@ unsigned CStreamFile::MyThreadProc(void* param) {
 }
 
 long CStreamFile::DiskWrite(const void* data, unsigned long size) {
-    const auto* p = static_cast<const unsigned char*>(data);
-    unsigned long done = 0;
-    while (done < size) {
-        const ssize_t n = write(m_hFile, p + done, size - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return -1;
-        }
-        if (n == 0) break;
-        done += static_cast<unsigned long>(n);
-    }
-    return static_cast<long>(done);
+    return streamio::WriteAtPosition(m_hFile, data, size);
 }
 
 int CStreamFile::CanWrite(CCriticalSection* lock, int banksNeeded) {
-    if (m_hFile < 0) return 0;
+    if (m_hFile == kNoFile) return 0;
     for (;;) {
         if (m_nPending < banksNeeded) return 1;
         // The thread sets the done event after every bank but resets it only
@@ -290,7 +198,7 @@ int CStreamFile::CanWrite(CCriticalSection* lock, int banksNeeded) {
         lock->Unlock();
         m_hDoneEvent->Wait(kInfinite);
         if (!lock->Lock()) return 0;
-        if (m_hFile < 0) return 0;
+        if (m_hFile == kNoFile) return 0;
     }
 }
 
@@ -305,7 +213,7 @@ void CStreamFile::SetNextBank(CCriticalSection*) { m_nCurrentBank = (m_nCurrentB
 
 int CStreamFile::Write(const void* data, unsigned long size, unsigned long* written) {
     if (written) *written = 0;
-    if (m_hFile < 0) return 0;
+    if (m_hFile == kNoFile) return 0;
     if (size && !data) return 0;
     m_pLock->Lock();
     const auto* src = static_cast<const unsigned char*>(data);
@@ -346,11 +254,8 @@ bool CStreamFile::ReadBankAt(int64_t position, unsigned char* bank) {
     std::memset(bank, 0, m_nBankSize);
     size_t got = 0;
     while (got < m_nBankSize) {
-        const ssize_t n = pread(m_hFile, bank + got, m_nBankSize - got, static_cast<off_t>(position + static_cast<int64_t>(got)));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
+        const long long n = streamio::ReadAt(m_hFile, position + static_cast<int64_t>(got), bank + got, m_nBankSize - got);
+        if (n < 0) return false;
         if (n == 0) break;
         got += static_cast<size_t>(n);
         if (m_bDirect && got % kDirectAlign != 0) break;  // the end of the file
@@ -359,10 +264,10 @@ bool CStreamFile::ReadBankAt(int64_t position, unsigned char* bank) {
 }
 
 bool CStreamFile::WritePartialBank(bool exactEnd) {
-    const off_t start = lseek(m_hFile, 0, SEEK_CUR);
-    struct stat st {};
-    if (start < 0 || fstat(m_hFile, &st) != 0) return false;
-    const int64_t end = static_cast<int64_t>(start) + m_nBankOffset;
+    const int64_t start = streamio::Tell(m_hFile);
+    const int64_t size = streamio::Length(m_hFile);
+    if (start < 0 || size < 0) return false;
+    const int64_t end = start + m_nBankOffset;
     // The bank's range of the file as it is, with the caller's bytes over it.
     if (!ReadBankAt(start, m_pScratch)) return false;
     std::memcpy(m_pScratch, m_pBanks[m_nCurrentBank], m_nBankOffset);
@@ -372,16 +277,16 @@ bool CStreamFile::WritePartialBank(bool exactEnd) {
         m_bError = 1;
         if (m_nErrorPosition < 0) m_nErrorPosition = start;
     }
-    const int64_t length = exactEnd ? end : std::max<int64_t>(st.st_size, end);
-    if (ftruncate(m_hFile, static_cast<off_t>(length)) != 0) ok = false;
-    if (lseek(m_hFile, start, SEEK_SET) != start) ok = false;
+    const int64_t length = exactEnd ? end : std::max<int64_t>(size, end);
+    if (!streamio::SetLength(m_hFile, length)) ok = false;
+    if (!streamio::SeekTo(m_hFile, start)) ok = false;
     if (ok) m_bDirty = false;  // the bank stays current; its bytes are in the file
     return ok;
 }
 
 int CStreamFile::WriteSynchro(const void* data, unsigned long size, unsigned long* written) {
     int ok = Write(data, size, written);
-    if (m_hFile < 0) return 0;
+    if (m_hFile == kNoFile) return 0;
     m_pLock->Lock();
     if (!CanWrite(m_pLock, 1)) ok = 0;
     if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
@@ -391,26 +296,26 @@ int CStreamFile::WriteSynchro(const void* data, unsigned long size, unsigned lon
 }
 
 int CStreamFile::Flush() {
-    if (m_hFile < 0) return 0;
+    if (m_hFile == kNoFile) return 0;
     m_pLock->Lock();
     int ok = CanWrite(m_pLock, 1);
     if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
-    if (ok && fdatasync(m_hFile) != 0) ok = 0;
+    if (ok && !streamio::Sync(m_hFile)) ok = 0;
     if (m_bError) ok = 0;
     m_pLock->Unlock();
     return ok;
 }
 
 int CStreamFile::SetEndOfFile() {
-    if (m_hFile < 0) return 0;
+    if (m_hFile == kNoFile) return 0;
     m_pLock->Lock();
     int ok = CanWrite(m_pLock, 1);
     if (ok) {
         if (m_bDirty) {
             ok = WritePartialBank(true);
         } else {
-            const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
-            ok = pos >= 0 && ftruncate(m_hFile, pos + static_cast<off_t>(m_nBankOffset)) == 0;
+            const int64_t pos = streamio::Tell(m_hFile);
+            ok = pos >= 0 && streamio::SetLength(m_hFile, pos + m_nBankOffset);
         }
     }
     if (m_bError) ok = 0;
@@ -419,14 +324,14 @@ int CStreamFile::SetEndOfFile() {
 }
 
 int CStreamFile::Truncate(int64_t size) {
-    if (m_hFile < 0 || size < 0) return 0;
+    if (m_hFile == kNoFile || size < 0) return 0;
     m_pLock->Lock();
     int ok = CanWrite(m_pLock, 1);
     if (ok && m_bDirty && !WritePartialBank(false)) ok = 0;
     if (ok) {
-        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
-        const int64_t logical = static_cast<int64_t>(pos) + m_nBankOffset;
-        ok = pos >= 0 && ftruncate(m_hFile, static_cast<off_t>(size)) == 0;
+        const int64_t pos = streamio::Tell(m_hFile);
+        const int64_t logical = pos + m_nBankOffset;
+        ok = pos >= 0 && streamio::SetLength(m_hFile, size);
         if (ok && logical > size) ok = SetFilePointerLocked(size, FILE_BEGIN) >= 0;
     }
     m_pLock->Unlock();
@@ -434,15 +339,14 @@ int CStreamFile::Truncate(int64_t size) {
 }
 
 unsigned long CStreamFile::Read(void* data, unsigned long size) {
-    if (m_hFile < 0 || !data) return 0;
+    if (m_hFile == kNoFile || !data) return 0;
     m_pLock->Lock();
     unsigned long done = 0;
     if (CanWrite(m_pLock, 1) && (!m_bDirty || WritePartialBank(false))) {
-        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
-        struct stat st {};
-        if (pos >= 0 && fstat(m_hFile, &st) == 0) {
-            int64_t at = static_cast<int64_t>(pos) + m_nBankOffset;
-            const int64_t length = st.st_size;
+        const int64_t pos = streamio::Tell(m_hFile);
+        const int64_t length = streamio::Length(m_hFile);
+        if (pos >= 0 && length >= 0) {
+            int64_t at = pos + m_nBankOffset;
             auto* dst = static_cast<unsigned char*>(data);
             // Whole aligned banks through the scratch bank, so direct files read too.
             while (done < size && at < length) {
@@ -463,7 +367,7 @@ unsigned long CStreamFile::Read(void* data, unsigned long size) {
 }
 
 int64_t CStreamFile::SetFilePointer(int64_t position, unsigned long method) {
-    if (m_hFile < 0) return -1;
+    if (m_hFile == kNoFile) return -1;
     m_pLock->Lock();
     int64_t r = -1;
     // Everything written so far goes to the file first, a partly filled bank
@@ -477,28 +381,27 @@ int64_t CStreamFile::SetFilePointer(int64_t position, unsigned long method) {
 int64_t CStreamFile::SetFilePointerLocked(int64_t position, unsigned long method) {
     if (method > FILE_END) return -1;
     if (method == FILE_CURRENT) {
-        const off_t pos = lseek(m_hFile, 0, SEEK_CUR);
+        const int64_t pos = streamio::Tell(m_hFile);
         if (pos < 0) return -1;
-        position += static_cast<int64_t>(pos) + m_nBankOffset;
+        position += pos + m_nBankOffset;
     } else if (method == FILE_END) {
-        struct stat st {};
-        if (fstat(m_hFile, &st) != 0) return -1;
-        position += st.st_size;
+        const int64_t length = streamio::Length(m_hFile);
+        if (length < 0) return -1;
+        position += length;
     }
     if (position < 0) return -1;
     const int64_t aligned = AlignDown(position, m_nBankSize);
-    const off_t moved = lseek(m_hFile, static_cast<off_t>(aligned), SEEK_SET);
-    if (moved < 0) return -1;
+    if (!streamio::SeekTo(m_hFile, aligned)) return -1;
     const int64_t offset = position - aligned;
     if (offset != 0) {
         // Read the bank back, so that rewriting it keeps the bytes before the position.
         unsigned char* bank = m_pBanks[m_nCurrentBank];
-        if (!ReadBankAt(moved, bank)) return -1;
-        if (lseek(m_hFile, moved, SEEK_SET) != moved) return -1;
+        if (!ReadBankAt(aligned, bank)) return -1;
+        if (!streamio::SeekTo(m_hFile, aligned)) return -1;
     }
     m_nBankOffset = static_cast<uint32_t>(offset);
     m_bDirty = false;
-    return static_cast<int64_t>(moved) + offset;
+    return aligned + offset;
 }
 
 unsigned long CStreamFile::SetFilePointer(long low, long* high, unsigned long method) {
@@ -515,7 +418,7 @@ unsigned long CStreamFile::SetFilePointer(long low, long* high, unsigned long me
 }
 
 void CStreamFile::FreeBanks() {
-    if (m_pBlock) munmap(m_pBlock, m_nBlockSize);
+    streamio::FreeBanks(m_pBlock, m_nBlockSize);
     m_pBlock = nullptr;
     m_nBlockSize = 0;
     m_pScratch = nullptr;
@@ -524,15 +427,15 @@ void CStreamFile::FreeBanks() {
 }
 
 int CStreamFile::CloseFile() {
-    if (m_hFile < 0) return 1;
+    if (m_hFile == kNoFile) return 1;
     if (!m_pLock->Lock()) return 0;
     CanWrite(m_pLock, 1);
     if (m_bDirty) WritePartialBank(false);
     FreeBanks();
     m_bDirty = false;
     m_nBankOffset = 0;
-    close(m_hFile);
-    m_hFile = -1;
+    streamio::Close(m_hFile);
+    m_hFile = kNoFile;
     m_pLock->Unlock();
     return 1;
 }

@@ -43,13 +43,15 @@ public:
     int SetBankNumber(int n);
 
     // Opens the file for banked writing. bankSize is the size of every disk
-    // write (below 4 GiB). Writes bypass the page cache (O_DIRECT) when the
-    // file system accepts it and the bank size is a multiple of its block
-    // alignment; otherwise they are plain writes (IsDirect tells). The
-    // banks are one block on a 2 MiB boundary, backed by huge pages where
-    // the system allows, touched in advance; the writer thread is started on the
-    // first open, at a raised priority where the system permits. Returns 0
-    // when a file is already open, the bank size is 0 or the system refuses.
+    // write (below 4 GiB). Writes bypass the system's cache (O_DIRECT on
+    // Linux, FILE_FLAG_NO_BUFFERING | FILE_FLAG_WRITE_THROUGH on Windows)
+    // when the drive accepts it and the bank size is a multiple of its
+    // alignment (block or sector size); otherwise they are plain writes
+    // (IsDirect tells). The banks are one block aligned for such writes,
+    // touched in advance (see platform/StreamIo.h); the writer thread is
+    // started on the first open, at a raised priority where the system
+    // permits. Returns 0 when a file is already open, the bank size is 0 or
+    // the system refuses.
     int OpenFile(const std::string& name, unsigned long bankSize = kDefaultBankSize,
                  unsigned long mode = modeCreate);
     // Copies size bytes into the banks; each bank that fills up is handed to
@@ -85,7 +87,7 @@ public:
     // frees the banks and closes the file. 1 when no file is open.
     int CloseFile();
 
-    int IsOpen() const { return m_hFile >= 0; }
+    int IsOpen() const { return m_hFile != -1; }
     // The sticky error flag: a background write has failed since OpenFile.
     int GetError() const;
     // Where the first failed write began: the file position of the bank (or
@@ -112,7 +114,8 @@ protected:
     // Waits (releasing the lock meanwhile) until fewer than banksNeeded banks
     // are pending; CanWrite(lock, 1) waits until every full bank is written.
     int CanWrite(CCriticalSection* lock, int banksNeeded);
-    // open(2) flags for a mode, with or without direct writes.
+    // The system's open flags for a mode, with or without direct writes
+    // (open(2) flags; on Windows CreateFileW's flags and attributes).
     static int CreateFileFlag(unsigned long mode, int direct);
     // The writer thread's body.
     static unsigned MyThreadProc(void* param);
@@ -130,7 +133,7 @@ protected:
     int m_bThread = 0;
     NamedEvent* m_hWorkEvent = nullptr;
     NamedEvent* m_hDoneEvent = nullptr;
-    int m_hFile = -1;
+    intptr_t m_hFile = -1;  // a descriptor (a HANDLE on Windows); -1 when closed
     unsigned char** m_pBanks = nullptr;
     uint32_t m_nWriteSize = 0;
     int m_nBankNumber = 8;

@@ -78,21 +78,22 @@ CMapping::CMapping(const char* fileName) {
         SetReadError(file, "not a mapping (shorter than the 256-byte header)");
         return;
     }
-    const long size = GetSize();
-    if (size < 1) {
+    const int64_t entries = static_cast<int64_t>(GetPoint()) * GetLine();
+    if (entries < 1) {
         SetLastError(ErrorKind::Format, "not a mapping (its point or line count is 0)");
         return;
     }
     const int64_t length = file.GetLength();
-    const int64_t needed = static_cast<int64_t>(kHeaderSize) + 4 * static_cast<int64_t>(size);
+    const int64_t needed = static_cast<int64_t>(kHeaderSize) + 4 * entries;
     if (length < needed) {
         SetLastError(ErrorKind::Format, "shorter than its table (" + std::to_string(length) + " bytes, " +
                                             std::to_string(needed) + " expected)");
         return;
     }
-    auto table = AllocateTable(size);
+    const long size = GetSize();  // -1 when long cannot count the entries
+    auto table = size > 0 ? AllocateTable(size) : nullptr;
     if (!table) {
-        SetLastError(ErrorKind::Memory, "a table of " + std::to_string(size) + " entries cannot be allocated");
+        SetLastError(ErrorKind::Memory, "a table of " + std::to_string(entries) + " entries cannot be allocated");
         return;
     }
     if (!file.ReadRecord(table.get(), static_cast<size_t>(size) * sizeof(int32_t))) {

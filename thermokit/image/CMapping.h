@@ -21,6 +21,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 
 #include "thermokit/platform/LastError.h"
@@ -62,7 +63,11 @@ public:
     int UnApply(unsigned short* image);
     int UnApply(float* image);
 
-    long GetSize() const { return static_cast<long>(GetPoint()) * static_cast<long>(GetLine()); }
+    // Points times lines; -1 where long has 32 bits (Windows) and the product does not fit.
+    long GetSize() const {
+        const int64_t n = static_cast<int64_t>(GetPoint()) * GetLine();
+        return n <= std::numeric_limits<long>::max() ? static_cast<long>(n) : -1;
+    }
     unsigned short GetPoint() const;
     unsigned short GetLine() const;
     int IsValid() const { return m_bValid; }

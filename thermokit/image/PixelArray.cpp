@@ -18,7 +18,14 @@ namespace {
 
 // Largest count of unsigned 16-bit values whose exact sum stays below 2^53,
 // where the running double sum is exact and equals the integer sum.
-constexpr long kExactU16Count = (1L << 53) / 65536;
+constexpr long long kExactU16Count = (1LL << 53) / 65536;
+
+// True when no bin of a histogram of n values can pass 32 bits (always where
+// long itself has 32 bits, as on Windows).
+constexpr bool FitsU32Counts(long n) {
+    if constexpr (sizeof(long) > 4) return n <= static_cast<long>(0xFFFFFFFFLL);
+    return true;
+}
 
 // Pixels of [0, point) x [0, line) inside the region, 1 or 0 each.
 std::vector<uint8_t> RegionMask(const CRgn* region, unsigned short point, unsigned short line) {
@@ -446,7 +453,7 @@ int CalculateHistoT(const unsigned short* pixels, long n, const int* indices, un
     if (!histo) return 0;
     if (indices) {
         for (long k = 0; k < n; ++k) ++histo[pixels[indices[k]] & mask];
-    } else if (n <= 0xFFFFFFFFL) {
+    } else if (FitsU32Counts(n)) {
         std::vector<uint32_t> counts(bins, 0);
         kernels::HistogramU16(pixels, n, mask, counts.data());
         for (size_t b = 0; b < bins; ++b) histo[b] = static_cast<Count>(counts[b]);

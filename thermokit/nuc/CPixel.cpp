@@ -527,7 +527,7 @@ int CPixel::SaveCriteria(std::FILE* file, const char* name, long count) const {
 int CPixel::SaveAscii(const char* fileName, int gain, int offset, int noise) {
     if (!m_pBad || !m_pReplacement || !m_pCriteria) { SetError(2); return 0; }
     if (!fileName) return SetLastError(ErrorKind::Argument, "no file name");
-    std::FILE* f = std::fopen(fileName, "w");
+    std::FILE* f = File::OpenStream(fileName, "wb");  // bytes as written, "\n" on every system
     if (!f) return SetLastError("cannot be created", errno);
     const char* rule = "----------------------------------\n";
     std::fprintf(f, "Bad Pixel File : %s\n", fileName);

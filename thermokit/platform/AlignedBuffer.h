@@ -3,6 +3,9 @@
 // never splits a cache line at the start of an image).
 #include <cstddef>
 #include <cstdlib>
+#if defined(_WIN32)
+#include <malloc.h>
+#endif
 #include <cstring>
 #include <new>
 #include <utility>
@@ -12,9 +15,17 @@ namespace thermokit {
 inline void* AlignedAlloc(size_t bytes, size_t alignment = 64) {
     if (alignment < alignof(void*)) alignment = alignof(void*);
     const size_t rounded = (bytes + alignment - 1) / alignment * alignment;
+#if defined(_WIN32)
+    return _aligned_malloc(rounded ? rounded : alignment, alignment);  // no aligned_alloc in the Windows C library
+#else
     return std::aligned_alloc(alignment, rounded ? rounded : alignment);
+#endif
 }
+#if defined(_WIN32)
+inline void AlignedFree(void* p) { _aligned_free(p); }
+#else
 inline void AlignedFree(void* p) { std::free(p); }
+#endif
 
 // An owned, aligned array of trivially copyable values.
 template <class T>

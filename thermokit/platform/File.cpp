@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 namespace thermokit {
 
@@ -262,6 +265,71 @@ bool File::WriteAt(uint64_t offset, const void* data, size_t size) {
     return err == 0;
 }
 
+namespace {
+
+// Moves exactly the bytes of the vector at offset (preadv or pwritev), retrying after short transfers
+// and interruptions. 0 when all moved, else the error (ENOSPC when a write moves nothing more; -1
+// when a read meets the end of the file).
+int TransferVector(int fd, bool write, struct iovec* iov, int count, uint64_t offset) {
+    while (count > 0) {
+        const int n1 = count > IOV_MAX ? IOV_MAX : count;
+        const ssize_t n = write ? ::pwritev(fd, iov, n1, static_cast<off_t>(offset))
+                                : ::preadv(fd, iov, n1, static_cast<off_t>(offset));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        if (n == 0) return write ? ENOSPC : -1;
+        offset += static_cast<uint64_t>(n);
+        size_t left = static_cast<size_t>(n);
+        while (count > 0 && left >= iov->iov_len) {
+            left -= iov->iov_len;
+            ++iov;
+            --count;
+        }
+        if (count > 0) {
+            iov->iov_base = static_cast<char*>(iov->iov_base) + left;
+            iov->iov_len -= left;
+        }
+    }
+    return 0;
+}
+
+// The spans as a vector (on the stack for the few pieces a film record has).
+int TransferSpans(int fd, bool write, const File::Span* spans, int count, uint64_t offset) {
+    struct iovec local[8];
+    std::vector<struct iovec> heap;
+    struct iovec* iov = local;
+    if (count > 8) {
+        heap.resize(static_cast<size_t>(count));
+        iov = heap.data();
+    }
+    for (int i = 0; i < count; ++i) iov[i] = {spans[i].data, spans[i].size};
+    return TransferVector(fd, write, iov, count, offset);
+}
+
+}  // namespace
+
+bool File::ReadSpansAt(uint64_t offset, const Span* spans, int count) {
+    if (m_fd < 0 || count < 0 || (count && !spans)) {
+        Fail(EBADF);
+        return false;
+    }
+    const int err = TransferSpans(m_fd, false, spans, count, offset);
+    if (err) m_errno = err < 0 ? 0 : err;
+    return err == 0;
+}
+
+bool File::WriteSpansAt(uint64_t offset, const Span* spans, int count) {
+    if (m_fd < 0 || count < 0 || (count && !spans)) {
+        Fail(EBADF);
+        return false;
+    }
+    const int err = TransferSpans(m_fd, true, spans, count, offset);
+    if (err) Fail(err);
+    return err == 0;
+}
+
 int64_t File::Seek(int64_t offset, SeekPosition from) {
     if (m_fd < 0) {
         Fail(EBADF);
@@ -327,5 +395,19 @@ bool File::Exists(const std::string& path) {
 }
 
 bool File::Remove(const std::string& path) { return ::unlink(path.c_str()) == 0; }
+
+File::Status File::StatusOf(const std::string& path) {
+    Status status;
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) {
+        status.err = errno ? errno : ENOENT;
+        return status;
+    }
+    status.regular = S_ISREG(st.st_mode);
+    status.size = static_cast<int64_t>(st.st_size);
+    return status;
+}
+
+std::FILE* File::OpenStream(const std::string& path, const char* mode) { return std::fopen(path.c_str(), mode); }
 
 }  // namespace thermokit

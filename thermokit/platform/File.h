@@ -1,7 +1,12 @@
 #pragma once
 // A binary file with the sharing modes the library's classes ask for.
 //
-// Sharing is emulated with open-file-description locks on reserved bytes far
+// On Windows the sharing modes are the system's own (CreateFileW share
+// flags; every open also lets others rename or delete the file, as on Linux),
+// names are UTF-8 (converted to UTF-16; long names are allowed) and the
+// error texts are those of Linux where the error is the same.
+//
+// On Linux sharing is emulated with open-file-description locks on reserved bytes far
 // beyond any real file size: every open holds a shared lock that says what it
 // accesses (read, write) and one that says what it denies to others. An open
 // fails when another open denies an access it wants, or when it wants to deny
@@ -12,6 +17,7 @@
 // not use this class are not held back.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace thermokit {
@@ -35,6 +41,16 @@ public:
         typeBinary = 0x8000,      // accepted, no effect
     };
     enum SeekPosition { begin = 0, current = 1, end = 2 };
+#if defined(_WIN32)
+    using NativeHandle = void*;  // the system's file handle
+#else
+    using NativeHandle = int;    // the file descriptor
+#endif
+    // One piece of memory of a gathered transfer.
+    struct Span {
+        void* data;
+        size_t size;
+    };
 
     File() = default;
     ~File();
@@ -46,9 +62,13 @@ public:
     // Opens the file; false on failure (GetLastErrorText tells why).
     bool Open(const std::string& path, unsigned flags);
     void Close();
+#if defined(_WIN32)
+    bool IsOpen() const { return m_fd != nullptr; }
+#else
     bool IsOpen() const { return m_fd >= 0; }
+#endif
     const std::string& GetFilePath() const { return m_path; }
-    int GetHandle() const { return m_fd; }
+    NativeHandle GetHandle() const { return m_fd; }
 
     // Reads up to size bytes at the current position; returns the count read
     // (less at the end of the file, 0 on error).
@@ -62,6 +82,11 @@ public:
     // Positioned transfers that do not move the file position.
     size_t ReadAt(uint64_t offset, void* data, size_t size);
     [[nodiscard]] bool WriteAt(uint64_t offset, const void* data, size_t size);
+    // The pieces one after the other from (to) offset, in as few system calls
+    // as the system allows; true only when every byte moved. A read that meets
+    // the end of the file first gives false with GetLastError() 0.
+    bool ReadSpansAt(uint64_t offset, const Span* spans, int count);
+    [[nodiscard]] bool WriteSpansAt(uint64_t offset, const Span* spans, int count);
 
     // Returns the new position, or -1 on failure.
     int64_t Seek(int64_t offset, SeekPosition from);
@@ -86,20 +111,46 @@ public:
     int GetLastError() const { return m_errno; }
     std::string GetLastErrorText() const;
 
+    // The C library's stream for a file named in UTF-8 (fopen's modes; on
+    // Windows _wfopen, so that any name works whatever the code page).
+    static std::FILE* OpenStream(const std::string& path, const char* mode);
+
     // Length of a file by name, -1 when it cannot be examined.
     static int64_t GetFileLength(const std::string& path);
     static bool Exists(const std::string& path);
     static bool Remove(const std::string& path);
+    // What a name stands for: err is 0 when it exists (regular tells whether
+    // it is a plain file, not a folder or a device; size is its length), else
+    // the C library's error number (ENOENT, EACCES, ...).
+    struct Status {
+        int err = 0;
+        bool regular = false;
+        int64_t size = 0;
+    };
+    static Status StatusOf(const std::string& path);
 
 private:
     void Fail(int err) { m_errno = err; }
 
-    int m_fd = -1;
+#if defined(_WIN32)
+    bool TransferSpans(bool write, uint64_t offset, const Span* spans, int count);
+    // Keeps the system's error code (GetLastErrorText shows its text when no
+    // error number of the C library stands for it).
+    void FailSystem(unsigned long code);
+
+    NativeHandle m_fd = nullptr;
+    NativeHandle m_sharing = nullptr;  // a second open that holds the sharing mode (AcquireSharing)
+    unsigned long m_systemError = 0;
+#else
+    NativeHandle m_fd = -1;
     int m_lockFd = -1;  // read-only description that carries the sharing locks
+#endif
     std::string m_path;
     int m_errno = 0;
+#if !defined(_WIN32)
     // The open file's identity (device and inode), taken when it was opened.
     unsigned long long m_device = 0, m_inode = 0;
+#endif
 };
 
 }  // namespace thermokit

@@ -54,6 +54,10 @@ private:
 };
 
 // printf-style formatting into a string.
+#if defined(_WIN32)  // the C99 printf of MinGW-w64, not Microsoft's
+std::string Format(const char* format, ...) __attribute__((format(gnu_printf, 1, 2)));
+#else
 std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+#endif
 
 }  // namespace thermokit

@@ -8,6 +8,7 @@
 // somebody was waiting. With nobody waiting the event stays signalled until
 // one wait consumes it. Without a name the event is private to the process
 // (the same code, so private and named events mix in WaitForObjects).
+// On Windows it is the system's event, which behaves the same way.
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -31,7 +32,11 @@ public:
     // makes a private one.
     bool Create(const char* name, bool manualReset, bool initialState);
     void Close();
+#if defined(_WIN32)
+    bool IsOpen() const { return m_handle != nullptr; }
+#else
     bool IsOpen() const { return m_pCore != nullptr; }
+#endif
     bool AlreadyExisted() const { return m_bExisted; }
 
     bool Set();
@@ -40,6 +45,12 @@ public:
     // (0: only tests; kInfinite: no limit). An auto-reset event is
     // consumed by the successful wait.
     bool Wait(unsigned long timeoutMs = kInfinite);
+#if defined(_WIN32)
+    void* NativeHandle() const { return m_handle; }
+
+private:
+    void* m_handle = nullptr;  // the event's HANDLE
+#else
     // Threads (of every process) blocked in Wait on this event right now.
     int WaitingThreads() const;
 
@@ -52,6 +63,7 @@ private:
     NamedSegment m_segment;
     std::unique_ptr<Core> m_private;
     Core* m_pCore = nullptr;
+#endif
     bool m_bExisted = false;
 };
 

@@ -4,7 +4,10 @@
 // included) the next party to wait for it obtains it and is told that the
 // owner died. Ownership belongs to a thread and is recursive; the owning
 // thread unlocks it. Without a name the mutex is private to the process.
+// On Windows it is the system's named mutex.
+#if !defined(_WIN32)
 #include <pthread.h>
+#endif
 
 #include <memory>
 #include <string>
@@ -32,7 +35,12 @@ public:
     // name holds another kind of object or the system refuses.
     bool Create(const char* name);
     void Close();
+#if defined(_WIN32)
+    bool IsOpen() const { return m_handle != nullptr; }
+    void* NativeHandle() const { return m_handle; }
+#else
     bool IsOpen() const { return m_pMutex != nullptr; }
+#endif
     bool AlreadyExisted() const { return m_bExisted; }
 
     // Waits up to timeoutMs (0: only tries, kInfinite: no limit).
@@ -41,9 +49,13 @@ public:
     bool Unlock();
 
 private:
+#if defined(_WIN32)
+    void* m_handle = nullptr;  // the mutex's HANDLE
+#else
     NamedSegment m_segment;
     std::unique_ptr<pthread_mutex_t> m_private;
     pthread_mutex_t* m_pMutex = nullptr;
+#endif
     bool m_bExisted = false;
 };
 

@@ -1,5 +1,7 @@
 #include "thermokit/platform/NamedSegment.h"
 
+#if !defined(_WIN32)  // Windows has named objects of its own (Named*Win32.cpp)
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -277,3 +279,5 @@ void NamedSegment::Close() {
 }
 
 }  // namespace thermokit
+
+#endif  // !_WIN32

@@ -1,6 +1,8 @@
 #pragma once
-// The carrier of every named object (mutex, event, mapping): a POSIX
-// shared-memory object with a small header, then the object's payload.
+// The carrier of every named object (mutex, event, mapping) on POSIX
+// systems: a shared-memory object with a small header, then the object's
+// payload. (On Windows the named objects are the system's own; only the
+// kinds and kInfinite below are shared.)
 //
 // Names: the host system keeps mutexes, events and mappings in one
 // namespace per user session; here every object of a user lives in
@@ -18,7 +20,9 @@
 #include <functional>
 #include <string>
 
+#if !defined(_WIN32)
 #include <pthread.h>
+#endif
 
 namespace thermokit {
 
@@ -28,6 +32,8 @@ enum class NamedKind : uint32_t { Mutex = 1, Event = 2, Mapping = 3 };
 
 // Time-outs of the waiting operations, in milliseconds; this one never ends.
 constexpr unsigned long kInfinite = 0xFFFFFFFFul;
+
+#if !defined(_WIN32)
 
 // Path (under /dev/shm, with its leading '/') of the shared-memory object
 // that carries the named object `name` of the calling user.
@@ -76,5 +82,7 @@ private:
     std::string m_strPath;
     int m_nErrno = 0;
 };
+
+#endif  // !_WIN32
 
 }  // namespace thermokit

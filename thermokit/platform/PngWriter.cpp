@@ -1,7 +1,5 @@
 #include "thermokit/platform/PngWriter.h"
 
-#include <sys/stat.h>
-
 #include <png.h>
 
 #include <csetjmp>
@@ -11,6 +9,7 @@
 
 #include "thermokit/platform/CBitmap.h"
 #include "thermokit/platform/CDC.h"
+#include "thermokit/platform/File.h"
 
 namespace thermokit {
 namespace {
@@ -55,15 +54,14 @@ int PngWriter::WriteBgra(const char* path, const uint8_t* bgra, int width, int h
     if (!path || !*path || !bgra || width < 1 || height < 1 || width > 1000000 || height > 1000000) return 0;
     const ptrdiff_t minStride = static_cast<ptrdiff_t>(width) * 4;
     if (strideBytes < minStride && strideBytes > -minStride) return 0;
-    FILE* file = std::fopen(path, "wb");
+    FILE* file = File::OpenStream(path, "wb");
     if (!file) return 0;
     uint8_t* row = static_cast<uint8_t*>(std::malloc(static_cast<size_t>(width) * 3));
     int ok = row ? WriteRows(file, bgra, width, height, strideBytes, row) : 0;
     std::free(row);
     if (std::fclose(file) != 0) ok = 0;
     // A half-written picture is removed; a device or pipe written to is not a picture to remove.
-    struct stat st {};
-    if (!ok && ::stat(path, &st) == 0 && S_ISREG(st.st_mode)) std::remove(path);
+    if (!ok && File::StatusOf(path).regular) File::Remove(path);
     return ok;
 }
 

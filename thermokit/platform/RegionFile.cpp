@@ -1,13 +1,14 @@
 #include "thermokit/platform/RegionFile.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <vector>
+
+#include "thermokit/platform/File.h"
+#include "thermokit/platform/Utf8Path.h"
 
 namespace thermokit {
 
@@ -57,16 +58,16 @@ private:
 }  // namespace
 
 bool ReadRegionFile(const std::string& path, const CRect& clip, CRgn& region, std::string& why) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) {
-        why = std::string("cannot be opened (") + std::strerror(errno) + ")";
+    const File::Status st = File::StatusOf(path);
+    if (st.err != 0) {
+        why = std::string("cannot be opened (") + std::strerror(st.err) + ")";
         return false;
     }
-    if (!S_ISREG(st.st_mode) || st.st_size > kMaxFileBytes) {
+    if (!st.regular || st.size > kMaxFileBytes) {
         why = "not a region file (a text file of at most 16 MiB expected)";
         return false;
     }
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(PathFromUtf8(path), std::ios::binary);
     if (!in) {
         why = std::string("cannot be opened (") + std::strerror(errno) + ")";
         return false;

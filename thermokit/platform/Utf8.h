@@ -77,8 +77,14 @@ inline std::string NameToUtf8(std::string_view name) {
 
 // UTF-8 text for a terminal: C0 controls, DEL and the C1 controls (U+0080 to
 // U+009F) written as \n, \r, \t, \e or \xNN, and a backslash doubled, so that
-// the text shown is one line and says what the bytes were.
+// the text shown is one line and says what the bytes were. On Windows the
+// backslash separates folders and is kept as it is.
 inline std::string EscapeControls(std::string_view utf8) {
+#if defined(_WIN32)
+    constexpr bool doubleBackslash = false;
+#else
+    constexpr bool doubleBackslash = true;
+#endif
     std::string out;
     out.reserve(utf8.size());
     for (size_t i = 0; i < utf8.size(); ++i) {
@@ -92,7 +98,7 @@ inline std::string EscapeControls(std::string_view utf8) {
                 ++i;
             }
         }
-        if (c == '\\') out += "\\\\";
+        if (c == '\\' && doubleBackslash) out += "\\\\";
         else if (control == 0x100) out += static_cast<char>(c);
         else if (control == '\n') out += "\\n";
         else if (control == '\r') out += "\\r";

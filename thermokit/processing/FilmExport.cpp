@@ -8,6 +8,7 @@
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/File.h"
 #include "thermokit/processing/FilmConversion.h"
 
 namespace thermokit {
@@ -59,7 +60,7 @@ int ExportFilm(CPtr& film, const std::string& path, const std::vector<unsigned l
     const bool isDoubles = film.GetPixelBytes() == 8;
     const unsigned short point = film.GetPoint(), line = film.GetLine();
     const size_t size = static_cast<size_t>(point) * line;
-    std::FILE* f = std::fopen(writePath.c_str(), "wb");
+    std::FILE* f = File::OpenStream(writePath, "wb");
     if (!f) {
         error = "file " + outPath + ": cannot be written (" + std::strerror(errno) + ")";
         return 0;

@@ -10,6 +10,7 @@
 #include "thermokit/calibration/CPlanck.h"
 #include "thermokit/film/CPtrOver.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/Utf8Path.h"
 #include "thermokit/simulation/CSimRandom.h"
 #include "thermokit/simulation/CSimScene.h"
 
@@ -137,7 +138,7 @@ int CSimDetector::SaveTruth(const std::string& folder) const {
     const std::string base = folder.empty() || folder.back() == '/' ? folder : folder + "/";
     int ok = frame.Save((base + "gain.film").c_str(), gain.data(), "", "per-pixel gain (0 for dead pixels)");
     ok &= frame.Save((base + "offset.film").c_str(), offset.data(), "DL", "per-pixel offset, levels (hot pixels included)");
-    std::ofstream csv(base + "defects.csv");
+    std::ofstream csv(PathFromUtf8(base + "defects.csv"), std::ios::binary);
     csv << "index,x,y,kind\n";
     static const char* const kinds[] = {"good", "dead", "hot", "noisy"};
     for (const Defect& d : GetDefects())

@@ -7,6 +7,7 @@
 #include "thermokit/film/CPtr2.h"
 #include "thermokit/film/CPtrFloat.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/platform/Utf8Path.h"
 #include "thermokit/platform/Parallel.h"
 #include "thermokit/simulation/CSimDetector.h"
 #include "thermokit/simulation/CSimScene.h"
@@ -20,8 +21,8 @@ constexpr double kKelvin = 273.15;
 // leaves no images behind the new ones.
 bool Fresh(const std::string& path) {
     std::error_code ec;
-    std::filesystem::remove(path, ec);
-    return !std::filesystem::exists(path, ec);
+    std::filesystem::remove(PathFromUtf8(path), ec);
+    return !std::filesystem::exists(PathFromUtf8(path), ec);
 }
 }  // namespace
 
