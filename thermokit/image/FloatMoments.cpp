@@ -146,7 +146,55 @@ void FloatMoments::AddRuns(const float* v, long n, Counts count) {
 }
 
 void FloatMoments::Add(const float* v, long n) {
-    AddRuns(v, n, [](long) { return uint64_t{1}; });
+    long i = 0;
+    while (i < n && !std::isfinite(v[i])) ++i;
+    if (i == n) return;
+    if (m_count == 0) m_min = m_max = v[i];
+    // Two lanes (even and odd places), each with 64-bit sums per exponent
+    // (65535 significands of 24 bits and their squares fit) and its own
+    // extremes: no branch on the values, and no chain of additions or
+    // comparisons that waits on the one before.
+    struct Bin {
+        int64_t sum;
+        uint64_t squares;
+    };
+    Bin bins[2][256] = {};
+    float mn[2] = {m_min, m_min}, mx[2] = {m_max, m_max};
+    uint64_t counted = 0;
+    const auto flush = [&] {
+        for (auto& lane : bins)
+            for (int e = 0; e < 255; ++e) {
+                m_sum[e] += lane[e].sum;
+                m_squares[e] += lane[e].squares;
+                lane[e] = Bin{0, 0};
+            }
+    };
+    const auto add = [&](float f, int lane) {
+        const uint32_t u = BitsOf(f);
+        const unsigned e = (u >> 23) & 0xffu;
+        const bool finite = e != 0xffu;
+        const int64_t m = finite ? static_cast<int64_t>((u & 0x7fffffu) | (e ? 0x800000u : 0u)) : 0;
+        Bin& b = bins[lane][e];  // bin 255 (not finite) gets zeros
+        b.sum += (u >> 31) ? -m : m;
+        b.squares += static_cast<uint64_t>(m * m);
+        counted += finite;
+        if (finite) {
+            mn[lane] = f < mn[lane] ? f : mn[lane];
+            mx[lane] = f > mx[lane] ? f : mx[lane];
+        }
+    };
+    while (i < n) {
+        const long end = std::min(n, i + 2 * 65535L);
+        for (; i + 1 < end; i += 2) {
+            add(v[i], 0);
+            add(v[i + 1], 1);
+        }
+        if (i < end) add(v[i++], 0);
+        flush();
+    }
+    m_min = mn[1] < mn[0] ? mn[1] : mn[0];
+    m_max = mx[1] > mx[0] ? mx[1] : mx[0];
+    m_count += counted;
 }
 
 void FloatMoments::Add(const float* v, const uint32_t* counts, long n) {
