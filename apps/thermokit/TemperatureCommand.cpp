@@ -14,6 +14,7 @@
 #include "FilmInput.h"
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/PixelArray.h"
+#include "thermokit/image/Statistics.h"
 
 namespace thermokit::cli {
 namespace {
@@ -139,8 +140,8 @@ int RunTemperature(const TemperatureOptions& o) {
     float min = 0.0f, max = 0.0f;
     long minAt = 0, maxAt = 0;
     MinMaxPosition(finite.data(), converted, &min, &max, minAt, maxAt, nullptr);
-    double mean = 0.0, sd = 0.0;
-    StdDev(finite.data(), converted, &sd, &mean);
+    const FrameStatistics figures = Measure(finite.data(), converted);  // stats' figures of the same values
+    const double mean = figures.mean, sd = figures.stdDev;
     const long minX = place[minAt] % film.point, minY = place[minAt] / film.point;
     const long maxX = place[maxAt] % film.point, maxY = place[maxAt] / film.point;
     if (o.json) {

@@ -9,6 +9,7 @@
 
 #include "thermokit/image/CFrame.h"
 #include "thermokit/image/CMapping.h"
+#include "thermokit/image/FloatMoments.h"
 #include "thermokit/image/PixelArray.h"
 #include "thermokit/image/Statistics.h"
 #include "thermokit/platform/CRgn.h"
@@ -532,4 +533,56 @@ TEST(Statistics, FiniteValuesOnlyAndTheirCount) {
     EXPECT_EQ(d.count, 3);
     EXPECT_EQ(d.min, 0.0);
     EXPECT_EQ(d.max, 65535.0);
+}
+
+// Floats are summed exactly: the figures do not depend on the order of the values nor on whether
+// equal values come one by one or counted (a frame's levels through their histogram), and a sum
+// that cancels keeps what a running double sum loses.
+TEST(Statistics, FloatFiguresAreExactWhateverTheOrder) {
+    const float big = 1e30f;
+    const std::vector<float> cancel = {big, 1.0f, -big};
+    const FrameStatistics c = Measure(cancel.data(), 3);
+    EXPECT_EQ(c.mean, 1.0 * (1.0 / 3.0));  // a running sum gives 0
+    EXPECT_EQ(c.stdDev, std::sqrt(2.0 * big * big * (1.0 / 3.0)));
+    const float tiny = std::ldexp(1.0f, -140);  // subnormal
+    const std::vector<float> small = {-3 * tiny, -tiny, tiny, 3 * tiny, -0.0f};
+    const FrameStatistics s = Measure(small.data(), 5);
+    EXPECT_EQ(s.mean, 0.0);
+    EXPECT_EQ(s.stdDev, std::sqrt(4.0) * std::ldexp(1.0, -140));
+    EXPECT_EQ(s.min, -3 * tiny);
+
+    // Values of every sign and scale, few of them distinct, with NaN and infinities among them.
+    const std::vector<float> distinct = {0.0f, -273.15f, 21.5f, 21.500002f, 1e-42f, -7e25f, 3.4e38f, 65535.0f, 1e-3f};
+    std::vector<float> all;
+    FloatMoments counted;
+    Quad sum = 0;
+    uint32_t seed = 5;
+    for (size_t k = 0; k < distinct.size(); ++k) {
+        seed = seed * 1664525u + 1013904223u;
+        const uint64_t times = 1 + (seed >> 20);
+        all.insert(all.end(), times, distinct[k]);
+        counted.Add(distinct[k], times);
+        sum += static_cast<Quad>(distinct[k]) * times;
+    }
+    all.insert(all.end(), {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()});
+    const FrameStatistics a = Measure(all.data(), static_cast<long>(all.size())), b = counted.Figures();
+    for (size_t i = all.size() - 1; i > 0; --i) {  // shuffled
+        seed = seed * 1664525u + 1013904223u;
+        std::swap(all[i], all[(seed >> 8) % (i + 1)]);
+    }
+    const FrameStatistics shuffled = Measure(all.data(), static_cast<long>(all.size()));
+    for (const FrameStatistics& x : {b, shuffled}) {
+        EXPECT_EQ(x.count, a.count);
+        EXPECT_EQ(x.min, a.min);
+        EXPECT_EQ(x.max, a.max);
+        EXPECT_EQ(x.mean, a.mean);
+        EXPECT_EQ(x.stdDev, a.stdDev);
+    }
+    EXPECT_EQ(a.count, static_cast<long>(all.size()) - 2);
+    EXPECT_EQ(a.max, 3.4e38f);
+    EXPECT_EQ(a.mean, static_cast<double>(sum) * (1.0 / static_cast<double>(a.count)));
+    Quad squares = 0;
+    for (const float v : all)
+        if (std::isfinite(v)) squares += (v - static_cast<Quad>(a.mean)) * (v - static_cast<Quad>(a.mean));
+    EXPECT_NEAR(a.stdDev, std::sqrt(static_cast<double>(squares / a.count)), a.stdDev * 1e-15);
 }

@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "thermokit/image/FloatMoments.h"
 #include "thermokit/image/PixelArray.h"
 
 namespace thermokit {
@@ -66,7 +67,11 @@ FrameStatistics FiniteFigures(const T* v, long n) {
 }  // namespace
 
 FrameStatistics Measure(const unsigned short* values, long n) { return Figures(values, n); }
-FrameStatistics Measure(const float* values, long n) { return values ? FiniteFigures(values, n) : Figures(values, n); }
+FrameStatistics Measure(const float* values, long n) {
+    FloatMoments moments;
+    if (values && n > 0) moments.Add(values, n);
+    return moments.Figures();
+}
 FrameStatistics Measure(const double* values, long n) { return values ? FiniteFigures(values, n) : Figures(values, n); }
 
 }  // namespace thermokit

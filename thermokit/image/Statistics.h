@@ -8,6 +8,9 @@
 // finite: a calibration gives NaN for a level it cannot convert, and such a
 // pixel is left out rather than spoiling the figures. With nothing counted,
 // every figure is NaN and the count 0.
+//
+// Floats are summed exactly (FloatMoments), so their figures do not depend
+// on the order of the values; doubles and levels as StdDev sums them.
 namespace thermokit {
 
 struct FrameStatistics {

@@ -1,6 +1,11 @@
 #include "thermokit/processing/FilmExport.h"
 
+#if defined(__linux__)
+#include <fcntl.h>
+#endif
+
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -67,8 +72,14 @@ int ExportFilm(CPtr& film, const std::string& path, const std::vector<unsigned l
     }
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(f, std::fclose);
     const char* descr = isDoubles ? "<f8" : (conv ? "<f4" : "<u2");
-    if (format == "npy") {
-        const std::string h = NpyHeader(descr, frames.size(), line, point);
+    if (format == "npy" || format == "raw") {
+        const std::string h = format == "npy" ? NpyHeader(descr, frames.size(), line, point) : std::string();
+        // The whole file's blocks at once, rather than one delayed allocation
+        // per page written; a file system without it just writes.
+#if defined(__linux__)
+        const uint64_t pixelBytes = isDoubles ? 8 : (conv ? 4 : 2);
+        ::fallocate(::fileno(f), 0, 0, static_cast<off_t>(h.size() + frames.size() * size * pixelBytes));
+#endif
         std::fwrite(h.data(), 1, h.size(), f);
     } else if (format == "csv") {
         std::fprintf(f, "frame,line");

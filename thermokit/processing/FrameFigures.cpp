@@ -2,9 +2,11 @@
 
 #include "thermokit/platform/RegionFile.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -13,6 +15,7 @@
 #include "thermokit/film/CPtr.h"
 #include "thermokit/film/FilmPipeline.h"
 #include "thermokit/image/CFrame.h"
+#include "thermokit/image/FloatMoments.h"
 #include "thermokit/image/PixelArray.h"
 
 namespace thermokit {
@@ -39,36 +42,125 @@ void Selection::Region(CRgn& rgn, unsigned short point, unsigned short line) {
 FrameFigures FrameMeasure::Measure(const unsigned short* buffer, const double* doubles, unsigned short point,
                                    unsigned short line, const Selection& s, const Conversion* conv) {
     const long size = static_cast<long>(point) * line;
+    FrameFigures f;
+    m_whole = nullptr;
+    if (doubles) {
+        if (s.whole) {
+            m_doubles.assign(doubles, doubles + size);
+        } else {
+            m_doubles.resize(s.pixels.size());
+            for (size_t k = 0; k < s.pixels.size(); ++k) m_doubles[k] = doubles[s.pixels[k]];
+        }
+        f.levels = FiniteFigures(m_doubles);
+        return f;
+    }
+    const unsigned short* levels = buffer;
+    long n = size;
     if (s.whole) {
-        if (doubles) m_doubles.assign(doubles, doubles + size);
-        else m_levels.assign(buffer, buffer + size);
+        m_whole = buffer;  // copied only when asked for (Levels)
+        m_wholeCount = size;
     } else {
         m_levels.resize(s.pixels.size());
-        m_doubles.resize(doubles ? s.pixels.size() : 0);
-        for (size_t k = 0; k < s.pixels.size(); ++k) {
-            if (doubles) m_doubles[k] = doubles[s.pixels[k]];
-            else m_levels[k] = buffer[s.pixels[k]];
-        }
+        for (size_t k = 0; k < s.pixels.size(); ++k) m_levels[k] = buffer[s.pixels[k]];
+        levels = m_levels.data();
+        n = static_cast<long>(m_levels.size());
     }
-    FrameFigures f;
-    if (doubles) {
-        f.levels = FiniteFigures(m_doubles);
-    } else {
-        f.levels.count = static_cast<long>(m_levels.size());
+    f.levels.count = n;
+    bool levelsDone = false;
+    if (conv && !conv->table.IsEmpty() && n > 0) {
+        levelsDone = MeasureByLevel(levels, n, *conv, f);
+    } else if (conv) {
+        m_values.resize(static_cast<size_t>(n));
+        conv->Apply(levels, n, m_values.data());
+        f.values = FiniteFigures(m_values);  // NaN (not converted) left out
+    }
+    if (!levelsDone) {
         unsigned short min = 0, max = 0;
         if (s.region) MinMaxRgn(buffer, point, line, s.region, &min, &max, nullptr);
-        else MinMax(m_levels.data(), static_cast<long>(m_levels.size()), &min, &max, nullptr, 0);
-        StdDev(m_levels.data(), static_cast<long>(m_levels.size()), &f.levels.stdDev, &f.levels.mean);
+        else MinMax(levels, n, &min, &max, nullptr, 0);
+        StdDev(levels, n, &f.levels.stdDev, &f.levels.mean);
         f.levels.min = min;
         f.levels.max = max;
     }
-    if (conv && !doubles) {
-        m_values.resize(m_levels.size());
-        conv->Apply(m_levels.data(), static_cast<long>(m_levels.size()), m_values.data());
-        f.values = FiniteFigures(m_values);  // NaN (not converted) left out
-        f.notConverted = f.levels.count - f.values.count;
-    }
+    if (conv) f.notConverted = f.levels.count - f.values.count;
     return f;
+}
+
+const std::vector<unsigned short>& FrameMeasure::Levels() const {
+    if (m_whole) {
+        m_levels.assign(m_whole, m_whole + m_wholeCount);
+        m_whole = nullptr;
+    }
+    return m_levels;
+}
+
+bool FrameMeasure::MeasureByLevel(const unsigned short* p, long n, const Conversion& conv, FrameFigures& f) {
+    const unsigned short mask = conv.table.GetMaxLevel();
+    const size_t bins = static_cast<size_t>(mask) + 1;
+    if (m_counts.size() != bins) m_counts.assign(bins, 0);  // left all zero by the last frame's scan
+    uint32_t* h = m_counts.data();
+    // One histogram (it stays in the nearest caches), fed from two halves of
+    // the levels in turn: neighbouring equal levels do not wait on each
+    // other's count. The bits of all levels together tell whether any lies
+    // above the table (then the levels' own figures are taken from the levels).
+    const long half = n / 8 * 4;
+    const unsigned short* q = p + half;
+    uint64_t bits = 0;
+    for (long i = 0; i < half; i += 4) {
+        uint64_t a, b;
+        std::memcpy(&a, p + i, sizeof a);
+        std::memcpy(&b, q + i, sizeof b);
+        bits |= a | b;
+        ++h[static_cast<unsigned short>(a) & mask];
+        ++h[static_cast<unsigned short>(b) & mask];
+        ++h[static_cast<unsigned short>(a >> 16) & mask];
+        ++h[static_cast<unsigned short>(b >> 16) & mask];
+        ++h[static_cast<unsigned short>(a >> 32) & mask];
+        ++h[static_cast<unsigned short>(b >> 32) & mask];
+        ++h[static_cast<unsigned short>(a >> 48) & mask];
+        ++h[static_cast<unsigned short>(b >> 48) & mask];
+    }
+    for (long i = 2 * half; i < n; ++i) {
+        bits |= p[i];
+        ++h[p[i] & mask];
+    }
+    bits |= bits >> 32;
+    bits |= bits >> 16;
+    const bool levelsToo = (bits & 0xffffu & ~static_cast<uint64_t>(mask)) == 0;
+    // Each level used once, its value counted as often as the level (values
+    // that are not finite, levels that do not convert, left out); the counts
+    // cleared for the next frame on the way.
+    m_usedValues.resize(bins);
+    m_usedCounts.resize(bins);
+    long used = 0;
+    uint64_t sum = 0;
+    __extension__ unsigned __int128 squares = 0;
+    size_t lowest = bins, highest = 0;
+    for (size_t b = 0; b < bins; ++b) {
+        const uint32_t c = h[b];
+        if (!c) continue;
+        h[b] = 0;
+        float v = conv.table.Value(static_cast<unsigned short>(b));
+        if (conv.shift != 0.0f) v += conv.shift;  // as Apply: a -0 stays -0 without a shift
+        m_usedValues[static_cast<size_t>(used)] = v;
+        m_usedCounts[static_cast<size_t>(used)] = c;
+        ++used;
+        const uint64_t cb = static_cast<uint64_t>(c) * b;
+        sum += cb;
+        squares += static_cast<uint64_t>(cb * b);
+        lowest = std::min(lowest, b);
+        highest = b;
+    }
+    FloatMoments values, levels;
+    values.Add(m_usedValues.data(), m_usedCounts.data(), used);
+    const FrameStatistics s = values.Figures();
+    f.values = Figures{s.min, s.max, s.mean, s.stdDev, s.count};
+    if (!levelsToo) return false;
+    // Levels are whole numbers: their exact figures are StdDev's and MinMax's.
+    levels.AddWhole(static_cast<uint64_t>(n), sum, squares, static_cast<float>(lowest), static_cast<float>(highest));
+    const FrameStatistics l = levels.Figures();
+    f.levels = Figures{l.min, l.max, l.mean, l.stdDev, l.count};
+    return true;
 }
 
 bool MeasureFilm(CPtr& film, const std::string& path, unsigned long first, unsigned long last, const Selection& s,

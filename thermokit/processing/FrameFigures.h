@@ -14,6 +14,7 @@
 // Blank lines and lines starting with '#' are ignored. Anything else is an
 // error naming the file and the line.
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -64,13 +65,26 @@ public:
     // (null for levels); conv: null for no calibrated values.
     FrameFigures Measure(const unsigned short* buffer, const double* doubles, unsigned short point,
                          unsigned short line, const Selection& s, const Conversion* conv);
-    // The selected levels of the last frame measured (films of levels).
-    const std::vector<unsigned short>& Levels() const { return m_levels; }
+    // The selected levels of the last frame measured (films of levels),
+    // while the buffer measured is still there.
+    const std::vector<unsigned short>& Levels() const;
 
 private:
-    std::vector<unsigned short> m_levels;
+    // Calibrated figures of n levels from their counts: one value per level
+    // used instead of one per pixel; exact sums (FloatMoments), so the same
+    // figures as the values' own, pixel by pixel. The levels' figures too,
+    // the same as MinMax's and StdDev's, when no level has bits above the
+    // table's (true then).
+    bool MeasureByLevel(const unsigned short* levels, long n, const Conversion& conv, FrameFigures& f);
+
+    mutable const unsigned short* m_whole = nullptr;  // a whole frame not copied yet
+    long m_wholeCount = 0;
+    mutable std::vector<unsigned short> m_levels;
     std::vector<double> m_doubles;
     std::vector<float> m_values;
+    std::vector<uint32_t> m_counts;  // the levels' histogram, all zero between frames
+    std::vector<float> m_usedValues;  // the values of the levels used, and their counts
+    std::vector<uint32_t> m_usedCounts;
 };
 
 // Measures frames first..last of a film (levels, or the values of a film of
