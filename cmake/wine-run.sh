@@ -61,6 +61,10 @@ if [ "${1:-}" = --start-server ]; then
   # when one is already running for the prefix, it is kept.
   timeout 20 "$server" -w 2>/dev/null || true
   "$server" -p 2>/dev/null || true
+  # The prefix's services (services.exe, winedevice.exe, ...) start with the
+  # first program and live as long as the server: started here, they hold no
+  # test's output open (a test runner would wait for them to close it).
+  "$wine" wineboot </dev/null >/dev/null 2>&1 || true
   exit 0
 fi
 exec "$wine" "$@"
