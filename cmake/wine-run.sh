@@ -56,9 +56,15 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
   ) 9>"$WINEPREFIX.lock"
 fi
 if [ "${1:-}" = --start-server ]; then
-  # The server wineboot started may still be running: wait for it to end,
-  # then start the persistent one (two servers for one prefix refuse).
-  "$server" -w 2>/dev/null || true
-  exec "$server" -p
+  # The server wineboot started may still be running: wait for it to end
+  # (a persistent one never does: bounded), then start the persistent one;
+  # when one is already running for the prefix, it is kept.
+  timeout 20 "$server" -w 2>/dev/null || true
+  "$server" -p 2>/dev/null || true
+  # The prefix's services (services.exe, winedevice.exe, ...) start with the
+  # first program and live as long as the server: started here, they hold no
+  # test's output open (a test runner would wait for them to close it).
+  "$wine" wineboot </dev/null >/dev/null 2>&1 || true
+  exit 0
 fi
 exec "$wine" "$@"
