@@ -11,16 +11,18 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-#if !defined(_WIN32)
-#include <signal.h>
-#include <sys/wait.h>
-#endif
-
 #include "support/ToolRun.h"
+#if !defined(_WIN32)
+#include "support/ChildProcess.h"
+#endif
 #include "thermokit/acquisition/CSharedMemory.h"
 
 using namespace thermokit;
 using Clock = std::chrono::steady_clock;
+#if !defined(_WIN32)
+using thermokit::test::Join;
+using thermokit::test::Spawn;
+#endif
 
 namespace {
 
@@ -58,22 +60,6 @@ bool OpenRetry(CSharedMemory& m, const std::string& name, int size, int seconds 
     }
     return false;
 }
-
-#if !defined(_WIN32)
-pid_t Spawn(const std::function<int()>& body) {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(body());
-    return pid;
-}
-
-int Join(pid_t pid) {
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid) return -1000;
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) return -WTERMSIG(status);
-    return -999;
-}
-#endif
 
 constexpr int kBlock = 64;
 

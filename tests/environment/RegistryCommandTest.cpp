@@ -3,14 +3,15 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <filesystem>
 #include <string>
 
-#include "environment/StoreFixture.h"
+#include "support/StoreFixture.h"
 #include "support/ToolRun.h"
 #include "thermokit/environment/CRegistry.h"
 
 using namespace thermokit;
-using thermokit_test::StoreTest;
+using thermokit::test::StoreTest;
 
 namespace {
 
@@ -67,9 +68,9 @@ TEST_F(StoreTest, RegistryCommandRootsAndExport) {
     // A non-administrator cannot write the machine store, and none is created.
     SetAdmin(false);
     EXPECT_EQ(Tool("registry set setup Point 1 --type word --machine").status, 1);
-    EXPECT_FALSE(thermokit_test::Exists(m_machine));
+    EXPECT_FALSE(std::filesystem::exists(m_machine));
     EXPECT_EQ(Tool("registry get setup Point").status, 1);  // and the user store was not made either
-    EXPECT_FALSE(thermokit_test::Exists(m_user));
+    EXPECT_FALSE(std::filesystem::exists(m_user));
 
     SetAdmin(true);
     EXPECT_EQ(Tool("registry set setup Point 320 --type word --machine").status, 0);

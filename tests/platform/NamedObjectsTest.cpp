@@ -9,8 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #if !defined(_WIN32)
-#include <signal.h>
-#include <sys/wait.h>
+#include "support/ChildProcess.h"
 #endif
 
 #include "thermokit/platform/NamedEvent.h"
@@ -97,15 +96,11 @@ TEST(NamedObjects, HolderKilledWithoutClosingDoesNotKeepTheName) {
     const std::string name = UniqueName("crash");
     NamedEvent e;
     ASSERT_TRUE(e.Create(name.c_str(), false, false));
-    const pid_t child = fork();
-    if (child == 0) {
+    ASSERT_EQ(thermokit::test::Join(thermokit::test::Spawn([&] {
         NamedEvent c;
-        if (!c.Create(name.c_str(), false, false) || !c.Set()) _exit(1);
-        _exit(0);  // no Close: the count still names this process
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(WEXITSTATUS(status), 0);
+        if (!c.Create(name.c_str(), false, false) || !c.Set()) return 1;
+        ::_exit(0);  // no Close: the count still names this process
+    })), 0);
     EXPECT_TRUE(e.Wait(0));  // the child's Set reached us
     e.Close();
     EXPECT_FALSE(Exists(name));
@@ -186,20 +181,17 @@ TEST(NamedObjects, MutexOwnershipTimeoutsAndAbandonment) {
 
 #if !defined(_WIN32)  // fork(); on Windows SharedMemory.PartnerProcessStreamsThenDies kills an owner
     // So does a process killed while owning it.
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = thermokit::test::Spawn([&] {
         NamedMutex c;
-        if (!c.Create(name.c_str()) || c.Lock(0) != NamedMutex::Acquired) _exit(1);
-        pause();
-        _exit(0);
-    }
+        if (!c.Create(name.c_str()) || c.Lock(0) != NamedMutex::Acquired) return 1;
+        for (;;) ::pause();
+    });
     for (int i = 0; i < 500 && a.Lock(0) == NamedMutex::Acquired; ++i) {
         a.Unlock();  // the child has not taken it yet
         std::this_thread::sleep_for(2ms);
     }
     EXPECT_EQ(a.Lock(0), NamedMutex::TimedOut);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    thermokit::test::Kill(child);
     EXPECT_EQ(a.Lock(2000), NamedMutex::Abandoned);
     EXPECT_TRUE(a.Unlock());
 #endif
