@@ -12,6 +12,7 @@
 #include "support/ChildProcess.h"
 #endif
 
+#include "support/NamedObjects.h"
 #include "thermokit/platform/NamedEvent.h"
 #include "thermokit/platform/NamedMapping.h"
 #include "thermokit/platform/NamedMutex.h"
@@ -19,30 +20,8 @@
 using namespace thermokit;
 using namespace std::chrono_literals;
 
-namespace {
-
-std::string UniqueName(const char* tag) {
-    static int counter = 0;
-    return std::string("tkobj_") + tag + "_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
-}
-
-#if defined(_WIN32)
-// The system's own objects: some object holds the name when making a mutex of it either finds one or
-// fails for another kind. (Their permissions are the system's defaults for the user's session.)
-bool Exists(const std::string& name) {
-    NamedMutex probe;
-    return !probe.Create(name.c_str()) || probe.AlreadyExisted();
-}
-#else
-bool Exists(const std::string& name, mode_t* mode = nullptr) {
-    struct stat st {};
-    if (stat(("/dev/shm" + NamedObjectPath(name)).c_str(), &st) != 0) return false;
-    if (mode) *mode = st.st_mode & 0777;
-    return true;
-}
-#endif
-
-}  // namespace
+using thermokit::test::ObjectExists;
+using thermokit::test::UniqueName;
 
 #if !defined(_WIN32)  // the carrier files of the POSIX objects
 TEST(NamedObjects, PathsAreSafeFileNames) {
@@ -64,10 +43,10 @@ TEST(NamedObjects, OwnerOnlyKindsAndRemovalAtLastClose) {
         ASSERT_TRUE(a.Create(name.c_str(), 100));
         EXPECT_FALSE(a.AlreadyExisted());
 #if defined(_WIN32)
-        ASSERT_TRUE(Exists(name));
+        ASSERT_TRUE(ObjectExists(name));
 #else
         mode_t mode = 0;
-        ASSERT_TRUE(Exists(name, &mode));
+        ASSERT_TRUE(ObjectExists(name, &mode));
         EXPECT_EQ(mode, 0600u);
 #endif
         static_cast<char*>(a.GetData())[99] = 'z';
@@ -80,9 +59,9 @@ TEST(NamedObjects, OwnerOnlyKindsAndRemovalAtLastClose) {
         NamedMutex m;
         EXPECT_FALSE(m.Create(name.c_str()));
         a.Close();
-        EXPECT_TRUE(Exists(name));  // b still holds it
+        EXPECT_TRUE(ObjectExists(name));  // b still holds it
     }
-    EXPECT_FALSE(Exists(name));
+    EXPECT_FALSE(ObjectExists(name));
     NamedMapping fresh;  // the name comes back empty
     ASSERT_TRUE(fresh.Create(name.c_str(), 10));
     EXPECT_FALSE(fresh.AlreadyExisted());
@@ -103,7 +82,7 @@ TEST(NamedObjects, HolderKilledWithoutClosingDoesNotKeepTheName) {
     })), 0);
     EXPECT_TRUE(e.Wait(0));  // the child's Set reached us
     e.Close();
-    EXPECT_FALSE(Exists(name));
+    EXPECT_FALSE(ObjectExists(name));
 }
 #endif
 
