@@ -43,12 +43,10 @@ TEST_F(StoreTest, RegistryCommandReadsAndWritesTypedValues) {
     EXPECT_EQ(Tool("registry get 8 Missing").status, 1);
 
     // Bad input is a usage error.
-    EXPECT_EQ(Tool("registry get nonsense Point").status, 2);
-    EXPECT_EQ(Tool("registry get 13 Point").status, 2);
-    EXPECT_EQ(Tool("registry set 8 Point 70000 --type word").status, 2);
-    EXPECT_EQ(Tool("registry set 8 Point 12x --type int").status, 2);
-    EXPECT_EQ(Tool("registry set 8 Point 1 --type float").status, 2);
-    EXPECT_EQ(Tool("registry get 10 Point --user").status, 2);  // key 10 has no user copy
+    for (const char* usage : {"get nonsense Point", "get 13 Point", "set 8 Point 70000 --type word",
+                              "set 8 Point 12x --type int", "set 8 Point 1 --type float",
+                              "get 10 Point --user"})  // key 10 has no user copy
+        EXPECT_EQ(Tool(std::string("registry ") + usage).status, 2) << usage;
 
     // Sub-keys, listing and deletion.
     EXPECT_EQ(Tool("registry set cameras Focal 25 --type dword --subkey 'Kelm\\Lenses'").status, 0);
