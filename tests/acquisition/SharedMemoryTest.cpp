@@ -11,42 +11,29 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-#if !defined(_WIN32)
-#include <signal.h>
-#include <sys/wait.h>
-#endif
-
+#include "support/NamedObjects.h"
 #include "support/ToolRun.h"
+#if !defined(_WIN32)
+#include "support/ChildProcess.h"
+#endif
 #include "thermokit/acquisition/CSharedMemory.h"
 
 using namespace thermokit;
 using Clock = std::chrono::steady_clock;
+using thermokit::test::ObjectExists;
+using thermokit::test::UniqueName;
+#if !defined(_WIN32)
+using thermokit::test::Join;
+using thermokit::test::Spawn;
+#endif
 
 namespace {
-
-std::string UniqueName(const char* tag) {
-    static int counter = 0;
-    return std::string("tktest_") + tag + "_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
-}
 
 // Every named object a mailbox called `name` uses.
 std::vector<std::string> ObjectNames(const std::string& name) {
     return {name + "Mutex0", name + "Mutex1", name + "0", name + "1", name + "DataWrit0",
             name + "DataWrit1", name + "DataRead0", name + "DataRead1"};
 }
-
-#if defined(_WIN32)
-// Some object holds the name: making a mutex of it either finds one or fails for another kind.
-bool ObjectExists(const std::string& name) {
-    NamedMutex probe;
-    return !probe.Create(name.c_str()) || probe.AlreadyExisted();
-}
-#else
-bool ObjectExists(const std::string& name) {
-    struct stat st {};
-    return stat(("/dev/shm" + NamedObjectPath(name)).c_str(), &st) == 0;
-}
-#endif
 
 // Opens, retrying while the partner is not there yet (the side that
 // signals the rendezvous fails when nobody waits yet).
@@ -58,22 +45,6 @@ bool OpenRetry(CSharedMemory& m, const std::string& name, int size, int seconds 
     }
     return false;
 }
-
-#if !defined(_WIN32)
-pid_t Spawn(const std::function<int()>& body) {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(body());
-    return pid;
-}
-
-int Join(pid_t pid) {
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid) return -1000;
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) return -WTERMSIG(status);
-    return -999;
-}
-#endif
 
 constexpr int kBlock = 64;
 

@@ -90,21 +90,6 @@ TEST(Bit24, UpdateMasksLevelsAndHonoursRangeAndMask) {
     EXPECT_EQ(bit.Update(levels.data(), nullptr), 0);
 }
 
-TEST(Bit24, VectorPathMatchesScalarRule) {
-    // Long enough for every vector width, odd length for the tail, all 16-bit values.
-    const long n = 65536 + 37;
-    std::vector<unsigned short> levels(static_cast<size_t>(n));
-    for (long i = 0; i < n; ++i) levels[static_cast<size_t>(i)] = static_cast<unsigned short>(i * 40503u);
-    CLut24 lut(16383);
-    for (int v = 0; v <= 16383; ++v) lut.GetBuffer()[v] = static_cast<uint32_t>(v) * 2654435761u;
-    CBit24 bit(n, 1, 0);
-    ASSERT_EQ(bit.Update(levels.data(), &lut), 1);
-    long mismatches = 0;
-    for (long i = 0; i < n; ++i)
-        if (bit.GetBuffer()[i] != lut.GetBuffer()[levels[static_cast<size_t>(i)] & 16383]) ++mismatches;
-    EXPECT_EQ(mismatches, 0);
-}
-
 TEST(DeviceContext, NearestNeighbourStretchClipAndFill) {
     CWnd wnd(10, 6);
     CDC* dc = wnd.GetDC();

@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
-#include "environment/StoreFixture.h"
+#include "support/StoreFixture.h"
 #include "thermokit/environment/CConfig.h"
 #include "thermokit/environment/CRegistry.h"
 
 using namespace thermokit;
-using thermokit_test::StoreTest;
+using thermokit::test::StoreTest;
 
 namespace {
 
@@ -27,7 +28,7 @@ TEST_F(StoreTest, ConfigDefaultsAndDerivedValues) {
     EXPECT_EQ(c.GetSize(), 76800u);
     EXPECT_EQ(c.GetMaxLevel(), 16383);
     EXPECT_EQ(c.GetBandName(), "MW");
-    EXPECT_FALSE(thermokit_test::Exists(m_user));  // no load: the store is not opened
+    EXPECT_FALSE(std::filesystem::exists(m_user));  // no load: the store is not opened
 
     CConfig d;
     d.SetPoint(65535);

@@ -3,14 +3,15 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <filesystem>
 #include <string>
 
-#include "environment/StoreFixture.h"
+#include "support/StoreFixture.h"
 #include "support/ToolRun.h"
 #include "thermokit/environment/CRegistry.h"
 
 using namespace thermokit;
-using thermokit_test::StoreTest;
+using thermokit::test::StoreTest;
 
 namespace {
 
@@ -42,12 +43,10 @@ TEST_F(StoreTest, RegistryCommandReadsAndWritesTypedValues) {
     EXPECT_EQ(Tool("registry get 8 Missing").status, 1);
 
     // Bad input is a usage error.
-    EXPECT_EQ(Tool("registry get nonsense Point").status, 2);
-    EXPECT_EQ(Tool("registry get 13 Point").status, 2);
-    EXPECT_EQ(Tool("registry set 8 Point 70000 --type word").status, 2);
-    EXPECT_EQ(Tool("registry set 8 Point 12x --type int").status, 2);
-    EXPECT_EQ(Tool("registry set 8 Point 1 --type float").status, 2);
-    EXPECT_EQ(Tool("registry get 10 Point --user").status, 2);  // key 10 has no user copy
+    for (const char* usage : {"get nonsense Point", "get 13 Point", "set 8 Point 70000 --type word",
+                              "set 8 Point 12x --type int", "set 8 Point 1 --type float",
+                              "get 10 Point --user"})  // key 10 has no user copy
+        EXPECT_EQ(Tool(std::string("registry ") + usage).status, 2) << usage;
 
     // Sub-keys, listing and deletion.
     EXPECT_EQ(Tool("registry set cameras Focal 25 --type dword --subkey 'Kelm\\Lenses'").status, 0);
@@ -67,9 +66,9 @@ TEST_F(StoreTest, RegistryCommandRootsAndExport) {
     // A non-administrator cannot write the machine store, and none is created.
     SetAdmin(false);
     EXPECT_EQ(Tool("registry set setup Point 1 --type word --machine").status, 1);
-    EXPECT_FALSE(thermokit_test::Exists(m_machine));
+    EXPECT_FALSE(std::filesystem::exists(m_machine));
     EXPECT_EQ(Tool("registry get setup Point").status, 1);  // and the user store was not made either
-    EXPECT_FALSE(thermokit_test::Exists(m_user));
+    EXPECT_FALSE(std::filesystem::exists(m_user));
 
     SetAdmin(true);
     EXPECT_EQ(Tool("registry set setup Point 320 --type word --machine").status, 0);

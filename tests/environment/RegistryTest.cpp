@@ -4,14 +4,15 @@
 #endif
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 
-#include "environment/StoreFixture.h"
+#include "support/StoreFixture.h"
 #include "thermokit/environment/CRegistry.h"
 #include "thermokit/environment/RegistryStore.h"
 
 using namespace thermokit;
-using thermokit_test::StoreTest;
+using thermokit::test::StoreTest;
 
 namespace {
 
@@ -105,10 +106,6 @@ TEST_F(StoreTest, StoreLocationsFollowTheEnvironment) {
     ::setenv("THERMOKIT_MACHINE_STORE", ("hkcu\\" + mine.GetStorePath().substr(18)).c_str(), 1);  // the same key, named
     EXPECT_TRUE(GetRaw(RegistryRoot::Machine, "A", "v", nullptr, nullptr));
     ::setenv("THERMOKIT_MACHINE_STORE", m_machine.c_str(), 1);
-    ::setenv("THERMOKIT_ADMIN", "1", 1);
-    EXPECT_EQ(CRegistry::IsUserAdmin(), 1);
-    ::setenv("THERMOKIT_ADMIN", "0", 1);
-    EXPECT_EQ(CRegistry::IsUserAdmin(), 0);
 #else
     ::unsetenv("THERMOKIT_MACHINE_STORE");
     EXPECT_EQ(RegistryStore::MachineStorePath(), "/var/lib/thermokit/registry.db");
@@ -130,19 +127,18 @@ TEST_F(StoreTest, StoreLocationsFollowTheEnvironment) {
     else ::unsetenv("HOME");
     ::setenv("THERMOKIT_MACHINE_STORE", m_machine.c_str(), 1);
     ::setenv("THERMOKIT_USER_STORE", m_user.c_str(), 1);
-
+    ::setenv("THERMOKIT_ADMIN", "yes", 1);  // anything else: the effective user decides
+    EXPECT_EQ(CRegistry::IsUserAdmin(), ::geteuid() == 0 ? 1 : 0);
+#endif
     ::setenv("THERMOKIT_ADMIN", "1", 1);
     EXPECT_EQ(CRegistry::IsUserAdmin(), 1);
     ::setenv("THERMOKIT_ADMIN", "0", 1);
     EXPECT_EQ(CRegistry::IsUserAdmin(), 0);
-    ::setenv("THERMOKIT_ADMIN", "yes", 1);  // anything else: the effective user decides
-    EXPECT_EQ(CRegistry::IsUserAdmin(), ::geteuid() == 0 ? 1 : 0);
-#endif
 }
 
 #if !defined(_WIN32)  // files and their modes: the SQLite store
 TEST_F(StoreTest, UserStoreIsPrivateAndFoldersAreCreated) {
-    const std::string dir = thermokit_test::UniqueTempPath("dir");
+    const std::string dir = thermokit::test::TempPath("dir");
     m_user = dir + "/sub/registry.db";
     ::setenv("THERMOKIT_USER_STORE", m_user.c_str(), 1);
     ::umask(0022);
@@ -468,8 +464,8 @@ TEST_F(StoreTest, OtherConstructors) {
 #if !defined(_WIN32)  // the SQLite store's files
 TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
     const std::string garbage = std::string("this is not a settings database\n") + std::string(5000, '\x5a');
-    thermokit_test::WriteBytes(m_user, garbage);
-    thermokit_test::WriteBytes(m_machine, garbage);
+    thermokit::test::WriteText(m_user, garbage);
+    thermokit::test::WriteText(m_machine, garbage);
     for (bool admin : {false, true}) {
         SetAdmin(admin);
         CRegistry reg(CRegistry::Setup);
@@ -481,9 +477,9 @@ TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
         EXPECT_EQ(reg.SetSTRINGValue("Camera", "x"), 0);
         EXPECT_EQ(reg.DeleteKey("x"), 0);
     }
-    EXPECT_EQ(thermokit_test::ReadBytes(m_user), std::vector<char>(garbage.begin(), garbage.end()));
-    EXPECT_EQ(thermokit_test::ReadBytes(m_machine), std::vector<char>(garbage.begin(), garbage.end()));
-    EXPECT_FALSE(thermokit_test::Exists(m_user + "-journal"));
+    EXPECT_EQ(thermokit::test::ReadText(m_user), garbage);
+    EXPECT_EQ(thermokit::test::ReadText(m_machine), garbage);
+    EXPECT_FALSE(std::filesystem::exists(m_user + "-journal"));
 
     // A valid SQLite database of another program is not ours either.
     std::remove(m_user.c_str());
@@ -492,12 +488,12 @@ TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
     ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE other(x); INSERT INTO other VALUES(1);", nullptr, nullptr, nullptr),
               SQLITE_OK);
     sqlite3_close(db);
-    const std::vector<char> before = thermokit_test::ReadBytes(m_user);
+    const std::string before = thermokit::test::ReadText(m_user);
     SetAdmin(false);
     CRegistry reg(CRegistry::Setup);
     EXPECT_FALSE(reg.m_hKeyUser);
     EXPECT_EQ(reg.SetINTValue("Point", 1), 0);
-    EXPECT_EQ(thermokit_test::ReadBytes(m_user), before);
+    EXPECT_EQ(thermokit::test::ReadText(m_user), before);
 
     // A store of ours whose schema was changed runs no code of the file's: a
     // view that loops forever, a trigger, an extra column or index are each
@@ -512,14 +508,14 @@ TEST_F(StoreTest, CorruptOrForeignStoresGiveDefaultsAndStayUntouched) {
         ASSERT_EQ(sqlite3_open(m_user.c_str(), &db), SQLITE_OK);
         ASSERT_EQ(sqlite3_exec(db, change, nullptr, nullptr, nullptr), SQLITE_OK) << change;
         sqlite3_close(db);
-        const std::vector<char> altered = thermokit_test::ReadBytes(m_user);
+        const std::string altered = thermokit::test::ReadText(m_user);
         std::string why;
         EXPECT_FALSE(RegistryKey::OpenRoot(RegistryRoot::User, true, &why)) << change;
         EXPECT_EQ(why, "not a settings store of this version (its tables are not the store's own)");
         CRegistry alteredStore(CRegistry::Setup);
         EXPECT_EQ(alteredStore.GetINTValue("Point", 320), 320);
         EXPECT_EQ(alteredStore.SetINTValue("Point", 1), 0);
-        EXPECT_EQ(thermokit_test::ReadBytes(m_user), altered);
+        EXPECT_EQ(thermokit::test::ReadText(m_user), altered);
     }
 
     // A store that is a folder, or whose folder cannot be made, is no store.

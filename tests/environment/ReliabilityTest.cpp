@@ -5,16 +5,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #if !defined(_WIN32)
-#include <signal.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
 #endif
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "environment/StoreFixture.h"
+#if !defined(_WIN32)
+#include "support/ChildProcess.h"
+#endif
+#include "support/StoreFixture.h"
 #include "support/ToolRun.h"
 #include "thermokit/environment/CConfig.h"
 #include "thermokit/environment/CRegistry.h"
@@ -22,7 +24,12 @@
 #include "thermokit/platform/Messages.h"
 
 using namespace thermokit;
-using thermokit_test::StoreTest;
+using thermokit::test::StoreTest;
+#if !defined(_WIN32)
+using thermokit::test::Join;
+using thermokit::test::Kill;
+using thermokit::test::Spawn;
+#endif
 
 namespace {
 
@@ -79,7 +86,7 @@ FileState StateOf(const std::string& path) {
 }
 #else
 struct FileState {
-    std::vector<char> bytes;
+    std::string bytes;
     struct timespec mtime {};
     bool operator==(const FileState& o) const {
         return bytes == o.bytes && mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
@@ -88,7 +95,7 @@ struct FileState {
 
 FileState StateOf(const std::string& path) {
     FileState s;
-    s.bytes = thermokit_test::ReadBytes(path);
+    s.bytes = thermokit::test::ReadText(path);
     struct stat st {};
     if (::stat(path.c_str(), &st) == 0) s.mtime = st.st_mtim;
     return s;
@@ -103,28 +110,24 @@ TEST_F(StoreTest, KilledWriterLeavesOldOrNewValue) {
     for (int round = 0; round < 4; ++round) {
         int fds[2];
         ASSERT_EQ(::pipe(fds), 0);
-        const pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
+        const pid_t pid = Spawn([&] {
             ::close(fds[0]);
             CRegistry reg(CRegistry::Setup);
             const std::string payload(3000, static_cast<char>('a' + round));
             for (int i = 1;; ++i) {
                 // Several statements per round, so that the kill lands inside
                 // a transaction as often as between two.
-                if (!reg.SetSTRINGValue("Payload", (payload + std::to_string(i)).c_str())) ::_exit(3);
-                if (!reg.SetINTValue("Counter", i)) ::_exit(4);
-                if (::write(fds[1], &i, sizeof i) != sizeof i) ::_exit(5);
+                if (!reg.SetSTRINGValue("Payload", (payload + std::to_string(i)).c_str())) return 3;
+                if (!reg.SetINTValue("Counter", i)) return 4;
+                if (::write(fds[1], &i, sizeof i) != sizeof i) return 5;
             }
-        }
+        });
+        ASSERT_GE(pid, 0);
         ::close(fds[1]);
         int last = 0;
         int got = 0;
         while (got < 5 + round * 3 && ::read(fds[0], &last, sizeof last) == sizeof last) ++got;
-        ASSERT_EQ(::kill(pid, SIGKILL), 0);
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer stopped on its own: " << status;
+        ASSERT_EQ(Kill(pid), -SIGKILL) << "the writer stopped on its own";
         int more = 0;
         while (::read(fds[0], &more, sizeof more) == sizeof more) last = more;
         ::close(fds[0]);
@@ -164,9 +167,7 @@ TEST_F(StoreTest, ConcurrentWritersLoseNothing) {
     ASSERT_EQ(::pipe(gate), 0);
     std::vector<pid_t> children;
     for (int who = 0; who < 2; ++who) {
-        const pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
+        const pid_t pid = Spawn([&] {
             ::close(gate[1]);
             char c;
             (void)::read(gate[0], &c, 1);  // released together when the parent closes the pipe
@@ -177,18 +178,14 @@ TEST_F(StoreTest, ConcurrentWritersLoseNothing) {
                 if (!reg.SetINTValue(name.c_str(), who * 1000 + i)) ++failures;
                 if (!reg.SetINTValue("Shared", who)) ++failures;
             }
-            ::_exit(failures > 250 ? 250 : failures);
-        }
+            return failures > 250 ? 250 : failures;
+        });
+        ASSERT_GE(pid, 0);
         children.push_back(pid);
     }
     ::close(gate[0]);
     ::close(gate[1]);
-    for (pid_t pid : children) {
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        ASSERT_TRUE(WIFEXITED(status));
-        EXPECT_EQ(WEXITSTATUS(status), 0) << "failed writes in a child";
-    }
+    for (pid_t pid : children) EXPECT_EQ(Join(pid), 0) << "failed writes in a child";
     for (RegistryRoot root : {RegistryRoot::User, RegistryRoot::Machine}) {
         HKEY key = RegistryKey::OpenRoot(root, false).OpenSubKey(std::string(kSetup) + "\\Race", false);
         ASSERT_TRUE(key);
@@ -241,7 +238,7 @@ TEST_F(StoreTest, NonAdministratorNeverWritesTheMachineStore) {
 
     EXPECT_TRUE(StateOf(m_machine) == before) << "the machine store changed";
 #if !defined(_WIN32)
-    EXPECT_FALSE(thermokit_test::Exists(m_machine + "-journal"));
+    EXPECT_FALSE(std::filesystem::exists(m_machine + "-journal"));
 #endif
     // And the machine's values still read through.
     EXPECT_EQ(CRegistry(CRegistry::Install).GetINTValue("Seed", -1), 10);
@@ -302,14 +299,14 @@ TEST_F(StoreTest, CorruptStoreFileIsLeftAlone) {
         reg.m_hKeyMachine = nullptr;
         for (int i = 0; i < 40; ++i) reg.SetSTRINGValue(Format("V%d", i).c_str(), std::string(250, 'v').c_str());
     }
-    std::vector<char> bytes = thermokit_test::ReadBytes(m_user);
+    std::string bytes = thermokit::test::ReadText(m_user);
     ASSERT_GT(bytes.size(), 8192u);
     std::memset(bytes.data() + 4096, 0xEE, 4096);  // overwrite a page in the middle
     std::memset(bytes.data(), 0x00, 100);          // and the database header
-    thermokit_test::WriteBytes(m_user, std::string(bytes.begin(), bytes.end()));
+    thermokit::test::WriteText(m_user, bytes);
     const FileState before = StateOf(m_user);
 
-    const int status = thermokit_test::RunInChild([] {
+    const int status = Join(Spawn([] {
         CRegistry reg(CRegistry::Setup);
         reg.m_hKeyMachine = nullptr;  // only the broken user store
         if (reg.GetSTRINGValue("V1", "default") != "default") return 1;
@@ -317,7 +314,7 @@ TEST_F(StoreTest, CorruptStoreFileIsLeftAlone) {
         CConfig config(1);
         if (config.GetCamera() != "Kelm") return 3;
         return 0;
-    });
+    }));
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(StateOf(m_user) == before);
 }
@@ -328,9 +325,7 @@ TEST_F(StoreTest, BatchIsAllOrNothing) {
     // A writer killed inside a batch leaves none of the batch's values.
     int fds[2];
     ASSERT_EQ(::pipe(fds), 0);
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
+    const pid_t pid = Spawn([&]() -> int {
         ::close(fds[0]);
         CRegistry reg(CRegistry::Setup);
         RegistryBatch batch(reg.m_hKeyUser);
@@ -339,13 +334,12 @@ TEST_F(StoreTest, BatchIsAllOrNothing) {
         const char done = 1;
         (void)::write(fds[1], &done, 1);
         for (;;) ::pause();
-    }
+    });
     ::close(fds[1]);
     char c = 0;
     ASSERT_EQ(::read(fds[0], &c, 1), 1);
     ::close(fds[0]);
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
+    Kill(pid);
     {
         CRegistry reg(CRegistry::Setup);
         EXPECT_EQ(reg.GetINTValue("B0", -1), -1);

@@ -5,7 +5,8 @@
 #include <unistd.h>
 #if !defined(_WIN32)
 #include <sys/resource.h>
-#include <sys/wait.h>
+
+#include "support/ChildProcess.h"
 #endif
 
 #include <cerrno>
@@ -561,9 +562,7 @@ TEST(FilmAccess, ImagesThatCannotBeAllocatedAreSaidSo) {
         bytes.resize(3476 + 1016);
         WriteAll(name, bytes);
         ASSERT_EQ(::truncate(name.c_str(), 3476 + 1016 + static_cast<off_t>(count) * bytesPerPixel), 0);
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
+        const int status = thermokit::test::Join(thermokit::test::Spawn([&] {
             // Room for what runs now and a little more: the levels of a film
             // of doubles fit, its doubles do not; the levels of a 16-bit film do not.
             long pages = 0;
@@ -574,20 +573,17 @@ TEST(FilmAccess, ImagesThatCannotBeAllocatedAreSaidSo) {
             const rlim_t room = static_cast<rlim_t>(pages) * ::sysconf(_SC_PAGESIZE) +
                                 (bytesPerPixel == 8 ? (1024u << 20) : (256u << 20));
             const rlimit limit{room, room};
-            if (pages == 0 || ::setrlimit(RLIMIT_AS, &limit) != 0) ::_exit(2);
+            if (pages == 0 || ::setrlimit(RLIMIT_AS, &limit) != 0) return 2;
             std::unique_ptr<CPtr> film;
             if (bytesPerPixel == 8) film = std::make_unique<CPtrFloat>(name, 0, 0, 1);
             else film = std::make_unique<CPtr>(name, 0, 0, 1);
             const std::string expected = "an image of 268435456 " + std::string(bytesPerPixel == 8 ? "doubles" : "pixels") +
                                          " cannot be allocated";
-            ::_exit(!film->IsValid() && film->GetLastErrorKind() == ErrorKind::Memory &&
-                            film->GetLastErrorText() == expected
-                        ? 0
-                        : 1);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << bytesPerPixel << " bytes a pixel: " << status;
+            return !film->IsValid() && film->GetLastErrorKind() == ErrorKind::Memory && film->GetLastErrorText() == expected
+                       ? 0
+                       : 1;
+        }));
+        EXPECT_EQ(status, 0) << bytesPerPixel << " bytes a pixel";
     }
     File::Remove(name);
 #endif

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 #if !defined(_WIN32)
-#include <sys/wait.h>
+#include "support/ChildProcess.h"
 #endif
 
 #include <atomic>
@@ -306,26 +306,20 @@ TEST(Ptr2, RecoverAfterInterruptedRecording) {
     const unsigned short point = 24, line = 10;
     const size_t record = kImageHeader + size_t{point} * line * 2;
     const std::string name = TempName("killed");
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    ASSERT_EQ(thermokit::test::Join(thermokit::test::Spawn([&] {
         CPtr2 film(point, line, 16, 0, 1, 0);
-        if (!film.Create(name.c_str(), 4096, 4)) _exit(3);
+        if (!film.Create(name.c_str(), 4096, 4)) return 3;
         CFrame frame(point, line, 16, 0, 1);
         for (unsigned k = 0; k < 7; ++k) {
             MakeFrame(frame, k);
-            if (!film.AddFrame(&frame)) _exit(4);
+            if (!film.AddFrame(&frame)) return 4;
         }
         // Half of an eighth image reaches the disk, then the process is gone.
         std::vector<unsigned char> half(record / 2, 0xAB);
         film.GetStream()->Write(half.data(), static_cast<unsigned long>(half.size()), nullptr);
-        if (!film.GetStream()->Flush()) _exit(5);
-        _exit(0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    ASSERT_EQ(WEXITSTATUS(status), 0);
+        if (!film.GetStream()->Flush()) return 5;
+        ::_exit(0);  // the process is gone: the film is never closed
+    })), 0);
 
     EXPECT_EQ(File::GetFileLength(name), static_cast<int64_t>(kHeader + 7 * record + record / 2));
     {

@@ -232,25 +232,6 @@ TEST(Frame, ProcessRotationRefusesAndLeavesTheFrameAlone) {
     EXPECT_EQ(target.ProcessRotation(&noLines, 90), 0);
 }
 
-TEST(Frame, QuarterTurnsOnSizesOffTheVectorGrid) {
-    // Blocks of 8 plus left-over strips; lines of 2 KiB take the flat tiles.
-    for (auto [p, l] : {std::pair{37, 21}, std::pair{64, 24}, std::pair{8, 9}, std::pair{1, 13}, std::pair{1024, 21}}) {
-        CFrame src(p, l, 16, 0, 0);
-        for (long i = 0; i < src.GetSize(); ++i) src.GetBuffer()[i] = static_cast<unsigned short>(i * 7 + 3);
-        CFrame cw(l, p, 16, 0, 0), ccw(l, p, 16, 0, 0);
-        ASSERT_EQ(cw.ProcessRotation(&src, 90), 1);
-        ASSERT_EQ(ccw.ProcessRotation(&src, 270), 1);
-        int bad = 0;
-        for (int r = 0; r < l; ++r)
-            for (int c = 0; c < p; ++c) {
-                const unsigned short v = src.GetPixel(c, r);
-                bad += cw.GetPixel(l - 1 - r, c) != v;
-                bad += ccw.GetPixel(r, p - 1 - c) != v;
-            }
-        EXPECT_EQ(bad, 0) << p << " x " << l;
-    }
-}
-
 TEST(Frame, StretchNearestNeighbour) {
     CFrame src(7, 5, 16, 0, 0);
     for (int y = 0; y < 5; ++y)

@@ -4,14 +4,14 @@
 #include <string>
 #include <vector>
 
-#include "environment/StoreFixture.h"
+#include "support/StoreFixture.h"
 #include "support/Bytes.h"
 #include "thermokit/environment/CRegistry.h"
 #include "thermokit/nuc/CNucFile.h"
 #include "thermokit/platform/Endian.h"
 
 using namespace thermokit;
-using thermokit_test::StoreTest;
+using thermokit::test::StoreTest;
 
 namespace {
 
@@ -112,8 +112,8 @@ TEST(NucFile, TableLookupArithmetic) {
 }
 
 TEST(NucFile, SetTableKeepsUpdatedLensAndBytesAfterTheText) {
-    const std::string path = thermokit_test::UniqueTempPath("catalogue.nuc");
-    thermokit_test::WriteBytes(path, BuildFile(3, 1));
+    const std::string path = thermokit::test::TempPath("catalogue.nuc");
+    thermokit::test::WriteText(path, BuildFile(3, 1));
     CNucFile c(path.c_str());
     ASSERT_TRUE(c.IsValid());
     CNucFile::NUC_TABLE t;
@@ -145,7 +145,7 @@ TEST(NucFile, SetTableKeepsUpdatedLensAndBytesAfterTheText) {
 }
 
 TEST(NucFile, FileLayoutByteByByte) {
-    const std::string path = thermokit_test::UniqueTempPath("layout.nuc");
+    const std::string path = thermokit::test::TempPath("layout.nuc");
     CNucFile c;
     CRect r0(0, 0, 320, 256);
     CRect r1(-1, 2, 0x12345678, 4);
@@ -172,7 +172,7 @@ TEST(NucFile, FileLayoutByteByByte) {
     // Fewer sub-windows: fewer records in the file.
     ASSERT_EQ(c.SetMaxWindowing(2), 1);
     ASSERT_EQ(c.Save(path.c_str(), 0), 1);
-    EXPECT_EQ(thermokit_test::ReadBytes(path).size(), kHeader + 2 * kDesc + 24 * kTable);
+    EXPECT_EQ(thermokit::test::ReadText(path).size(), kHeader + 2 * kDesc + 24 * kTable);
 
     // Round trip: the records read back as written.
     CNucFile back(path.c_str());
@@ -193,7 +193,7 @@ TEST(NucFile, FileLayoutByteByByte) {
 }
 
 TEST(NucFile, HostileFilesAreRefused) {
-    const std::string path = thermokit_test::UniqueTempPath("hostile.nuc");
+    const std::string path = thermokit::test::TempPath("hostile.nuc");
     Catalogue c;
     CRect r(0, 0, 1, 1);
     c.SetMaxWindowing(3);
@@ -213,7 +213,7 @@ TEST(NucFile, HostileFilesAreRefused) {
         {"empty", std::string()},
     };
     for (const auto& k : cases) {
-        thermokit_test::WriteBytes(path, k.bytes);
+        thermokit::test::WriteText(path, k.bytes);
         EXPECT_EQ(c.Read(path.c_str()), 0) << k.what;
         EXPECT_FALSE(c.IsValid()) << k.what;
         EXPECT_EQ(c.GetMaxWindowing(), 3) << k.what;  // nothing was taken from the file
@@ -225,7 +225,7 @@ TEST(NucFile, HostileFilesAreRefused) {
     EXPECT_FALSE(missing.IsValid());
 
     // A good file with fewer records replaces only those; extra bytes at the end are ignored.
-    thermokit_test::WriteBytes(path, BuildFile(2, 1) + "trailing");
+    thermokit::test::WriteText(path, BuildFile(2, 1) + "trailing");
     ASSERT_EQ(c.Read(path.c_str()), 1);
     EXPECT_TRUE(c.IsValid());
     EXPECT_EQ(c.GetMaxWindowing(), 1);
@@ -235,7 +235,7 @@ TEST(NucFile, HostileFilesAreRefused) {
     ASSERT_EQ(c.GetTable(0, 1, &t), 1);
     EXPECT_STREQ(t.szScene, "scene1");
     // Exactly as long as its counts: accepted.
-    thermokit_test::WriteBytes(path, BuildFile(24, 4));
+    thermokit::test::WriteText(path, BuildFile(24, 4));
     EXPECT_EQ(c.Read(path.c_str()), 1);
     std::remove(path.c_str());
 }
@@ -245,7 +245,7 @@ TEST_F(StoreTest, NucCatalogueRegistryMirror) {
     CRect r(-5, 6, 640, 512);
     c.SetWindowing(0, 24, &r);
     c.SetTable(0, 2, "Scene three", 50, 1000, 2, "F2", 1, "ui", "db");
-    const std::string path = thermokit_test::UniqueTempPath("mirror.nuc");
+    const std::string path = thermokit::test::TempPath("mirror.nuc");
     ASSERT_EQ(c.Save(path.c_str(), 1), 1);  // saves and mirrors
 
     unsigned long type = 0;

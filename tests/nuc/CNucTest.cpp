@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -11,6 +12,7 @@
 
 using namespace thermokit;
 using namespace nuctest;
+using thermokit::test::Bytes;
 
 namespace {
 
@@ -113,15 +115,22 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
     const std::string good = TempPath("good.nuc");
     ASSERT_EQ(src.Save(good.c_str()), 1);
     const auto bytes = ReadBytes(good);
+    const std::string p = TempPath("hostile.nuc");
+    // A copy of the file changed by damage, read back.
+    const auto damaged = [&](const std::function<void(Bytes&)>& damage) {
+        auto b = bytes;
+        damage(b);
+        WriteBytes(p, b);
+        return std::make_unique<CNuc>(p.c_str());
+    };
 
     // Zero points and lines read as 128 x 128; the pixel count stays the file's.
     {
-        auto b = bytes;
-        Put<uint16_t>(b, 252, 0);
-        Put<uint16_t>(b, 254, 0);
-        const std::string p = TempPath("zero.nuc");
-        WriteBytes(p, b);
-        CNuc nuc(p.c_str());
+        const auto held = damaged([](Bytes& b) {
+            Put<uint16_t>(b, 252, 0);
+            Put<uint16_t>(b, 254, 0);
+        });
+        CNuc& nuc = *held;
         ASSERT_EQ(nuc.IsValid(), 1);
         EXPECT_EQ(nuc.GetPoint(), 128);
         EXPECT_EQ(nuc.GetLine(), 128);
@@ -140,12 +149,11 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
     // The signature is compared as a zero-terminated text, case-sensitively;
     // the version is not checked.
     for (const char* sig : {"coe", "COEX", "CO", "PIX"}) {
-        auto b = bytes;
-        std::memset(b.data(), 0, 5);
-        std::memcpy(b.data(), sig, std::strlen(sig));
-        const std::string p = TempPath("sig.nuc");
-        WriteBytes(p, b);
-        CNuc nuc(p.c_str());
+        const auto held = damaged([sig](Bytes& b) {
+            std::memset(b.data(), 0, 5);
+            std::memcpy(b.data(), sig, std::strlen(sig));
+        });
+        CNuc& nuc = *held;
         EXPECT_EQ(nuc.IsValid(), 0) << sig;
         EXPECT_EQ(nuc.GetAlpha(), nullptr);
         EXPECT_EQ(nuc.IsCompatible(), 1);
@@ -155,30 +163,21 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
         EXPECT_EQ(nuc.Apply(&px, 0x3FFF, nullptr), 0);
         EXPECT_EQ(px, 5);
     }
-    {
-        auto b = bytes;
-        std::memcpy(b.data() + 5, "9.99", 4);
-        const std::string p = TempPath("ver.nuc");
-        WriteBytes(p, b);
-        EXPECT_EQ(CNuc(p.c_str()).IsValid(), 1);
-    }
-    // A pixel count the file cannot hold is refused; so is a short header.
+    EXPECT_EQ(damaged([](Bytes& b) { std::memcpy(b.data() + 5, "9.99", 4); })->IsValid(), 1);
+    // A pixel count the file cannot hold is refused; so is a file cut short.
     for (uint32_t count : {5u, 0x20000000u, 0xFFFFFFFFu}) {
-        auto b = bytes;
-        Put<uint32_t>(b, 256, count);
-        const std::string p = TempPath("big.nuc");
-        WriteBytes(p, b);
-        CNuc nuc(p.c_str());
-        EXPECT_EQ(nuc.IsValid(), 0) << count;
-        EXPECT_EQ(nuc.GetAlpha(), nullptr);
+        const auto nuc = damaged([count](Bytes& b) { Put<uint32_t>(b, 256, count); });
+        EXPECT_EQ(nuc->IsValid(), 0) << count;
+        EXPECT_EQ(nuc->GetAlpha(), nullptr);
     }
+    for (size_t length : {bytes.size() - 1, size_t(100)})
+        EXPECT_EQ(damaged([length](Bytes& b) { b.resize(length); })->IsValid(), 0) << length;
     // A pixel count that disagrees with point x line is refused even when the
     // file holds its tables: Apply would run past a frame of the stated size.
     // Without a stated size (0, read as 128) a smaller count is accepted.
     {
         CNuc small(12, 8);
         small.Reset();
-        const std::string p = TempPath("sizes.nuc");
         ASSERT_EQ(small.Save(p.c_str()), 1);
         const auto saved = ReadBytes(p);
         for (uint32_t count : {128u, 95u}) {
@@ -199,16 +198,6 @@ TEST(CNuc, ReadingOddAndHostileFiles) {
         Put<uint16_t>(b, 254, 0);
         Put<uint32_t>(b, 256, 128 * 128 + 1);
         b.resize(260 + 8 * (128 * 128 + 1), 0);
-        WriteBytes(p, b);
-        EXPECT_EQ(CNuc(p.c_str()).IsValid(), 0);
-    }
-    {
-        auto b = bytes;
-        b.resize(b.size() - 1);
-        const std::string p = TempPath("short.nuc");
-        WriteBytes(p, b);
-        EXPECT_EQ(CNuc(p.c_str()).IsValid(), 0);
-        b.resize(100);
         WriteBytes(p, b);
         EXPECT_EQ(CNuc(p.c_str()).IsValid(), 0);
     }

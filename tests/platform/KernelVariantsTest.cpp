@@ -126,8 +126,9 @@ TEST_P(KernelVariants, MasksTurnsRowsAndLookUps) {
                 ASSERT_TRUE(std::memcmp(o1.data() + 1, o2.data(), o2.size() * 4) == 0) << n << " " << mask;
             }
     }
-    // Quarter turns of the three pixel types, on sizes on and off the 8 x 8 grid.
-    for (auto [point, line] : {std::pair{1, 1}, {7, 3}, {8, 8}, {9, 17}, {64, 8}, {33, 65}, {512, 3}}) {
+    // Quarter turns of the three pixel types, on sizes on and off the 8 x 8 grid
+    // (lines of 2 KiB take the flat tiles).
+    for (auto [point, line] : {std::pair{1, 1}, {7, 3}, {8, 8}, {9, 17}, {64, 8}, {33, 65}, {512, 3}, {1024, 21}}) {
         const size_t n = static_cast<size_t>(point) * line;
         const auto w = Values<unsigned short>(n, 7);
         const auto f = Values<float>(n, 8);

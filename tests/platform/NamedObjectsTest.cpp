@@ -9,10 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #if !defined(_WIN32)
-#include <signal.h>
-#include <sys/wait.h>
+#include "support/ChildProcess.h"
 #endif
 
+#include "support/NamedObjects.h"
 #include "thermokit/platform/NamedEvent.h"
 #include "thermokit/platform/NamedMapping.h"
 #include "thermokit/platform/NamedMutex.h"
@@ -20,30 +20,8 @@
 using namespace thermokit;
 using namespace std::chrono_literals;
 
-namespace {
-
-std::string UniqueName(const char* tag) {
-    static int counter = 0;
-    return std::string("tkobj_") + tag + "_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
-}
-
-#if defined(_WIN32)
-// The system's own objects: some object holds the name when making a mutex of it either finds one or
-// fails for another kind. (Their permissions are the system's defaults for the user's session.)
-bool Exists(const std::string& name) {
-    NamedMutex probe;
-    return !probe.Create(name.c_str()) || probe.AlreadyExisted();
-}
-#else
-bool Exists(const std::string& name, mode_t* mode = nullptr) {
-    struct stat st {};
-    if (stat(("/dev/shm" + NamedObjectPath(name)).c_str(), &st) != 0) return false;
-    if (mode) *mode = st.st_mode & 0777;
-    return true;
-}
-#endif
-
-}  // namespace
+using thermokit::test::ObjectExists;
+using thermokit::test::UniqueName;
 
 #if !defined(_WIN32)  // the carrier files of the POSIX objects
 TEST(NamedObjects, PathsAreSafeFileNames) {
@@ -65,10 +43,10 @@ TEST(NamedObjects, OwnerOnlyKindsAndRemovalAtLastClose) {
         ASSERT_TRUE(a.Create(name.c_str(), 100));
         EXPECT_FALSE(a.AlreadyExisted());
 #if defined(_WIN32)
-        ASSERT_TRUE(Exists(name));
+        ASSERT_TRUE(ObjectExists(name));
 #else
         mode_t mode = 0;
-        ASSERT_TRUE(Exists(name, &mode));
+        ASSERT_TRUE(ObjectExists(name, &mode));
         EXPECT_EQ(mode, 0600u);
 #endif
         static_cast<char*>(a.GetData())[99] = 'z';
@@ -81,9 +59,9 @@ TEST(NamedObjects, OwnerOnlyKindsAndRemovalAtLastClose) {
         NamedMutex m;
         EXPECT_FALSE(m.Create(name.c_str()));
         a.Close();
-        EXPECT_TRUE(Exists(name));  // b still holds it
+        EXPECT_TRUE(ObjectExists(name));  // b still holds it
     }
-    EXPECT_FALSE(Exists(name));
+    EXPECT_FALSE(ObjectExists(name));
     NamedMapping fresh;  // the name comes back empty
     ASSERT_TRUE(fresh.Create(name.c_str(), 10));
     EXPECT_FALSE(fresh.AlreadyExisted());
@@ -97,18 +75,14 @@ TEST(NamedObjects, HolderKilledWithoutClosingDoesNotKeepTheName) {
     const std::string name = UniqueName("crash");
     NamedEvent e;
     ASSERT_TRUE(e.Create(name.c_str(), false, false));
-    const pid_t child = fork();
-    if (child == 0) {
+    ASSERT_EQ(thermokit::test::Join(thermokit::test::Spawn([&] {
         NamedEvent c;
-        if (!c.Create(name.c_str(), false, false) || !c.Set()) _exit(1);
-        _exit(0);  // no Close: the count still names this process
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_EQ(WEXITSTATUS(status), 0);
+        if (!c.Create(name.c_str(), false, false) || !c.Set()) return 1;
+        ::_exit(0);  // no Close: the count still names this process
+    })), 0);
     EXPECT_TRUE(e.Wait(0));  // the child's Set reached us
     e.Close();
-    EXPECT_FALSE(Exists(name));
+    EXPECT_FALSE(ObjectExists(name));
 }
 #endif
 
@@ -186,20 +160,17 @@ TEST(NamedObjects, MutexOwnershipTimeoutsAndAbandonment) {
 
 #if !defined(_WIN32)  // fork(); on Windows SharedMemory.PartnerProcessStreamsThenDies kills an owner
     // So does a process killed while owning it.
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = thermokit::test::Spawn([&] {
         NamedMutex c;
-        if (!c.Create(name.c_str()) || c.Lock(0) != NamedMutex::Acquired) _exit(1);
-        pause();
-        _exit(0);
-    }
+        if (!c.Create(name.c_str()) || c.Lock(0) != NamedMutex::Acquired) return 1;
+        for (;;) ::pause();
+    });
     for (int i = 0; i < 500 && a.Lock(0) == NamedMutex::Acquired; ++i) {
         a.Unlock();  // the child has not taken it yet
         std::this_thread::sleep_for(2ms);
     }
     EXPECT_EQ(a.Lock(0), NamedMutex::TimedOut);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    thermokit::test::Kill(child);
     EXPECT_EQ(a.Lock(2000), NamedMutex::Abandoned);
     EXPECT_TRUE(a.Unlock());
 #endif

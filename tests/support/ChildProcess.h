@@ -9,11 +9,42 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace thermokit::test {
+
+// A fork of the test that runs body and exits with what it returns (99 when it
+// throws); the child never returns into the test framework.
+inline pid_t Spawn(const std::function<int()>& body) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        int code = 99;
+        try {
+            code = body();
+        } catch (...) {
+        }
+        ::_exit(code);
+    }
+    return pid;
+}
+
+// Waits for a spawned child: its exit status, minus the signal that ended it,
+// or -1000 when there is no such child.
+inline int Join(pid_t pid) {
+    int status = 0;
+    if (pid <= 0 || ::waitpid(pid, &status, 0) != pid) return -1000;
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : -999;
+}
+
+// Ends a spawned child at once, as a crash would, and reaps it.
+inline int Kill(pid_t pid) {
+    if (pid > 0) ::kill(pid, SIGKILL);
+    return Join(pid);
+}
 
 class ChildProcess {
 public:
