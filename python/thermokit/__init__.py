@@ -52,7 +52,9 @@ __all__ = [
 @_contextlib.contextmanager
 def threads(count):
     """Whole-film calls made from this thread inside the block use `count`
-    threads (None: as outside the block); other threads are not affected.
+    threads (None: the default of this thread, see set_threads); other
+    threads are not affected, and the count before the block comes back
+    after it.
 
         with thermokit.threads(2):
             thermokit.export(film, "run.npy", embedded=True)
