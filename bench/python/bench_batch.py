@@ -2,7 +2,7 @@
 what one task costs the scheduler.
 
     PYTHONPATH=build/release/python /usr/bin/python3 bench/python/bench_batch.py [--films 16] [--frames 200]
-        [--size 640x512] [--dir D] [--repeat 2] [--npy]
+        [--size 640x512] [--dir D] [--out D] [--repeat 2] [--npy]
 
   scaling   the same batch (--films films of --frames frames: corrected by a
             NUC table and a bad-pixel map, measured in temperatures through
@@ -27,7 +27,9 @@ what one task costs the scheduler.
             time the films' work took inside the tasks
 
 Films are made once in --dir (default a temporary folder, removed at the end)
-and kept there when --dir is given.
+and kept there when --dir is given. The outputs go to --dir/out, or to --out
+(e.g. a tmpfs such as /dev/shm, to see what writing back to the disk costs);
+their folder is removed at the end.
 """
 import argparse
 import hashlib
@@ -136,6 +138,7 @@ def main():
     p.add_argument("--frames", type=int, default=200)
     p.add_argument("--size", default="640x512")
     p.add_argument("--dir")
+    p.add_argument("--out", help="output folder (default: out under --dir)")
     p.add_argument("--repeat", type=int, default=2)
     p.add_argument("--npy", action="store_true")
     a = p.parse_args()
@@ -147,7 +150,7 @@ def main():
         inputs, nuc, bpr = make_films(folder, a.films, a.frames, size)
         options = dict(nuc=nuc, badpixels=bpr, embedded=True, emissivity=0.95, stats=True, lockin=True,
                        frequency=50.0 / 8, picture=True, npy=a.npy)
-        output = os.path.join(folder, "out")
+        output = os.path.join(a.out, "thermokit-bench-batch-out") if a.out else os.path.join(folder, "out")
         cores = len(os.sched_getaffinity(0))
         runs = {}
         # Warm: the films in the page cache, the output files made once.
@@ -178,6 +181,8 @@ def main():
     finally:
         if not a.dir:
             shutil.rmtree(folder, ignore_errors=True)
+        if a.out:
+            shutil.rmtree(os.path.join(a.out, "thermokit-bench-batch-out"), ignore_errors=True)
 
 
 if __name__ == "__main__":
