@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Batch runs on Dask: builds the release package and runs
 # bench/python/bench_batch.py (16 films of 200 x 640 x 512 on one worker
-# process, then two; the per-task overhead). Arguments go to the benchmark
-# (--films N, --frames N, --size WxH, --dir FOLDER, --repeat N, --npy).
+# process with one library thread, then every core, then on two workers of
+# one library thread each; the per-task overhead). Arguments go to the benchmark
+# (--films N, --frames N, --size WxH, --dir FOLDER, --out FOLDER, --repeat N, --npy).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh

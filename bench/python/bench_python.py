@@ -17,6 +17,11 @@ of input and the ratio against NumPy (above 1: thermokit is faster):
            after the other (a time ratio: below 1 is better); beside it the
            same ratio for hashlib's SHA-256 (which runs without the GIL),
            what the machine allows at the moment
+  whole    two whole-film calls (thermokit.stats in temperatures) on two
+           threads, each with the library's default for threads other than
+           the main one (one thread each), then each forced to every core
+           (thermokit.threads), against the same two calls one after the
+           other from the main thread (every core each)
 """
 import argparse
 import hashlib
@@ -96,22 +101,23 @@ def main():
                 film.read(k, out=levels)
                 law.to_temperature(levels, bits=film.bits, out=celsius)
 
-        serial = best(lambda: (work(first), work(second)), 3)
+        tries = max(5, args.repeat)
+        serial = best(lambda: (work(first), work(second)), tries)
 
-        def parallel():
-            threads = [threading.Thread(target=work, args=(f,)) for f in (first, second)]
+        def parallel(target, *extra):
+            threads = [threading.Thread(target=target, args=(f, *extra)) for f in (first, second)]
             for t in threads:
                 t.start()
             for t in threads:
                 t.join()
 
-        two = best(parallel, 3)
+        two = best(lambda: parallel(work), tries)
         data = bytes(64 << 20)
 
         def digest():
             hashlib.sha256(data).digest()
 
-        reference = best(lambda: (digest(), digest()), 3)
+        reference = best(lambda: (digest(), digest()), tries)
 
         def digests():
             threads = [threading.Thread(target=digest) for _ in range(2)]
@@ -120,9 +126,21 @@ def main():
             for t in threads:
                 t.join()
 
-        reference_two = best(digests, 3)
+        reference_two = best(digests, tries)
         print(f"threads  two threads {two:.3f} s, one after the other {serial:.3f} s   time ratio {two / serial:5.2f}"
               f"   (sha256 alike: {reference_two / reference:5.2f})")
+
+        def whole(film, count=None):
+            with thermokit.threads(count):
+                thermokit.stats(film, embedded=True)
+
+        cores = thermokit.get_threads()
+        whole_serial = best(lambda: (whole(first), whole(second)), args.repeat)
+        whole_default = best(lambda: parallel(whole), args.repeat)
+        whole_forced = best(lambda: parallel(whole, cores), args.repeat)
+        print(f"whole    two threads {whole_default:.3f} s (one library thread each), {whole_forced:.3f} s ({cores} each);"
+              f" one after the other {whole_serial:.3f} s ({cores} each)   time ratios {whole_default / whole_serial:5.2f},"
+              f" {whole_forced / whole_serial:5.2f}")
         first.close()
         second.close()
     finally:

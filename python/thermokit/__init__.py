@@ -12,6 +12,7 @@ when a file or an argument is not what is expected, IndexError for frames
 out of range and TypeError for arrays of the wrong type; their text is the
 thermokit tool's error line ("file NAME: what is wrong").
 """
+import contextlib as _contextlib
 import os as _os
 import tempfile as _tempfile
 
@@ -28,22 +29,41 @@ from ._thermokit import (
     correct,
     create,
     export,
+    get_threads,
     lockin,
     open,
     palettes,
     record,
     render,
+    set_threads,
     statistics,
     stats,
     write,
 )
-from ._thermokit import _check_conversion, _check_picture, _simulate
+from ._thermokit import _check_conversion, _check_picture, _restore_this_thread, _set_this_thread, _simulate
 
 __all__ = [
     "BadPixels", "Calibration", "Film", "Nuc", "Palette", "Statistics", "Writer",
-    "cameras", "correct", "create", "export", "lockin", "open", "palettes", "record", "render", "simulate",
-    "statistics", "stats", "write",
+    "cameras", "correct", "create", "export", "get_threads", "lockin", "open", "palettes", "record", "render",
+    "set_threads", "simulate", "statistics", "stats", "threads", "write",
 ]
+
+
+@_contextlib.contextmanager
+def threads(count):
+    """Whole-film calls made from this thread inside the block use `count`
+    threads (None: the default of this thread, see set_threads); other
+    threads are not affected, and the count before the block comes back
+    after it.
+
+        with thermokit.threads(2):
+            thermokit.export(film, "run.npy", embedded=True)
+    """
+    previous = _set_this_thread(count)
+    try:
+        yield
+    finally:
+        _restore_this_thread(previous)
 
 
 def _temporary_film(prefix):

@@ -196,6 +196,7 @@ void RegisterDisplay(py::module_& m);
 void RegisterAnalysis(py::module_& m);
 void RegisterProcessing(py::module_& m);
 void RegisterAcquisition(py::module_& m);
+void RegisterThreads(py::module_& m);
 
 }  // namespace thermokit::python
 

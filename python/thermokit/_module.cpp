@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include "_bindings.h"
 #include "thermokit/film/FilmReader.h"
 #include "thermokit/platform/LastError.h"
+#include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Version.h"
 #include "thermokit/processing/FilmConversion.h"
 
@@ -290,6 +292,64 @@ bool KelvinUnit(const std::string& unit) {
     throw ValueError("unit " + unit + ": \"degC\" or \"K\" expected");
 }
 
+// ---------------------------------------------------------------- threads
+//
+// Whole-film calls (stats, export, correct, render, lockin, simulate, tables
+// computed from films) run the library's frame pipeline. Called from the
+// main thread, it takes every core (or THERMOKIT_THREADS); called from any
+// other thread, one, because a program that runs its own threads over films
+// (a thread pool, a Dask worker) already keeps the cores busy and the two
+// kinds of threads would only compete. set_threads(n) sets the count for
+// every thread, threads(n) for the calls of one thread; results are the
+// same to the byte whatever the count.
+
+namespace {
+
+std::atomic<int> g_everyThread{0};  // set_threads(n); 0: the defaults
+thread_local int t_thisThread = 0;  // threads(n) on this thread; 0: none
+unsigned long g_mainThread = 0;     // PyThread_get_thread_ident() of Python's main thread
+bool g_environment = false;         // THERMOKIT_THREADS given: it holds for every thread
+
+// Asked by the library on the thread that starts whole-film work, without
+// the GIL (PyThread_get_thread_ident needs none).
+int PythonThreadRule() {
+    if (t_thisThread > 0) return t_thisThread;
+    if (const int n = g_everyThread.load(std::memory_order_relaxed); n > 0) return n;
+    if (g_environment || PyThread_get_thread_ident() == g_mainThread) return 0;
+    return 1;
+}
+
+int CheckedCount(const py::object& count, const char* name) {
+    if (count.is_none()) return 0;
+    if (py::isinstance<py::bool_>(count) || !py::isinstance<py::int_>(count))
+        throw TypeError(std::string(name) + ": a whole number or None expected");
+    const long long n = count.cast<long long>();
+    if (n < 1 || n > 4096) throw ValueError(std::string(name) + " " + std::to_string(n) + ": from 1 to 4096 expected");
+    return static_cast<int>(n);
+}
+
+}  // namespace
+
+void RegisterThreads(py::module_& m) {
+    g_mainThread = py::module_::import("threading").attr("main_thread")().attr("ident").cast<unsigned long>();
+    const char* env = std::getenv("THERMOKIT_THREADS");
+    g_environment = env && *env;
+    SetThreadCountRule(PythonThreadRule);
+    m.def("get_threads", [] { return GetThreadCount(); },
+          "The number of threads a whole-film call made from this thread uses now.");
+    m.def("set_threads", [](const py::object& count) { g_everyThread.store(CheckedCount(count, "count")); },
+          py::arg("count"),
+          "Threads for whole-film calls from every thread; None: the defaults (every core from the main "
+          "thread, or THERMOKIT_THREADS; one from other threads).");
+    m.def("_set_this_thread", [](const py::object& count) {
+              const int previous = t_thisThread;
+              t_thisThread = CheckedCount(count, "count");
+              return previous;
+          },
+          py::arg("count"));
+    m.def("_restore_this_thread", [](int previous) { t_thisThread = previous; }, py::arg("previous"));
+}
+
 }  // namespace thermokit::python
 
 PYBIND11_MODULE(_thermokit, m) {
@@ -328,4 +388,5 @@ PYBIND11_MODULE(_thermokit, m) {
     tp::RegisterAnalysis(m);
     tp::RegisterProcessing(m);
     tp::RegisterAcquisition(m);
+    tp::RegisterThreads(m);
 }

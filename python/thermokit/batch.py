@@ -164,13 +164,20 @@ def _figures(table, conversion):
 
 def process_film(job):
     """The work of one film (runs on a worker): its summary row. Every
-    failure the library tells becomes the row's error, with the tool's text."""
+    failure the library tells becomes the row's error, with the tool's text.
+    job["threads"]: the library's threads for the film (None: the worker's
+    default)."""
+    with thermokit.threads(job.get("threads")):
+        return _process_film(job)
+
+
+def _process_film(job):
     start = time.perf_counter()
     options, out = job["options"], job["outputs"]
     conversion = options["conversion"]
     row = {"film": job["name"], "frames": None, "status": "done", "error": "", "wall_s": None,
            "worker": f"{socket.gethostname()}:{os.getpid()}", "unit": "", "min": math.nan, "max": math.nan,
-           "mean": math.nan}
+           "mean": math.nan, "threads": thermokit.get_threads()}
     try:
         for path in out.values():
             os.makedirs(os.path.dirname(path) or ".", exist_ok=True)
@@ -260,6 +267,54 @@ def _options(nuc, badpixels, mapping, stats, npy, lockin, frequency, frame_rate,
     }
 
 
+def _guarded(test):
+    """`__name__ == "__main__"` (either way round)."""
+    import ast
+    if not (isinstance(test, ast.Compare) and len(test.ops) == 1 and isinstance(test.ops[0], ast.Eq)):
+        return False
+    sides = [test.left, test.comparators[0]]
+    return (any(isinstance(x, ast.Name) and x.id == "__name__" for x in sides)
+            and any(isinstance(x, ast.Constant) and x.value == "__main__" for x in sides))
+
+
+# The worker processes of a local cluster are started by the spawn method,
+# which imports the caller's script again in each: a batch at the script's
+# top level would start again in every worker, and no worker would ever be
+# ready. Such a run is refused before anything is written or started.
+_UNGUARDED = ("a local cluster's worker processes import the calling script again: run the batch "
+              "under `if __name__ == \"__main__\":` in a script")
+
+
+def _unguarded_script_line():
+    """The line of the running script (or `-m` module) from whose top level,
+    outside `if __name__ == "__main__":`, this call was made; None when the
+    call comes from a guarded block, a function called later, `python3 -c` or
+    an interactive session. The worker processes of a local cluster import
+    that script again, and such a line would run again in each of them."""
+    import ast
+    import dask
+    main = sys.modules.get("__main__")
+    path = getattr(main, "__file__", None)
+    if not path or dask.config.get("distributed.worker.multiprocessing-method", "spawn") == "fork":
+        return None
+    frame = sys._getframe(1)
+    while frame is not None and not (frame.f_globals is vars(main) and frame.f_code.co_name == "<module>"):
+        frame = frame.f_back
+    if frame is None:
+        return None
+    line = frame.f_lineno
+    try:
+        with open(path, "rb") as f:
+            tree = ast.parse(f.read(), path)
+    except (OSError, SyntaxError, ValueError):
+        return None
+    for node in ast.walk(tree):
+        if isinstance(node, ast.If) and _guarded(node.test) and node.body:
+            if node.body[0].lineno <= line <= (node.body[-1].end_lineno or line):
+                return None
+    return f"{path}, line {line}"
+
+
 @contextlib.contextmanager
 def _client(scheduler, workers):
     """A client of the scheduler at that address, or of a LocalCluster of
@@ -275,15 +330,37 @@ def _client(scheduler, workers):
         return
     import multiprocessing
     if getattr(multiprocessing.current_process(), "_inheriting", False):
-        # A worker process being started imports the caller's script again (the
-        # spawn start method); a script that runs a batch at its top level would
-        # start clusters within clusters.
-        raise UsageError("a local cluster's worker processes import the calling script again: run the batch "
-                         "under `if __name__ == \"__main__\":` in a script")
-    n = workers or os.cpu_count() or 1
-    with distributed.LocalCluster(n_workers=n, threads_per_worker=1, processes=True, dashboard_address=":0",
-                                  silence_logs=logging.ERROR) as cluster, distributed.Client(cluster) as client:
+        raise UsageError(_UNGUARDED)
+    with distributed.LocalCluster(n_workers=_local_workers(workers), threads_per_worker=1, processes=True,
+                                  dashboard_address=":0", silence_logs=logging.ERROR) as cluster, \
+            distributed.Client(cluster) as client:
         yield client
+
+
+def _cores():
+    """The cores this process may run on."""
+    try:
+        return len(os.sched_getaffinity(0)) or 1
+    except (AttributeError, OSError):
+        return os.cpu_count() or 1
+
+
+def _local_workers(workers):
+    return workers or _cores()
+
+
+def _task_threads(threads, scheduler, workers, client):
+    """The library's threads for each film's task: the count asked for; else
+    on a local cluster the cores shared among its workers (every core for
+    one worker, one each for one worker per core), unless THERMOKIT_THREADS
+    is set (the workers inherit it); else None: each worker's own default
+    (one thread, as a task runs on a thread other than the worker's main
+    one, or THERMOKIT_THREADS of the worker's environment)."""
+    if threads is not None:
+        return int(threads)
+    if client is not None or scheduler or os.environ.get("THERMOKIT_THREADS"):
+        return None
+    return max(1, _cores() // _local_workers(workers))
 
 
 def _previous(summary):
@@ -328,12 +405,15 @@ def run(inputs, output, *, pattern="*.film", nuc=None, badpixels=None, mapping=N
         lockin=False, frequency=None, frame_rate=None, filter="none", picture=False, frame=0, palette="2",
         palette_file=None, range=None, cut=None, isotherm=(), bar=False, roi=None, region_file=None, calib=None,
         embedded=False, emissivity=None, reflected=None, atmosphere=None, transmission=None, distance=None,
-        kelvin=False, scheduler=None, workers=None, force=False, progress=False, client=None):
+        kelvin=False, scheduler=None, workers=None, threads=None, force=False, progress=False, client=None):
     """Runs the batch; returns its summary rows (dicts), one per film in
     the order selected. UsageError (a ValueError) for options or inputs that
     cannot make a run; OSError when the output folder cannot be made or the
     scheduler cannot be reached. client: a distributed.Client to run on
-    instead of scheduler/workers (left open)."""
+    instead of scheduler/workers (left open). threads: the library's threads
+    for each film (default: on a local cluster the cores shared among its
+    workers, unless THERMOKIT_THREADS is set; on a cluster of your own each
+    worker's default, one)."""
     conversion = {"calib": calib, "embedded": embedded, "emissivity": emissivity, "reflected": reflected,
                   "atmosphere": atmosphere, "transmission": transmission, "distance": distance, "kelvin": kelvin}
     picture_options = {"frame": int(frame), "palette": str(palette), "palette_file": palette_file, "range": range,
@@ -344,6 +424,13 @@ def run(inputs, output, *, pattern="*.film", nuc=None, badpixels=None, mapping=N
         raise UsageError("nothing to write: give --stats, --npy, --lockin, --picture or a correction "
                          "(--nuc, --badpixels, --mapping)")
     _check(options)
+    if threads is not None and not (isinstance(threads, int) and 1 <= threads <= 4096):
+        raise UsageError(f"--threads {threads}: from 1 to 4096 expected")
+    task_threads = _task_threads(threads, scheduler, workers, client)
+    if client is None and not scheduler:
+        unguarded = _unguarded_script_line()
+        if unguarded:
+            raise UsageError(f"{_UNGUARDED} ({unguarded})")
     films = select(inputs, pattern)
     output = os.fspath(output)
     os.makedirs(output, exist_ok=True)
@@ -360,10 +447,12 @@ def run(inputs, output, *, pattern="*.film", nuc=None, badpixels=None, mapping=N
             old = previous_rows.get(name, {})
             rows.append({"film": name, "frames": old.get("frames"), "status": "skipped", "error": "",
                          "wall_s": 0.0, "worker": "", "unit": old.get("unit", ""),
-                         "min": _nan(old.get("min")), "max": _nan(old.get("max")), "mean": _nan(old.get("mean"))})
+                         "min": _nan(old.get("min")), "max": _nan(old.get("max")), "mean": _nan(old.get("mean")),
+                         "threads": None})
         else:
             rows.append(None)
-            jobs.append((len(rows) - 1, {"path": path, "name": name, "options": options, "outputs": out}))
+            jobs.append((len(rows) - 1, {"path": path, "name": name, "options": options, "outputs": out,
+                                         "threads": task_threads}))
 
     if jobs:
         try:
@@ -411,7 +500,7 @@ def _compute(client, jobs, progress):
         if isinstance(error, distributed.KilledWorker):
             text = "the workers running it died (a crash or killed); it was retried and died again"
         yield index, {"film": job["name"], "frames": None, "status": "failed", "error": text, "wall_s": None,
-                      "worker": "", "unit": "", "min": math.nan, "max": math.nan, "mean": math.nan}
+                      "worker": "", "unit": "", "min": math.nan, "max": math.nan, "mean": math.nan, "threads": None}
 
 
 # ---------------------------------------------------------------- command line
@@ -465,6 +554,8 @@ def _parser():
     s = g.add_mutually_exclusive_group()
     s.add_argument("--scheduler", help="address of a running Dask scheduler (tcp://HOST:8786)")
     s.add_argument("--workers", type=int, help="worker processes of the local cluster (default: one per core)")
+    g.add_argument("--threads", type=int, help="the library's threads for each film (default: the local cluster's "
+                   "cores shared among its workers; on --scheduler, each worker's THERMOKIT_THREADS, else 1)")
     g.add_argument("--force", action="store_true", help="redo films whose outputs are complete")
     g.add_argument("-q", "--quiet", action="store_true", help="no progress bar and no closing line")
     return p

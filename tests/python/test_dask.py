@@ -121,6 +121,10 @@ def test_batch_writes_what_the_tool_writes_and_failures_are_rows(films, client, 
         assert r["error"] == tool_error("correct", source / r["film"], *corrections, "-o", ref / "x.film")
     summary = json.load(open(out / "summary.json"))
     assert [r["frames"] for r in summary["films"]] == [None, None, 32, 32]
+    # Two workers of a local cluster share the cores; a worker of the caller's own cluster has its default, one.
+    env_threads = os.environ.get("THERMOKIT_THREADS")
+    shared = int(env_threads or max(1, len(os.sched_getaffinity(0)) // 2))
+    assert [r["threads"] for r in summary["films"]] == [shared] * 4
     for name in ("s0", "s1"):
         film, mine = source / "runs" / f"{name}.film", out / "runs" / name
         corrected = ref / f"{name}.film"
@@ -147,6 +151,7 @@ def test_batch_writes_what_the_tool_writes_and_failures_are_rows(films, client, 
     os.utime(source / "runs" / "s1.film")
     again = thermokit.batch.run([source], out, client=client, **batch_kwargs(corrections, conversion, outputs))
     assert [r["status"] for r in again] == ["failed", "failed", "skipped", "done"]
+    assert [r["threads"] for r in again] == [int(env_threads or 1)] * 2 + [None, int(env_threads or 1)]
     assert again[2]["mean"] == pytest.approx(float(rows[2]["mean"]))
     forced = thermokit.batch.run([source / "runs"], out / "runs", client=client,
                                  **batch_kwargs(corrections, conversion, outputs + ["--force"]))
@@ -262,3 +267,21 @@ def test_batch_on_a_scheduler_and_worker_started_apart(films, tmp_path):
                 except subprocess.TimeoutExpired:
                     p.kill()
                     p.wait()
+
+
+def test_a_script_must_guard_its_batch_and_one_worker_takes_every_core(films, tmp_path):
+    script, out = tmp_path / "script.py", tmp_path / "out"
+    call = f"thermokit.batch.run([{films['plate']!r}], {str(out)!r}, stats=True, workers=1)"
+    env = {k: v for k, v in os.environ.items() if k != "THERMOKIT_THREADS"}
+
+    def run(text):
+        script.write_text(text)
+        return subprocess.run(["/usr/bin/python3", script], env=env, capture_output=True, text=True, timeout=60)
+
+    # At the top level, every worker process would run the batch again: refused before any starts.
+    r = run(f"import thermokit.batch\n{call}\n")
+    assert r.returncode == 1 and not out.exists()
+    assert f'under `if __name__ == "__main__":` in a script ({script}, line 2)' in r.stderr
+    r = run(f"import thermokit.batch\nif __name__ == '__main__':\n    print([r['threads'] for r in {call}])\n")
+    assert r.returncode == 0, r.stderr
+    assert r.stdout == f"[{len(os.sched_getaffinity(0))}]\n"

@@ -230,3 +230,51 @@ def test_heavy_calls_let_other_threads_run(call, big, films):
     times = [start] + [t for t in stamps if start < t < end] + [end]
     longest = max(b - a for a, b in zip(times, times[1:]))
     assert longest < 0.5 * (end - start), (longest, end - start)
+
+
+THREAD_COUNTS = """
+import json, threading, thermokit
+def counts():
+    seen = [thermokit.get_threads()]
+    t = threading.Thread(target=lambda: seen.append(thermokit.get_threads()))
+    t.start()
+    t.join()
+    return seen
+print(json.dumps(counts()))
+with thermokit.threads(5):
+    print(json.dumps(counts()))
+thermokit.set_threads(4)
+print(json.dumps(counts()))
+thermokit.set_threads(None)
+print(json.dumps(counts()))
+"""
+
+
+def test_whole_film_calls_take_every_core_from_the_main_thread_only(films, tmp_path):
+    """The library's threads as whole-film calls see them, from the main thread and from another one."""
+    def counts(**env):
+        env = {k: v for k, v in os.environ.items() if k != "THERMOKIT_THREADS"} | env
+        r = subprocess.run(["/usr/bin/python3", "-c", THREAD_COUNTS], env=env, capture_output=True, text=True,
+                           timeout=60)
+        assert r.returncode == 0, r.stderr
+        return [json.loads(line) for line in r.stdout.splitlines()]
+
+    cores = len(os.sched_getaffinity(0))
+    assert counts() == [[cores, 1], [5, 1], [4, 4], [cores, 1]]
+    assert counts(THERMOKIT_THREADS="3") == [[3, 3], [5, 3], [4, 4], [3, 3]]
+    with pytest.raises(ValueError, match="count 0: from 1 to 4096"):
+        thermokit.set_threads(0)
+    with pytest.raises(TypeError):
+        thermokit.threads(2.5).__enter__()
+
+    # The same bytes whatever the count.
+    def export(name, count=None):
+        with thermokit.threads(count):
+            thermokit.export(films["lockin"], tmp_path / f"{name}.npy", embedded=True)
+
+    export("main")
+    other = threading.Thread(target=export, args=("other",))
+    other.start()
+    other.join()
+    export("three", 3)
+    assert len({(tmp_path / f"{n}.npy").read_bytes() for n in ("main", "other", "three")}) == 1

@@ -33,6 +33,7 @@ namespace thermokit {
 namespace {
 
 std::atomic<int> g_threads{0};  // 0: the default
+std::atomic<ThreadCountRule> g_rule{nullptr};
 
 // The stages one after the other, item by item, in slot 0.
 unsigned long RunSerial(unsigned long count, const FramePipeline::Stage& read, const FramePipeline::Stage& process,
@@ -196,12 +197,18 @@ int DefaultThreads() {
 }  // namespace
 
 int GetThreadCount() {
+    if (const ThreadCountRule rule = g_rule.load(std::memory_order_acquire)) {
+        const int n = rule();
+        if (n > 0) return std::min(n, 4096);
+    }
     const int n = g_threads.load(std::memory_order_relaxed);
     if (n > 0) return n;
     return DefaultThreads();
 }
 
 void SetThreadCount(int count) { g_threads.store(count > 0 ? count : 0); }
+
+void SetThreadCountRule(ThreadCountRule rule) { g_rule.store(rule, std::memory_order_release); }
 
 int FramePipeline::Slots(int threads) { return 2 * std::max(1, threads) + 1; }
 

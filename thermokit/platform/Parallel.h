@@ -9,8 +9,9 @@
 // to the byte whatever the number of threads. Work on one frame stays on one
 // thread (the kernels are single-threaded and allocation-free).
 //
-// The threads come from oneTBB; the count is SetThreadCount's, else the
-// environment's THERMOKIT_THREADS, else every core the process may use.
+// The threads come from oneTBB; the count is the thread count rule's, else
+// SetThreadCount's, else the environment's THERMOKIT_THREADS, else every core
+// the process may use.
 #include <functional>
 
 namespace thermokit {
@@ -19,6 +20,14 @@ namespace thermokit {
 int GetThreadCount();
 // From now on; 0 or below goes back to THERMOKIT_THREADS or every core.
 void SetThreadCount(int count);
+
+// A program whose own threads start whole-film work may choose the count by
+// the thread that starts it (a thread of a pool of its own that already
+// keeps the cores busy wants one): `rule` is asked on that thread first, and
+// a count of 0 or below leaves the choice to SetThreadCount and the default.
+// It must be cheap and safe to call from any thread. nullptr removes it.
+using ThreadCountRule = int (*)();
+void SetThreadCountRule(ThreadCountRule rule);
 
 class FramePipeline {
 public:
