@@ -155,7 +155,7 @@ int RunAnimate(const AnimateOptions& o) {
     if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
     const double rate = film.ptr->GetFrameRate();
     if (o.fps <= 0.0 && !(rate > 0.0)) {
-        Error("file " + o.file + ": the film's header holds no frame rate; give --fps");
+        FileError(o.file, "the film's header holds no frame rate; give --fps");
         return kFailed;
     }
     // Real time: each GIF frame lasts the film time it stands for, unless --fps says otherwise.
@@ -165,7 +165,7 @@ int RunAnimate(const AnimateOptions& o) {
     OutputFile out(o.output);
     GifFile gif;
     if (!gif.Open(out.Temp())) {
-        Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+        FileError(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
@@ -176,7 +176,7 @@ int RunAnimate(const AnimateOptions& o) {
     std::vector<uint8_t> index;
     GifColours(picture->Colours(), setup.palette.size(), map, index);
     if (!gif.Start(picture->Width(), picture->Height(), map)) {
-        Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+        FileError(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     Progress progress("animate", frames.size());
@@ -189,12 +189,12 @@ int RunAnimate(const AnimateOptions& o) {
     };
     const auto add = [&](const DrawnFrame& d) {
         if (gif.Frame(pixels[static_cast<size_t>(d.slot)], Delay(d.item, seconds))) return true;
-        *d.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
+        *d.error = FileErrorText(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return false;
     };
     if (!DrawFilmFrames(*picture, film, o.file, frames, colour, add, progress)) return kFailed;
     if (!gif.Close()) {
-        Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+        FileError(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     if (!out.Commit()) return kFailed;

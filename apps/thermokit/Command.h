@@ -50,7 +50,8 @@ void Error(const std::string& text);
 void Warning(const std::string& text);
 // A number as %g writes it.
 std::string Number(double value);
-// Error("file " + path + ": " + what).
+// The one form of a file's error: "file PATH: what is wrong"; FileError prints it.
+std::string FileErrorText(const std::string& path, const std::string& what);
 void FileError(const std::string& path, const std::string& what);
 
 // --quiet, given anywhere on the command line: no progress bars and no summary

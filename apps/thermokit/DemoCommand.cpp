@@ -180,7 +180,7 @@ bool Demo::Record(const std::string& name, const CSimScene& scene, unsigned long
                   const CSimFilm::FrameHook& hook) {
     m_det->Wait(2.0);  // the operator sets the next source up
     if (!CSimFilm::Record(Film(name), *m_det, scene, frames, truth, hook)) {
-        Error("file " + Film(name) + ": cannot be written");
+        FileError(Film(name), "cannot be written");
         return false;
     }
     return true;
@@ -190,7 +190,7 @@ bool Demo::Record(const std::string& name, const CSimScene& scene, unsigned long
 int Demo::ReadAverage(const std::string& path, bool corrected, std::vector<double>& mean, unsigned long& frames) {
     CPtr film(path, 0, 0, 0);
     if (!film.IsValid()) {
-        Error("file " + path + ": not a readable film");
+        FileError(path, "not a readable film");
         return 0;
     }
     std::unique_ptr<CCorrection> corr;
@@ -217,14 +217,14 @@ bool Demo::AgainstTruth(const std::string& path, const std::string& truthPath,
     auto truths = PerSlot([&] { return std::make_unique<CPtrFloat>(truthPath, 0, 0, 0); });
     auto values = PerSlot([&] { return std::vector<double>(static_cast<size_t>(m_size)); });
     if (!film.IsValid() || !truths.front()->IsValid()) {
-        Error("file " + path + ": cannot be read back");
+        FileError(path, "cannot be read back");
         return false;
     }
     FilmPipeline pipe(film);
     const auto process = [&](FilmFrame& f) {
         const size_t slot = static_cast<size_t>(f.slot);
         if (!truths[slot]->ReadFrame(f.index, values[slot].data(), static_cast<unsigned long>(m_size))) {
-            f.error = "file " + truthPath + ": frame " + std::to_string(f.index) + " cannot be read";
+            f.error = FileErrorText(truthPath, "frame " + std::to_string(f.index) + " cannot be read");
             return false;
         }
         measure(f, values[slot].data());
@@ -280,7 +280,7 @@ bool Demo::SavePicture(const std::string& name, const std::vector<unsigned short
         wnd.ReleaseDC(dc);
         ok = wnd.SavePng(path.c_str()) != 0;
     }
-    if (!ok) Error("file " + path + ": cannot be written");
+    if (!ok) FileError(path, "cannot be written");
     return ok;
 }
 
@@ -301,7 +301,7 @@ bool Demo::SaveTemperatures(const std::string& name, const std::vector<float>& c
     }
     picture.Draw(nullptr, values.data());
     if (!picture.SavePng(path.c_str())) {
-        Error("file " + path + ": cannot be written");
+        FileError(path, "cannot be written");
         return false;
     }
     return true;
@@ -366,7 +366,7 @@ int Demo::StageNuc() {
     }
     const std::string nucPath = Utf8FromPath(m_dir / "camera.nuc");
     if (!nuc.Save(nucPath.c_str())) {
-        Error("file " + nucPath + ": cannot be written");
+        FileError(nucPath, "cannot be written");
         return 0;
     }
     m_alpha.assign(nuc.GetAlpha(), nuc.GetAlpha() + m_size);
@@ -379,7 +379,7 @@ int Demo::StageNuc() {
     CNoise noise(film.GetPoint(), film.GetLine(), film.GetBit(), 0);
     const double* nmap = NoiseFilm(film, avg, noise) ? noise.GetBuffer() : nullptr;
     if (!nmap) {
-        Error("file " + Film("noise_25C.film") + ": no frame could be read");
+        FileError(Film("noise_25C.film"), "no frame could be read");
         return 0;
     }
     m_noise.assign(nmap, nmap + m_size);

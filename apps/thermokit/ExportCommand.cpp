@@ -139,7 +139,7 @@ int WritePngSequence(const ExportOptions& o, const PictureSetup& setup, ExportWo
     }
     const auto save = [&](const DrawnFrame& d) {
         if (picture->SavePng(outs[d.item]->c_str(), *d.canvas)) return true;
-        *d.error = "file " + outs[d.item]->Path() + ": cannot be written";
+        *d.error = FileErrorText(outs[d.item]->Path(), "cannot be written");
         return false;
     };
     if (!DrawFilmFrames(*picture, w.film, o.file, w.frames, save, {}, progress)) return kFailed;

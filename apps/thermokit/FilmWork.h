@@ -49,7 +49,7 @@ bool AppendFrame(CPtr& out, const std::string& outPath, FilmFrame& f, CFrame& fr
     std::memcpy(out.GetImageHeaderAddress(), f.header, sizeof f.header);
     adjust(out);
     if (out.AddFrame(&frame) == 1) return true;
-    f.error = "file " + outPath + ": frame " + std::to_string(f.index) + " cannot be written";
+    f.error = FileErrorText(outPath, "frame " + std::to_string(f.index) + " cannot be written");
     return false;
 }
 

@@ -170,7 +170,7 @@ std::string Text(const char* field, size_t size) { return Latin1ToUtf8(std::stri
 int NucInfo(const InfoOptions& o, Json& out) {
     CNuc nuc(o.file.c_str());
     if (!nuc.IsValid()) {
-        Error("file " + o.file + ": NUC table signature \"COE\", but the file is shorter than its two tables or damaged");
+        FileError(o.file, "NUC table signature \"COE\", but the file is shorter than its two tables or damaged");
         return kFailed;
     }
     const NUC_HEADER& h = nuc.GetHeader();
@@ -204,7 +204,7 @@ int NucInfo(const InfoOptions& o, Json& out) {
 int PixelInfo(const InfoOptions& o, Json& out) {
     CPixel map(o.file.c_str());
     if (!map.IsValid()) {
-        Error("file " + o.file + ": bad-pixel map signature \"PIX\", but " +
+        FileError(o.file, "bad-pixel map signature \"PIX\", but " +
               (map.GetLastErrorMessage().empty() ? std::string("the file is damaged") : map.GetLastErrorMessage()));
         return kFailed;
     }
@@ -230,7 +230,7 @@ int PixelInfo(const InfoOptions& o, Json& out) {
 int MappingInfo(const InfoOptions& o, Json& out) {
     CMapping map(o.file.c_str());
     if (!map.IsValid()) {
-        Error("file " + o.file + ": " + map.GetLastErrorText());
+        FileError(o.file, map.GetLastErrorText());
         return kFailed;
     }
     const unsigned char* h = map.GetHeader();
@@ -250,7 +250,7 @@ int MappingInfo(const InfoOptions& o, Json& out) {
 int CalibrationInfo(const InfoOptions& o, Json& out) {
     CCalibration cal("", 0);
     if (!cal.Open(o.file.c_str())) {
-        Error("file " + o.file + ": calibration tag \"EXP\", but the file is damaged or shorter than its parts");
+        FileError(o.file, "calibration tag \"EXP\", but the file is damaged or shorter than its parts");
         return kFailed;
     }
     const CCalibration::CALIBRATION_HEADER& h = cal.GetHeader();
@@ -294,7 +294,7 @@ int CalibrationInfo(const InfoOptions& o, Json& out) {
 int CatalogueInfo(const InfoOptions& o, Json& out) {
     CNucFile cat(o.file.c_str());
     if (!cat.IsValid()) {
-        Error("file " + o.file + ": NUC catalogue signature \"NUC\", but its counts are too large or the file is "
+        FileError(o.file, "NUC catalogue signature \"NUC\", but its counts are too large or the file is "
               "shorter than its records");
         return kFailed;
     }
@@ -350,7 +350,7 @@ int ResponseInfo(const InfoOptions& o, Json& out) {
 int PaletteInfo(const InfoOptions& o, Json& out) {
     CLogPalette reader(CLogPalette::GREY, 0, nullptr);
     if (!reader.ReadIniFile(o.file.c_str())) {
-        Error("file " + o.file + ": cannot be read as a palette file");
+        FileError(o.file, "cannot be read as a palette file");
         return kFailed;
     }
     out["kind"] = "palette file";

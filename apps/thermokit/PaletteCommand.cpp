@@ -72,7 +72,7 @@ int RunRender(const PaletteOptions& o) {
     palette.Display(&wnd, o.vertical ? 0 : 1, 0, 65535, 65535, 65535);
     OutputFile target(o.output);
     if (!wnd.SavePng(target.c_str())) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     if (!target.Commit()) return kFailed;

@@ -102,7 +102,7 @@ HKEY OpenExisting(RegistryRoot root, const std::string& path, bool write) {
     if (!RegistryStore::Exists(file)) return HKEY();
     std::string why;
     const HKEY rootKey = RegistryKey::OpenRoot(root, write, &why);
-    if (!rootKey) Error("file " + file + ": " + why + "; its settings are not used");
+    if (!rootKey) FileError(file, why + "; its settings are not used");
     return rootKey.OpenSubKey(path, false);
 }
 
@@ -375,7 +375,7 @@ int RunExport(const Options& o) {
     out << text;
     out.close();
     if (!out) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     return target.Commit() ? kDone : kFailed;

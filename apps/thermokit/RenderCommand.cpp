@@ -30,7 +30,7 @@ int RunRender(const RenderOptions& o) {
     if (!OpenFilm(o.file, film)) return kFailed;
     const unsigned long n = static_cast<unsigned long>(o.frame);
     if (n >= film.frames) {
-        Error("file " + o.file + ": no frame " + std::to_string(n) + " (the film holds " + std::to_string(film.frames) +
+        FileError(o.file, "no frame " + std::to_string(n) + " (the film holds " + std::to_string(film.frames) +
               ")");
         return kFailed;
     }
@@ -42,7 +42,7 @@ int RunRender(const RenderOptions& o) {
     if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
     OutputFile out(o.output);
     if (!picture->SavePng(out.c_str())) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     if (!out.Commit()) return kFailed;

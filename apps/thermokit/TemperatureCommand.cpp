@@ -53,17 +53,17 @@ bool OpenTemperatureFrame(const TemperatureOptions& o, TemperatureWork& w) {
     Film& film = w.film;
     if (!OpenFilm(o.file, film)) return false;
     if (film.doubles) {
-        Error("file " + o.file + ": a film of doubles holds values already; temperatures are read from films of levels");
+        FileError(o.file, "a film of doubles holds values already; temperatures are read from films of levels");
         return false;
     }
     w.n = static_cast<unsigned long>(o.frame);
     if (w.n >= film.frames) {
-        Error("file " + o.file + ": no frame " + std::to_string(w.n) + " (the film holds " +
+        FileError(o.file, "no frame " + std::to_string(w.n) + " (the film holds " +
               std::to_string(film.frames) + ")");
         return false;
     }
     if (!o.pixel.empty() && (w.px >= film.point || w.py >= film.line)) {
-        Error("file " + o.file + ": --pixel " + o.pixel + " lies outside the " + std::to_string(film.point) + " x " +
+        FileError(o.file, "--pixel " + o.pixel + " lies outside the " + std::to_string(film.point) + " x " +
               std::to_string(film.line) + " image");
         return false;
     }

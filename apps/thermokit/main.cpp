@@ -298,7 +298,9 @@ std::string Number(double value) {
     return text;
 }
 
-void FileError(const std::string& path, const std::string& what) { Error("file " + path + ": " + what); }
+std::string FileErrorText(const std::string& path, const std::string& what) { return "file " + path + ": " + what; }
+
+void FileError(const std::string& path, const std::string& what) { Error(FileErrorText(path, what)); }
 
 }  // namespace thermokit::cli
 
