@@ -1,6 +1,7 @@
 // What the film commands share: opening, frame ranges, points and rectangles.
 #include "FilmInput.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <string>
 
@@ -81,6 +82,8 @@ CLI::Validator FrameRange() {
         },
         "A:B");
 }
+
+double RoundToMicroseconds(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
 bool ParsePoint(const std::string& text, long& x, long& y) {
     char* end = nullptr;

@@ -48,6 +48,10 @@ bool ParseFrames(const std::string& text, unsigned long count, unsigned long& fi
 // range that is not one is a usage error.
 CLI::Validator FrameRange();
 
+// Seconds to the nearest microsecond, the finest unit a frame's time holds
+// (times are shown rounded, never truncated).
+double RoundToMicroseconds(double seconds);
+
 // "X,Y"; false when it is not that.
 bool ParsePoint(const std::string& text, long& x, long& y);
 

@@ -121,7 +121,7 @@ int FrameTimes(const InfoOptions& o, CPtr& film, Json& out) {
         }
         double elapsed = t - start;
         if (elapsed < -43200.0) elapsed += 86400.0;  // past midnight
-        list.push_back({{"frame", n}, {"time_s", std::round(elapsed * 1e6) / 1e6}, {"time_of_day_s", t}});
+        list.push_back({{"frame", n}, {"time_s", RoundToMicroseconds(elapsed)}, {"time_of_day_s", RoundToMicroseconds(t)}});
     }
     out["frame_times"] = list;
     return kDone;

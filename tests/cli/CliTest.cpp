@@ -702,3 +702,41 @@ TEST(Cli, InterruptedCommandLeavesNothing) {
     std::filesystem::remove_all(dir);
 }
 #endif
+
+// A file that is not a palette file and a typed read of a missing setting are refused like the other
+// failures; frame times come from the film's start beside the time of day, rounded to the microsecond.
+TEST(Cli, RefusalsAndRoundedFrameTimes) {
+    if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
+    thermokit::test::UsePrivateStores();
+    const std::string dir = Folder("second");
+    WriteText(dir + "/x.pal", "not a palette file\n");
+    Result r = Tool("palette list --file " + dir + "/x.pal");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err.rfind("thermokit: file " + dir + "/x.pal: no palette in it", 0), 0u) << r.err;
+    const Result untyped = Tool("registry get setup NoSuchValue");
+    r = Tool("registry get setup NoSuchValue --type int");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, untyped.err);
+    EXPECT_NE(r.err.find("no value \"NoSuchValue\""), std::string::npos) << r.err;
+    r = Tool("registry get setup NoSuchValue --type int --default 7");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, "7\n");
+    // 100 frames a second: frame 1 is stored as 9 ms 999 us after the first.
+    ASSERT_EQ(Tool("simulate --quiet --size 8x8 --count 3 -o " + dir + "/s.film").code, 0);
+    const Json times = Json::parse(Tool("info --json --frames 1:1 " + dir + "/s.film").out)["frame_times"][0];
+    EXPECT_EQ(times["time_s"].dump(), "0.009999");
+    EXPECT_EQ(times["time_of_day_s"].dump(), "32400.009999");
+    const std::vector<std::string> lines = Split(Tool("stats " + dir + "/s.film").out, '\n');
+    ASSERT_GE(lines.size(), 4u);
+    const auto word = [](const std::string& line, int k) {
+        std::istringstream in(line);
+        std::string w;
+        for (int i = 0; i <= k; ++i) in >> w;
+        return w;
+    };
+    EXPECT_EQ(word(lines[1], 1), "time_s");
+    EXPECT_EQ(word(lines[1], 2), "time_of_day_s");
+    EXPECT_EQ(word(lines[3], 1), "0.009999");
+    EXPECT_EQ(word(lines[3], 2), "32400.009999");
+    std::filesystem::remove_all(dir);
+}
