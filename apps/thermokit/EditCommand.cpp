@@ -21,6 +21,7 @@ struct EditOptions {
     int rotate = 0;
     std::string flip;
     std::string frames;
+    bool salvage = false;
 };
 
 // The edited image of src (point x line levels): the crop rectangle, then the
@@ -73,7 +74,7 @@ struct EditWork {
 
 bool OpenEdit(const EditOptions& o, EditWork& w) {
     Film& film = w.film;
-    if (!OpenFilm(o.file, film)) return false;
+    if (!(o.salvage ? OpenFilmToSalvage(o.file, film) : OpenFilm(o.file, film))) return false;
     if (film.doubles) {
         FileError(o.file, "a film of doubles cannot be edited (films of 16-bit levels only)");
         return false;
@@ -157,7 +158,10 @@ void AddEditCommand(CLI::App& app) {
     sub->add_option("--rotate", o->rotate, "Quarter turns after the crop: 90 (clockwise), 180 or 270");
     sub->add_option("--flip", o->flip, "Mirror after the turn: h (columns) or v (lines)");
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
-    sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59");
+    sub->add_flag("--salvage", o->salvage,
+                  "A film cut short: write its whole frames (the new header counts them) instead of refusing it");
+    sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59\n"
+                "         thermokit edit cut.film --salvage -o repaired.film");
     sub->callback([o] { SetAction([o] { return RunEdit(*o); }); });
 }
 

@@ -1,7 +1,9 @@
 // What the film commands share: opening, frame ranges, points and rectangles.
 #include "FilmInput.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 
@@ -18,6 +20,46 @@ bool OpenFilm(const std::string& path, Film& film) {
     film.frames = film.ptr->GetFrameNumber();
     film.point = film.ptr->GetPoint();
     film.line = film.ptr->GetLine();
+    return true;
+}
+
+unsigned long WholeFrames(const CPtrOver& film) {
+    const uint64_t record = static_cast<uint64_t>(film.GetRecordWords()) * 2u;
+    const int64_t size = film.GetFileSize();
+    const uint64_t body = size > film.GetHeaderSize() ? static_cast<uint64_t>(size) - film.GetHeaderSize() : 0;
+    const unsigned long frames = film.GetFrameNumber();
+    return record ? static_cast<unsigned long>(std::min<uint64_t>(frames, body / record)) : 0;
+}
+
+bool OpenFilmToSalvage(const std::string& path, Film& film) {
+    const std::string why = FileProblem(path);
+    if (!why.empty()) {
+        FileError(path, why);
+        return false;
+    }
+    std::unique_ptr<CPtr> ptr;
+    {
+        CPtrOver header(path);
+        if (!header.IsValid()) {
+            FileError(path, header.GetLastErrorText().empty() ? "not a film" : header.GetLastErrorText());
+            return false;
+        }
+        if (CPtrOver::PixelBytes(header.GetHeaderAddress()) == 8) ptr = std::make_unique<CPtrFloat>(path, 0, 0, 1);
+        else ptr = std::make_unique<CPtr>(path, 0, 0, 1);
+    }
+    if (ptr->IsValid() && FilmIncomplete(*ptr).empty()) return OpenFilm(path, film);
+    const unsigned long whole = ptr->IsValid() ? WholeFrames(*ptr) : 0;
+    if (whole == 0) {
+        FileError(path, "cut short before its first whole frame: nothing to salvage");
+        return false;
+    }
+    Warning("file " + path + ": shorter than its " + std::to_string(ptr->GetFrameNumber()) + " frames; the " +
+            std::to_string(whole) + " whole frame(s) are salvaged");
+    film.doubles = ptr->GetPixelBytes() == 8;
+    film.frames = whole;
+    film.point = ptr->GetPoint();
+    film.line = ptr->GetLine();
+    film.ptr = std::move(ptr);
     return true;
 }
 

@@ -36,6 +36,14 @@ struct Film {
 
 bool OpenFilm(const std::string& path, Film& film);
 
+// The frames the file holds whole (the header's count, or fewer in a film cut short).
+unsigned long WholeFrames(const CPtrOver& film);
+
+// A film cut short opened all the same, its frame count that of its whole
+// frames, with a warning naming them; false with a message when it cannot
+// be read or holds no whole frame. A complete film opens as with OpenFilm.
+bool OpenFilmToSalvage(const std::string& path, Film& film);
+
 // Reads image n into the film's own frame (and double buffer); false with a message.
 bool ReadFilmFrame(Film& film, const std::string& path, unsigned long n);
 

@@ -738,5 +738,17 @@ TEST(Cli, RefusalsAndRoundedFrameTimes) {
     EXPECT_EQ(word(lines[1], 2), "time_of_day_s");
     EXPECT_EQ(word(lines[3], 1), "0.009999");
     EXPECT_EQ(word(lines[3], 2), "32400.009999");
+    // Written back, those times stay as they were: an unchanged edit copies the film byte for byte.
+    const std::string film = dir + "/s.film";
+    ASSERT_EQ(Tool("edit --quiet " + film + " -o " + dir + "/same.film").code, 0);
+    EXPECT_EQ(ReadText(dir + "/same.film"), ReadText(film));
+    // A film cut short: refused, or with --salvage its whole frames, as an edit of those frames writes them.
+    WriteText(dir + "/cut.film", ReadText(film).substr(0, ReadText(film).size() - 50));
+    EXPECT_EQ(Tool("edit " + dir + "/cut.film -o " + dir + "/r.film").code, 1);
+    r = Tool("edit --quiet " + dir + "/cut.film --salvage -o " + dir + "/r.film");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.err.find("the 2 whole frame(s) are salvaged"), std::string::npos) << r.err;
+    ASSERT_EQ(Tool("edit --quiet " + film + " --frames 0:1 -o " + dir + "/first.film").code, 0);
+    EXPECT_EQ(ReadText(dir + "/r.film"), ReadText(dir + "/first.film"));
     std::filesystem::remove_all(dir);
 }
