@@ -148,6 +148,11 @@ int RunDetect(const DetectOptions& o) {
          "offset & noise %ld, gain & noise %ld, all three %ld)\n",
          o.output.c_str(), src.point, src.line, map.GetSize(), map.GetGain(), map.GetOffset(), map.GetNoise(),
          map.GetOffsetGain(), map.GetOffsetNoise(), map.GetGainNoise(), map.GetOffsetGainNoise());
+    // The report's own first line names the report file (its fixed format); said here: whose it is, and how
+    // it counts places (badpixels list gives them from 0).
+    if (!o.report.empty())
+        Note("%s: report of the map %s; coordinates 1-based (column 1, line 1 is the first pixel)\n",
+             o.report.c_str(), o.output.c_str());
     return kDone;
 }
 

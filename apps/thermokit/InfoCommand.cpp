@@ -81,11 +81,9 @@ std::string StartTime(const CPtrOver& film) {
 // What a film is at a glance: size, depth, frames (and how many the file
 // holds whole), rate, duration, start, camera, whether it carries its law.
 void FilmSummary(CPtrOver& film, Json& out) {
-    const uint64_t record = static_cast<uint64_t>(film.GetRecordWords()) * 2u;
     const int64_t size = film.GetFileSize();
-    const uint64_t body = size > film.GetHeaderSize() ? static_cast<uint64_t>(size) - film.GetHeaderSize() : 0;
     const unsigned long frames = film.GetFrameNumber();
-    const unsigned long whole = record ? static_cast<unsigned long>(std::min<uint64_t>(frames, body / record)) : 0;
+    const unsigned long whole = WholeFrames(film);
     const float rate = film.GetFrameRate();
     _SCalibrationRBF law{};
     out["kind"] = CPtrOver::PixelBytes(film.GetHeaderAddress()) == 8 ? "film of doubles" : "film";
