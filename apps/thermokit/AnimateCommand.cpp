@@ -211,7 +211,8 @@ void AddAnimateCommand(CLI::App& app) {
     auto o = std::make_shared<AnimateOptions>();
     auto* sub = app.add_subcommand("animate", "Write frames of a film as an animated GIF, one range for all of them");
     Input(sub->add_option("film", o->file, "Film file"))->required();
-    Output(sub->add_option("-o,--output", o->output, "GIF file to write"))->required();
+    Output(sub->add_option("-o,--output", o->output, "GIF file to write (a folder: FILM.gif in it)"), [] { return std::string(".gif"); })
+        ->required();
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--fps", o->fps, "Frames a second of the GIF (default: the film's rate, divided by the step)")

@@ -153,7 +153,9 @@ void AddEditCommand(CLI::App& app) {
     auto o = std::make_shared<EditOptions>();
     auto* sub = app.add_subcommand("edit", "Write a new film: frames cropped, turned or mirrored, header kept");
     Input(sub->add_option("film", o->file, "Film file"))->required();
-    Output(sub->add_option("-o,--output", o->output, "Film to write"))->required();
+    Output(sub->add_option("-o,--output", o->output, "Film to write (a folder: FILM.film in it)"),
+           [] { return std::string(".film"); })
+        ->required();
     sub->add_option("--crop", o->crop, "Keep the rectangle x,y,w,h");
     sub->add_option("--rotate", o->rotate, "Quarter turns after the crop: 90 (clockwise), 180 or 270");
     sub->add_option("--flip", o->flip, "Mirror after the turn: h (columns) or v (lines)");

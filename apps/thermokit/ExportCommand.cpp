@@ -194,7 +194,8 @@ void AddExportCommand(CLI::App& app) {
     sub->add_option("--format", o->format, "png, csv, raw (little-endian) or npy")->required();
     Output(sub->add_option("-o,--output", o->output,
                     "File to write (\"-\": standard output, for csv, raw and npy); for png the pattern of the pictures "
-                    "(OUT-NNNNN.png, or a printf pattern)"))
+                    "(OUT-NNNNN.png, or a printf pattern); a folder: FILM.FORMAT in it"),
+           [o] { return "." + o->format; })
         ->required();
     AddConversionOptions(sub, o->conversion);
     AddPictureOptions(sub, o->picture);

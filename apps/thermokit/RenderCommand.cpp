@@ -60,7 +60,9 @@ void AddRenderCommand(CLI::App& app) {
     render->add_option("--frame", o->frame, "Frame number (default 0)")->check(NonNegative());
     AddPictureOptions(render, o->picture);
     AddConversionOptions(render, o->conversion);
-    Output(render->add_option("-o,--output", o->output, "PNG file to write"))->required();
+    Output(render->add_option("-o,--output", o->output, "PNG file to write (a folder: FILM.png in it)"),
+           [] { return std::string(".png"); })
+        ->required();
     render->footer("Example: thermokit render run.film --frame 10 --palette \"Hot Metal\" --cut 2 -o frame.png\n"
                    "         thermokit render run.film --embedded --range 20:60 --isotherm 45:50:red --bar -o t.png");
     render->callback([o] { SetAction([o] { return RunRender(*o); }); });

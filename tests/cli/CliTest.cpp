@@ -759,5 +759,11 @@ TEST(Cli, RefusalsAndRoundedFrameTimes) {
     for (unsigned y = 0; y < 7; ++y)
         for (unsigned x = 0; x < 200; ++x)
             ASSERT_EQ(std::memcmp(h.At(x, y), v.At(3, 199 - x), 3), 0) << x << "," << y;
+    // An output that is a folder: the file in it is named after the input.
+    std::filesystem::create_directory(dir + "/out");
+    ASSERT_EQ(Tool("export --quiet " + film + " --format npy -o " + dir + "/out").code, 0);
+    ASSERT_EQ(Tool("edit --quiet " + film + " -o " + dir + "/out/").code, 0);
+    EXPECT_EQ(List(dir + "/out"), (std::vector<std::string>{"s.film", "s.npy"}));
+    EXPECT_EQ(ReadText(dir + "/out/s.film"), ReadText(film));
     std::filesystem::remove_all(dir);
 }
