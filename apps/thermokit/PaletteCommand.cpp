@@ -53,14 +53,14 @@ int RunList(const PaletteOptions& o) {
     return kDone;
 }
 
-// One continuous ramp from the lowest level at the left to the highest at
-// the right: the vertical bar's columns laid on their side (the palette's own
-// horizontal drawing folds the ramp over two rows).
+// One continuous ramp from the highest level at the left (where the palette's
+// own horizontal drawing starts it) to the lowest at the right: the vertical
+// bar laid on its side (the palette's own drawing folds it over two rows).
 void DrawHorizontalBar(CLogPalette& palette, CWnd& wnd, int width, int height) {
     CWnd tall(height, width);
     palette.Display(&tall, 0, 0, 65535, 65535, 65535);
     CDC* dc = wnd.GetDC();
-    for (int x = 0; x < width; ++x) dc->FillSolidRect(x, 0, 1, height, tall.GetCanvasPixel(0, width - 1 - x));
+    for (int x = 0; x < width; ++x) dc->FillSolidRect(x, 0, 1, height, tall.GetCanvasPixel(0, x));
     wnd.ReleaseDC(dc);
 }
 
@@ -111,8 +111,8 @@ void AddPaletteCommand(CLI::App& app) {
     render->add_option("palette", options->palette, "Palette name or number")->required();
     render->add_flag("--swap", options->swap, "Reverse the palette");
     render->add_flag("--vertical", options->vertical,
-                     "Vertical bar, highest level at the top (default: horizontal, one ramp from the lowest level at "
-                     "the left)");
+                     "Vertical bar, highest level at the top (default: horizontal, one ramp from the highest level "
+                     "at the left)");
     Input(render->add_option("--file", options->file, "Palette file with custom palettes"));
     render->add_option("--width", options->width, "Picture width in pixels")->check(CLI::Range(1, 16384));
     render->add_option("--height", options->height, "Picture height in pixels")->check(CLI::Range(1, 16384));
