@@ -155,7 +155,7 @@ int RunAnimate(const AnimateOptions& o) {
     if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
     const double rate = film.ptr->GetFrameRate();
     if (o.fps <= 0.0 && !(rate > 0.0)) {
-        Error("file " + o.file + ": the film's header holds no frame rate; give --fps");
+        FileError(o.file, "the film's header holds no frame rate; give --fps");
         return kFailed;
     }
     // Real time: each GIF frame lasts the film time it stands for, unless --fps says otherwise.
@@ -165,7 +165,7 @@ int RunAnimate(const AnimateOptions& o) {
     OutputFile out(o.output);
     GifFile gif;
     if (!gif.Open(out.Temp())) {
-        Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+        FileError(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
@@ -176,7 +176,7 @@ int RunAnimate(const AnimateOptions& o) {
     std::vector<uint8_t> index;
     GifColours(picture->Colours(), setup.palette.size(), map, index);
     if (!gif.Start(picture->Width(), picture->Height(), map)) {
-        Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+        FileError(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     Progress progress("animate", frames.size());
@@ -189,12 +189,12 @@ int RunAnimate(const AnimateOptions& o) {
     };
     const auto add = [&](const DrawnFrame& d) {
         if (gif.Frame(pixels[static_cast<size_t>(d.slot)], Delay(d.item, seconds))) return true;
-        *d.error = "file " + o.output + ": cannot be written (" + gif.ErrorText() + ")";
+        *d.error = FileErrorText(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return false;
     };
     if (!DrawFilmFrames(*picture, film, o.file, frames, colour, add, progress)) return kFailed;
     if (!gif.Close()) {
-        Error("file " + o.output + ": cannot be written (" + gif.ErrorText() + ")");
+        FileError(o.output, "cannot be written (" + gif.ErrorText() + ")");
         return kFailed;
     }
     if (!out.Commit()) return kFailed;
@@ -211,7 +211,8 @@ void AddAnimateCommand(CLI::App& app) {
     auto o = std::make_shared<AnimateOptions>();
     auto* sub = app.add_subcommand("animate", "Write frames of a film as an animated GIF, one range for all of them");
     Input(sub->add_option("film", o->file, "Film file"))->required();
-    Output(sub->add_option("-o,--output", o->output, "GIF file to write"))->required();
+    Output(sub->add_option("-o,--output", o->output, "GIF file to write (a folder: FILM.gif in it)"), [] { return std::string(".gif"); })
+        ->required();
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
     sub->add_option("--step", o->step, "Every STEP-th frame of the range (default 1)")->check(CLI::Range(1UL, 1000000000UL));
     sub->add_option("--fps", o->fps, "Frames a second of the GIF (default: the film's rate, divided by the step)")

@@ -44,89 +44,115 @@ bool FilmNoise(const std::string& path, CPtr& film, std::vector<float>& noise) {
     return true;
 }
 
-int RunDetect(const DetectOptions& o) {
+bool CheckCriteria(const DetectOptions& o) {
     if (!o.gainGiven && !o.offsetGiven && !o.noiseGiven) {
         Error("give at least one criterion: --gain, --offset or --noise");
-        return kUsage;
+        return false;
     }
     if ((o.gainGiven || o.offsetGiven) && o.nuc.empty()) {
         Error("--gain and --offset need the NUC table (--nuc) whose gains and offsets are tested");
-        return kUsage;
+        return false;
     }
     if (o.noiseGiven && o.noiseFilm.empty()) {
         Error("--noise needs the film (--noise-film) whose temporal noise is tested");
-        return kUsage;
+        return false;
     }
+    return true;
+}
 
+// What the criteria are tested on: the NUC table, the film's noise, and their common size.
+struct DetectSources {
     unsigned short point = 0, line = 0;
     std::unique_ptr<CNuc> nuc;
-    if (!o.nuc.empty()) {
-        nuc = std::make_unique<CNuc>(o.nuc.c_str());
-        if (!nuc->IsValid()) {
-            Error("file " + o.nuc + ": " + nuc->GetLastErrorText());
-            return kFailed;
-        }
-        point = nuc->GetPoint();
-        line = nuc->GetLine();
-        if (nuc->GetSize() != static_cast<long>(point) * line) {
-            Error("file " + o.nuc + ": holds " + std::to_string(nuc->GetSize()) + " pixels, not " +
-                  std::to_string(point) + " x " + std::to_string(line));
-            return kFailed;
-        }
-    }
     std::vector<float> noise;
-    if (!o.noiseFilm.empty()) {
-        // Opened once: its header, its completeness and its frames are those of one file.
-        std::unique_ptr<CPtr> film = OpenFilmForReading(o.noiseFilm);
-        if (!film) return kFailed;
-        if (film->GetPixelBytes() != 2 || film->GetFrameNumber() < 2) {
-            FileError(o.noiseFilm, "not a film of at least two 16-bit images");
-            return kFailed;
-        }
-        if (nuc && (film->GetPoint() != point || film->GetLine() != line)) {
-            FileError(o.noiseFilm, std::to_string(film->GetPoint()) + " x " + std::to_string(film->GetLine()) +
-                                       " pixels, the NUC table " + std::to_string(point) + " x " + std::to_string(line));
-            return kFailed;
-        }
-        point = film->GetPoint();
-        line = film->GetLine();
-        if (!FilmNoise(o.noiseFilm, *film, noise)) return kFailed;
-    }
+};
 
-    const long size = static_cast<long>(point) * line;
-    CPixel map(point, line, 0);
-    auto full = [&map] {
+bool OpenDetectNuc(const std::string& path, DetectSources& src) {
+    src.nuc = std::make_unique<CNuc>(path.c_str());
+    if (!src.nuc->IsValid()) {
+        FileError(path, src.nuc->GetLastErrorText());
+        return false;
+    }
+    src.point = src.nuc->GetPoint();
+    src.line = src.nuc->GetLine();
+    if (src.nuc->GetSize() != static_cast<long>(src.point) * src.line) {
+        FileError(path, "holds " + std::to_string(src.nuc->GetSize()) + " pixels, not " + std::to_string(src.point) +
+                            " x " + std::to_string(src.line));
+        return false;
+    }
+    return true;
+}
+
+bool OpenDetectNoise(const std::string& path, DetectSources& src) {
+    // Opened once: its header, its completeness and its frames are those of one file.
+    std::unique_ptr<CPtr> film = OpenFilmForReading(path);
+    if (!film) return false;
+    if (film->GetPixelBytes() != 2 || film->GetFrameNumber() < 2) {
+        FileError(path, "not a film of at least two 16-bit images");
+        return false;
+    }
+    if (src.nuc && (film->GetPoint() != src.point || film->GetLine() != src.line)) {
+        FileError(path, std::to_string(film->GetPoint()) + " x " + std::to_string(film->GetLine()) +
+                            " pixels, the NUC table " + std::to_string(src.point) + " x " + std::to_string(src.line));
+        return false;
+    }
+    src.point = film->GetPoint();
+    src.line = film->GetLine();
+    return FilmNoise(path, *film, src.noise);
+}
+
+bool BuildMap(const DetectOptions& o, DetectSources& src, CPixel& map) {
+    const long size = static_cast<long>(src.point) * src.line;
+    if ((o.gainGiven && !map.UpdateGain(src.nuc->GetAlpha(), size, o.gainPercent, o.gainReference)) ||
+        (o.offsetGiven && !map.UpdateOffset(src.nuc->GetBeta(), size, o.offsetPercent, o.level)) ||
+        (o.noiseGiven && !map.UpdateNoise(src.noise.data(), size, o.noiseThreshold, o.noiseHigh ? 1 : 0))) {
         Error("more than " + std::to_string(CPixel::kMaxBad) + " bad pixels: " + map.GetLastErrorMessage() +
               "; loosen the criteria");
-        return kFailed;
-    };
-    if (o.gainGiven && !map.UpdateGain(nuc->GetAlpha(), size, o.gainPercent, o.gainReference)) return full();
-    if (o.offsetGiven && !map.UpdateOffset(nuc->GetBeta(), size, o.offsetPercent, o.level)) return full();
-    if (o.noiseGiven && !map.UpdateNoise(noise.data(), size, o.noiseThreshold, o.noiseHigh ? 1 : 0)) return full();
+        return false;
+    }
     map.UpdateReplacement();
     map.UpdateDistribution(nullptr, 0);
-    // Both files or neither: the map is written under a temporary name, the
-    // report (which names its own file in its first line) under its name, and
-    // the map is renamed into place only once the report is whole.
+    return true;
+}
+
+// Both files or neither: the map is written under a temporary name, the
+// report (which names its own file in its first line) under its name, and
+// the map is renamed into place only once the report is whole.
+bool WriteMapAndReport(const DetectOptions& o, CPixel& map) {
     OutputFile target(o.output);
     if (!map.Save(target.c_str())) {
         FileError(o.output, "cannot be written (" + map.GetLastErrorText() + ")");
-        return kFailed;
+        return false;
     }
     if (!o.report.empty() &&
         !map.SaveAscii(o.report.c_str(), o.gainGiven ? 1 : 0, o.offsetGiven ? 1 : 0, o.noiseGiven ? 1 : 0)) {
         FileError(o.report, map.GetLastErrorText());
         std::remove(o.report.c_str());
-        return kFailed;
+        return false;
     }
     if (!target.Commit()) {
         if (!o.report.empty()) std::remove(o.report.c_str());
-        return kFailed;
+        return false;
     }
+    return true;
+}
+
+int RunDetect(const DetectOptions& o) {
+    if (!CheckCriteria(o)) return kUsage;
+    DetectSources src;
+    if (!o.nuc.empty() && !OpenDetectNuc(o.nuc, src)) return kFailed;
+    if (!o.noiseFilm.empty() && !OpenDetectNoise(o.noiseFilm, src)) return kFailed;
+    CPixel map(src.point, src.line, 0);
+    if (!BuildMap(o, src, map) || !WriteMapAndReport(o, map)) return kFailed;
     Note("%s: %u x %u pixels, %ld bad (gain %ld, offset %ld, noise %ld, gain & offset %ld, "
-                "offset & noise %ld, gain & noise %ld, all three %ld)\n",
-                o.output.c_str(), point, line, map.GetSize(), map.GetGain(), map.GetOffset(), map.GetNoise(),
-                map.GetOffsetGain(), map.GetOffsetNoise(), map.GetGainNoise(), map.GetOffsetGainNoise());
+         "offset & noise %ld, gain & noise %ld, all three %ld)\n",
+         o.output.c_str(), src.point, src.line, map.GetSize(), map.GetGain(), map.GetOffset(), map.GetNoise(),
+         map.GetOffsetGain(), map.GetOffsetNoise(), map.GetGainNoise(), map.GetOffsetGainNoise());
+    // The report's own first line names the report file (its fixed format); said here: whose it is, and how
+    // it counts places (badpixels list gives them from 0).
+    if (!o.report.empty())
+        Note("%s: report of the map %s; coordinates 1-based (column 1, line 1 is the first pixel)\n",
+             o.report.c_str(), o.output.c_str());
     return kDone;
 }
 

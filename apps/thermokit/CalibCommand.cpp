@@ -153,7 +153,7 @@ int RunConvert(const ConvertOptions& o) {
     // Temperatures in and out by the tool's rule (degC, or K with --kelvin); other quantities as the curve has them.
     const int kind = CurveTemperatureUnit(cal->GetUnitY());
     if (kind < 0 && o.kelvin) {
-        Error("file " + o.path + ": its values are in \"" + Latin1ToUtf8(cal->GetUnitY()) + "\", not temperatures; --kelvin applies to temperatures");
+        FileError(o.path, "its values are in \"" + Latin1ToUtf8(cal->GetUnitY()) + "\", not temperatures; --kelvin applies to temperatures");
         return kUsage;
     }
     const double curveShift = kind == 1 ? kKelvinOffset : 0.0;  // degC to the curve's unit
@@ -161,7 +161,7 @@ int RunConvert(const ConvertOptions& o) {
     const std::string unit = kind < 0 ? cal->GetUnitY() : (o.kelvin ? "K" : "degC");
     if (o.lensFormat >= 0) {
         if (o.lensFormat >= cal->GetLensExtendedClassCount() || !cal->SetCurrentConfig(o.lensFormat)) {
-            Error("file " + o.path + ": lens format " + std::to_string(o.lensFormat) + " cannot be selected");
+            FileError(o.path, "lens format " + std::to_string(o.lensFormat) + " cannot be selected");
             return kFailed;
         }
     }
@@ -169,7 +169,7 @@ int RunConvert(const ConvertOptions& o) {
     if (!std::isnan(o.level)) {
         float y = 0.0f;
         if (!cal->Interpolate(static_cast<float>(o.level), &y, extrapolate)) {
-            Error("file " + o.path + ": level " + std::to_string(o.level) +
+            FileError(o.path, "level " + std::to_string(o.level) +
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
         }
@@ -179,7 +179,7 @@ int RunConvert(const ConvertOptions& o) {
     } else {
         float x = 0.0f;
         if (!cal->FindAbscisse(static_cast<float>(o.value + curveShift), &x, extrapolate)) {
-            Error("file " + o.path + ": value " + std::to_string(o.value) +
+            FileError(o.path, "value " + std::to_string(o.value) +
                   " cannot be converted (fewer than two points, or outside the curve)");
             return kFailed;
         }

@@ -29,6 +29,11 @@ CLI::Option* Input(CLI::Option* option);
 // standard output): refused when one is the same file as any input (same
 // device and inode), so that no command replaces what it is reading.
 CLI::Option* Output(CLI::Option* option);
+// The same, and an output that names a folder (an existing one, or a name
+// ending in a separator) becomes the file in it named after the command's
+// first input: its name without extension, then extension() (".png", or ""
+// for a prefix). A command without an input keeps the name as given.
+CLI::Option* Output(CLI::Option* option, std::function<std::string()> extension);
 
 // Checks of numbers with readable limits: above 0, and 0 or above.
 CLI::Validator Positive();
@@ -50,7 +55,8 @@ void Error(const std::string& text);
 void Warning(const std::string& text);
 // A number as %g writes it.
 std::string Number(double value);
-// Error("file " + path + ": " + what).
+// The one form of a file's error: "file PATH: what is wrong"; FileError prints it.
+std::string FileErrorText(const std::string& path, const std::string& what);
 void FileError(const std::string& path, const std::string& what);
 
 // --quiet, given anywhere on the command line: no progress bars and no summary

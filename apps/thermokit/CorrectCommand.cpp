@@ -57,7 +57,9 @@ void AddCorrectCommand(CLI::App& app) {
     Input(correct->add_option("--nuc", o->nuc, "NUC table"));
     Input(correct->add_option("--badpixels", o->badPixels, "Bad-pixel map"));
     Input(correct->add_option("--mapping", o->mapping, "Mapping file (pixel permutation)"));
-    Output(correct->add_option("-o,--output", o->output, "Corrected film to write"))->required();
+    Output(correct->add_option("-o,--output", o->output, "Corrected film to write (a folder: FILM.film in it)"),
+           [] { return std::string(".film"); })
+        ->required();
     correct->footer("Example: thermokit correct raw.film --nuc cam.nuc --badpixels cam.bpr -o corrected.film");
     correct->callback([o] { SetAction([o] { return RunCorrect(*o); }); });
 }

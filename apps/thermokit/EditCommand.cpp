@@ -21,6 +21,7 @@ struct EditOptions {
     int rotate = 0;
     std::string flip;
     std::string frames;
+    bool salvage = false;
 };
 
 // The edited image of src (point x line levels): the crop rectangle, then the
@@ -46,39 +47,52 @@ void Transform(const unsigned short* src, unsigned short point, const CRect& cro
     }
 }
 
-int RunEdit(const EditOptions& o) {
+bool CheckEditOptions(const EditOptions& o, CRect& crop) {
     if (o.rotate != 0 && o.rotate != 90 && o.rotate != 180 && o.rotate != 270) {
         Error("--rotate " + std::to_string(o.rotate) + ": expected 90, 180 or 270");
-        return kUsage;
+        return false;
     }
     if (!o.flip.empty() && o.flip != "h" && o.flip != "v") {
         Error("--flip " + o.flip + ": expected h (mirror the columns) or v (mirror the lines)");
-        return kUsage;
+        return false;
     }
-    CRect crop;
     if (!o.crop.empty() && !ParseRect(o.crop, crop)) {
         Error("--crop " + o.crop + ": expected x,y,w,h with a width and a height above 0");
-        return kUsage;
+        return false;
     }
-    Film film;
-    if (!OpenFilm(o.file, film)) return kFailed;
-    if (film.doubles) {
-        Error("file " + o.file + ": a film of doubles cannot be edited (films of 16-bit levels only)");
-        return kFailed;
-    }
-    unsigned long first = 0, last = 0;
-    if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
-    if (o.crop.empty()) crop.SetRect(0, 0, film.point, film.line);
-    else if (!RectInFilm(crop, film, o.file, "--crop")) return kFailed;
+    return true;
+}
 
-    CPtr& src = *film.ptr;
+// The source film, the frames taken from it and the shape of the new film.
+struct EditWork {
+    Film film;
+    unsigned long first = 0, last = 0;
+    CRect crop;
+    bool cropped = false;
+    unsigned short point = 0, line = 0;
+};
+
+bool OpenEdit(const EditOptions& o, EditWork& w) {
+    Film& film = w.film;
+    if (!(o.salvage ? OpenFilmToSalvage(o.file, film) : OpenFilm(o.file, film))) return false;
+    if (film.doubles) {
+        FileError(o.file, "a film of doubles cannot be edited (films of 16-bit levels only)");
+        return false;
+    }
+    if (!ParseFrames(o.frames, film.frames, w.first, w.last, o.file)) return false;
+    if (o.crop.empty()) w.crop.SetRect(0, 0, film.point, film.line);
+    else if (!RectInFilm(w.crop, film, o.file, "--crop")) return false;
+    w.cropped = !o.crop.empty() && (w.crop.Width() != film.point || w.crop.Height() != film.line);
     const bool quarter = o.rotate == 90 || o.rotate == 270;
-    const auto point = static_cast<unsigned short>(quarter ? crop.Height() : crop.Width());
-    const auto line = static_cast<unsigned short>(quarter ? crop.Width() : crop.Height());
-    OutputFile out(o.output);
-    CPtr dst(point, line, src.GetBit(), 0, 1, 0);
+    w.point = static_cast<unsigned short>(quarter ? w.crop.Height() : w.crop.Width());
+    w.line = static_cast<unsigned short>(quarter ? w.crop.Width() : w.crop.Height());
+    return true;
+}
+
+// The new film's header: the source's, with its recording date and time.
+void StartEditedFilm(const EditWork& w, const std::string& temp, CPtr& dst) {
+    CPtr& src = *w.film.ptr;
     CPtrOver::CopyHeaderPtr(&dst, &src, 1, 1);
-    // The recording date and time stay those of the source film.
     CPtrOver::PTR_DATE date;
     CPtrOver::PTR_TIME time;
     src.GetDate(&date);
@@ -86,36 +100,48 @@ int RunEdit(const EditOptions& o) {
     dst.SetDate(&date);
     dst.SetTime(&time);
     dst.SetThousandth(src.GetThousandth());
-    const bool cropped = !o.crop.empty() && (crop.Width() != film.point || crop.Height() != film.line);
-    if (cropped) dst.SetWindow(1);
-    dst.SetFileName(out.Temp());
+    if (w.cropped) dst.SetWindow(1);
+    dst.SetFileName(temp);
+}
+
+// The sub-window of a cropped frame: where the new image lies on the detector.
+void PlaceWindow(const EditWork& w, CPtr& dst) {
+    if (!w.cropped) return;
+    CRect was;
+    dst.GetSubWindowRect(&was);  // the source frame's, as read
+    const int left = (dst.GetImageWindow() ? was.left : 0) + w.crop.left;
+    const int top = (dst.GetImageWindow() ? was.top : 0) + w.crop.top;
+    CRect sub(left, top, left + w.crop.Width(), top + w.crop.Height());
+    dst.SetSubWindowRect(&sub);
+}
+
+int RunEdit(const EditOptions& o) {
+    EditWork w;
+    if (!CheckEditOptions(o, w.crop)) return kUsage;
+    if (!OpenEdit(o, w)) return kFailed;
+    CPtr& src = *w.film.ptr;
+    OutputFile out(o.output);
+    CPtr dst(w.point, w.line, src.GetBit(), 0, 1, 0);
+    StartEditedFilm(w, out.Temp(), dst);
     // Frames turned on every core into frames of their slot, added in frame order.
-    const auto edited = PerSlot([&] { return std::make_unique<CFrame>(point, line, src.GetBit(), 0, 0); });
+    const auto edited = PerSlot([&] { return std::make_unique<CFrame>(w.point, w.line, src.GetBit(), 0, 0); });
     const auto transform = [&](FilmFrame& f) {
         CFrame& e = *edited[static_cast<size_t>(f.slot)];
         unsigned short p = 0, l = 0;
-        Transform(f.frame.GetBuffer(), film.point, crop, o.rotate, o.flip.empty() ? 0 : o.flip[0], e.GetBuffer(), p, l);
+        Transform(f.frame.GetBuffer(), w.film.point, w.crop, o.rotate, o.flip.empty() ? 0 : o.flip[0], e.GetBuffer(),
+                  p, l);
         e.SetTime(f.frame.GetTime());
         return true;
     };
-    // The sub-window of a cropped frame: where the new image lies on the detector.
-    const auto window = [&](CPtr& dst) {
-        if (!cropped) return;
-        CRect was;
-        dst.GetSubWindowRect(&was);  // the source frame's, as read
-        const int left = (dst.GetImageWindow() ? was.left : 0) + crop.left;
-        const int top = (dst.GetImageWindow() ? was.top : 0) + crop.top;
-        CRect sub(left, top, left + crop.Width(), top + crop.Height());
-        dst.SetSubWindowRect(&sub);
-    };
-    FilmPipeline pipe(src, first, last - first + 1);
+    FilmPipeline pipe(src, w.first, w.last - w.first + 1);
     if (!RunFrames(pipe, "edit", transform, [&](FilmFrame& f) {
-            return AppendFrame(dst, o.output, f, *edited[static_cast<size_t>(f.slot)], window);
+            return AppendFrame(dst, o.output, f, *edited[static_cast<size_t>(f.slot)],
+                               [&](CPtr& d) { PlaceWindow(w, d); });
         }))
         return kFailed;
     if (!out.Commit()) return kFailed;
-    Note("%s: %lu frame(s) of %u x %u from %s (frames %lu..%lu%s%s%s)\n", o.output.c_str(), last - first + 1, point,
-         line, o.file.c_str(), first, last, cropped ? ", cropped" : "",
+    Note("%s: %lu frame(s) of %u x %u from %s (frames %lu..%lu%s%s%s)\n", o.output.c_str(), w.last - w.first + 1,
+         w.point, w.line, o.file.c_str(), w.first, w.last, w.cropped ? ", cropped" : "",
          o.rotate ? (", turned " + std::to_string(o.rotate)).c_str() : "",
          o.flip.empty() ? "" : (o.flip == "h" ? ", columns mirrored" : ", lines mirrored"));
     return kDone;
@@ -127,12 +153,17 @@ void AddEditCommand(CLI::App& app) {
     auto o = std::make_shared<EditOptions>();
     auto* sub = app.add_subcommand("edit", "Write a new film: frames cropped, turned or mirrored, header kept");
     Input(sub->add_option("film", o->file, "Film file"))->required();
-    Output(sub->add_option("-o,--output", o->output, "Film to write"))->required();
+    Output(sub->add_option("-o,--output", o->output, "Film to write (a folder: FILM.film in it)"),
+           [] { return std::string(".film"); })
+        ->required();
     sub->add_option("--crop", o->crop, "Keep the rectangle x,y,w,h");
     sub->add_option("--rotate", o->rotate, "Quarter turns after the crop: 90 (clockwise), 180 or 270");
     sub->add_option("--flip", o->flip, "Mirror after the turn: h (columns) or v (lines)");
     sub->add_option("--frames", o->frames, "Frames A:B, both included (default every frame)")->check(FrameRange());
-    sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59");
+    sub->add_flag("--salvage", o->salvage,
+                  "A film cut short: write its whole frames (the new header counts them) instead of refusing it");
+    sub->footer("Example: thermokit edit run.film -o part.film --crop 64,32,320,240 --rotate 90 --frames 10:59\n"
+                "         thermokit edit cut.film --salvage -o repaired.film");
     sub->callback([o] { SetAction([o] { return RunEdit(*o); }); });
 }
 

@@ -80,14 +80,13 @@ bool CopyToStdout(const std::string& path) {
     return true;
 }
 
-int RunExport(const ExportOptions& o) {
+int CheckExportOptions(const ExportOptions& o, PictureSetup& setup) {
     const std::string& fmt = o.format;
     if (fmt != "png" && fmt != "csv" && fmt != "raw" && fmt != "npy") {
         Error("--format " + fmt + ": expected png, csv, raw or npy");
         return kUsage;
     }
     if (!CheckConversionOptions(o.conversion)) return kUsage;
-    PictureSetup setup;
     if (fmt == "png") {
         const std::string extension = std::filesystem::path(o.output).extension().string();
         if (o.output == "-" || (!extension.empty() && extension != ".png" && extension != ".PNG")) {
@@ -99,53 +98,66 @@ int RunExport(const ExportOptions& o) {
             Error("-o " + o.output + ": one number pattern (%d, %05d, %lu ...) and no other '%' expected");
             return kUsage;
         }
-        if (const int code = PreparePicture(o.picture, setup); code != kDone) return code;
-    } else if (!o.picture.range.empty() || o.picture.cut >= 0.0 || !o.picture.isotherms.empty() || o.picture.bar ||
-               !o.picture.paletteFile.empty()) {
+        return PreparePicture(o.picture, setup);
+    }
+    if (!o.picture.range.empty() || o.picture.cut >= 0.0 || !o.picture.isotherms.empty() || o.picture.bar ||
+        !o.picture.paletteFile.empty()) {
         Error("--range, --cut, --isotherm, --bar and --palette-file draw pictures: they apply to --format png");
         return kUsage;
     }
+    return kDone;
+}
+
+// The film, its calibration and the frames to write.
+struct ExportWork {
     Film film;
-    if (!OpenFilm(o.file, film)) return kFailed;
-    unsigned long first = 0, last = 0;
-    if (!ParseFrames(o.frames, film.frames, first, last, o.file)) return kFailed;
-    const bool cal = o.conversion.Requested();
+    bool cal = false;
     Conversion conv;
-    if (cal && !LoadConversion(o.conversion, film, o.file, conv)) return kFailed;
-    const std::vector<unsigned long> frames = SteppedFrames(first, last, o.step);
-    const unsigned long count = frames.size();
-    Progress progress("export", count);
+    std::vector<unsigned long> frames;
+};
 
-    if (fmt == "png") {
-        // One range for the whole sequence. Every picture is made under a
-        // temporary name; all are renamed once all are drawn.
-        std::unique_ptr<Picture> picture;
-        if (!StartFilmPicture(setup, film, o.file, cal ? &conv : nullptr, frames, picture)) return kFailed;
-        std::vector<std::unique_ptr<OutputFile>> outs;
-        for (const unsigned long n : frames) {
-            std::string name;
-            SequenceName(o.output, n, name);
-            outs.push_back(std::make_unique<OutputFile>(name));
-        }
-        const auto save = [&](const DrawnFrame& d) {
-            if (picture->SavePng(outs[d.item]->c_str(), *d.canvas)) return true;
-            *d.error = "file " + outs[d.item]->Path() + ": cannot be written";
-            return false;
-        };
-        if (!DrawFilmFrames(*picture, film, o.file, frames, save, {}, progress)) return kFailed;
-        if (!CommitAll(outs)) return kFailed;
-        progress.Done();
-        Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
-             outs.back()->Path().c_str(), count, film.point, film.line, setup.paletteName.c_str(),
-             picture->DescribeRange().c_str());
-        return kDone;
+bool OpenExport(const ExportOptions& o, ExportWork& w) {
+    if (!OpenFilm(o.file, w.film)) return false;
+    unsigned long first = 0, last = 0;
+    if (!ParseFrames(o.frames, w.film.frames, first, last, o.file)) return false;
+    w.cal = o.conversion.Requested();
+    if (w.cal && !LoadConversion(o.conversion, w.film, o.file, w.conv)) return false;
+    w.frames = SteppedFrames(first, last, o.step);
+    return true;
+}
+
+// One range for the whole sequence. Every picture is made under a temporary
+// name; all are renamed once all are drawn.
+int WritePngSequence(const ExportOptions& o, const PictureSetup& setup, ExportWork& w, Progress& progress) {
+    std::unique_ptr<Picture> picture;
+    if (!StartFilmPicture(setup, w.film, o.file, w.cal ? &w.conv : nullptr, w.frames, picture)) return kFailed;
+    std::vector<std::unique_ptr<OutputFile>> outs;
+    for (const unsigned long n : w.frames) {
+        std::string name;
+        SequenceName(o.output, n, name);
+        outs.push_back(std::make_unique<OutputFile>(name));
     }
+    const auto save = [&](const DrawnFrame& d) {
+        if (picture->SavePng(outs[d.item]->c_str(), *d.canvas)) return true;
+        *d.error = FileErrorText(outs[d.item]->Path(), "cannot be written");
+        return false;
+    };
+    if (!DrawFilmFrames(*picture, w.film, o.file, w.frames, save, {}, progress)) return kFailed;
+    if (!CommitAll(outs)) return kFailed;
+    progress.Done();
+    Note("%s .. %s: %lu picture(s) of %u x %u, palette %s, %s\n", outs.front()->Path().c_str(),
+         outs.back()->Path().c_str(), static_cast<unsigned long>(w.frames.size()), w.film.point, w.film.line,
+         setup.paletteName.c_str(), picture->DescribeRange().c_str());
+    return kDone;
+}
 
-    // "-o -": made in the temporary folder, then copied to standard output.
+// CSV, raw or NumPy: one file; "-o -" makes it in the temporary folder, then
+// copies it to standard output.
+int WriteDataFile(const ExportOptions& o, ExportWork& w, Progress& progress) {
     const bool toStdout = o.output == "-";
     OutputFile out(toStdout ? Utf8FromPath(std::filesystem::temp_directory_path() / "thermokit-export") : o.output);
     std::string error;
-    if (!ExportFilm(*film.ptr, o.file, frames, fmt, cal ? &conv : nullptr, out.Temp(), o.output, error,
+    if (!ExportFilm(*w.film.ptr, o.file, w.frames, o.format, w.cal ? &w.conv : nullptr, out.Temp(), o.output, error,
                     [&](unsigned long done) { progress.Step(done); })) {
         Error(error);
         return kFailed;
@@ -153,13 +165,22 @@ int RunExport(const ExportOptions& o) {
     progress.Done();
     if (toStdout) return CopyToStdout(out.Temp()) ? kDone : kFailed;
     if (!out.Commit()) return kFailed;
-    const std::string kind = film.doubles ? "doubles"
-                             : cal        ? (conv.temperatures ? "temperatures" : "calibrated values") +
-                                         std::string(" (float, ") + conv.unit + ")"
-                                          : "levels (u16)";
-    Note("%s: %lu frame(s) of %u x %u as %s %s\n", o.output.c_str(), count, film.point, film.line, fmt.c_str(),
-         kind.c_str());
+    const std::string kind = w.film.doubles ? "doubles"
+                             : w.cal        ? (w.conv.temperatures ? "temperatures" : "calibrated values") +
+                                           std::string(" (float, ") + w.conv.unit + ")"
+                                            : "levels (u16)";
+    Note("%s: %lu frame(s) of %u x %u as %s %s\n", o.output.c_str(), static_cast<unsigned long>(w.frames.size()),
+         w.film.point, w.film.line, o.format.c_str(), kind.c_str());
     return kDone;
+}
+
+int RunExport(const ExportOptions& o) {
+    PictureSetup setup;
+    if (const int code = CheckExportOptions(o, setup); code != kDone) return code;
+    ExportWork w;
+    if (!OpenExport(o, w)) return kFailed;
+    Progress progress("export", w.frames.size());
+    return o.format == "png" ? WritePngSequence(o, setup, w, progress) : WriteDataFile(o, w, progress);
 }
 
 }  // namespace
@@ -173,7 +194,8 @@ void AddExportCommand(CLI::App& app) {
     sub->add_option("--format", o->format, "png, csv, raw (little-endian) or npy")->required();
     Output(sub->add_option("-o,--output", o->output,
                     "File to write (\"-\": standard output, for csv, raw and npy); for png the pattern of the pictures "
-                    "(OUT-NNNNN.png, or a printf pattern)"))
+                    "(OUT-NNNNN.png, or a printf pattern); a folder: FILM.FORMAT in it"),
+           [o] { return "." + o->format; })
         ->required();
     AddConversionOptions(sub, o->conversion);
     AddPictureOptions(sub, o->picture);

@@ -48,8 +48,12 @@ template <class Adjust>
 bool AppendFrame(CPtr& out, const std::string& outPath, FilmFrame& f, CFrame& frame, const Adjust& adjust) {
     std::memcpy(out.GetImageHeaderAddress(), f.header, sizeof f.header);
     adjust(out);
+    // The frame's time is split into the image header's fields by truncation:
+    // half a microsecond more makes that the nearest microsecond, so a time
+    // read from a film is written back as it was.
+    frame.SetTime(frame.GetTime() + 0.5e-6);
     if (out.AddFrame(&frame) == 1) return true;
-    f.error = "file " + outPath + ": frame " + std::to_string(f.index) + " cannot be written";
+    f.error = FileErrorText(outPath, "frame " + std::to_string(f.index) + " cannot be written");
     return false;
 }
 

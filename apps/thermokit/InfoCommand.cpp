@@ -81,11 +81,9 @@ std::string StartTime(const CPtrOver& film) {
 // What a film is at a glance: size, depth, frames (and how many the file
 // holds whole), rate, duration, start, camera, whether it carries its law.
 void FilmSummary(CPtrOver& film, Json& out) {
-    const uint64_t record = static_cast<uint64_t>(film.GetRecordWords()) * 2u;
     const int64_t size = film.GetFileSize();
-    const uint64_t body = size > film.GetHeaderSize() ? static_cast<uint64_t>(size) - film.GetHeaderSize() : 0;
     const unsigned long frames = film.GetFrameNumber();
-    const unsigned long whole = record ? static_cast<unsigned long>(std::min<uint64_t>(frames, body / record)) : 0;
+    const unsigned long whole = WholeFrames(film);
     const float rate = film.GetFrameRate();
     _SCalibrationRBF law{};
     out["kind"] = CPtrOver::PixelBytes(film.GetHeaderAddress()) == 8 ? "film of doubles" : "film";
@@ -121,7 +119,7 @@ int FrameTimes(const InfoOptions& o, CPtr& film, Json& out) {
         }
         double elapsed = t - start;
         if (elapsed < -43200.0) elapsed += 86400.0;  // past midnight
-        list.push_back({{"frame", n}, {"time_s", std::round(elapsed * 1e6) / 1e6}, {"time_of_day_s", t}});
+        list.push_back({{"frame", n}, {"time_s", RoundToMicroseconds(elapsed)}, {"time_of_day_s", RoundToMicroseconds(t)}});
     }
     out["frame_times"] = list;
     return kDone;
@@ -170,7 +168,7 @@ std::string Text(const char* field, size_t size) { return Latin1ToUtf8(std::stri
 int NucInfo(const InfoOptions& o, Json& out) {
     CNuc nuc(o.file.c_str());
     if (!nuc.IsValid()) {
-        Error("file " + o.file + ": NUC table signature \"COE\", but the file is shorter than its two tables or damaged");
+        FileError(o.file, "NUC table signature \"COE\", but the file is shorter than its two tables or damaged");
         return kFailed;
     }
     const NUC_HEADER& h = nuc.GetHeader();
@@ -204,7 +202,7 @@ int NucInfo(const InfoOptions& o, Json& out) {
 int PixelInfo(const InfoOptions& o, Json& out) {
     CPixel map(o.file.c_str());
     if (!map.IsValid()) {
-        Error("file " + o.file + ": bad-pixel map signature \"PIX\", but " +
+        FileError(o.file, "bad-pixel map signature \"PIX\", but " +
               (map.GetLastErrorMessage().empty() ? std::string("the file is damaged") : map.GetLastErrorMessage()));
         return kFailed;
     }
@@ -230,7 +228,7 @@ int PixelInfo(const InfoOptions& o, Json& out) {
 int MappingInfo(const InfoOptions& o, Json& out) {
     CMapping map(o.file.c_str());
     if (!map.IsValid()) {
-        Error("file " + o.file + ": " + map.GetLastErrorText());
+        FileError(o.file, map.GetLastErrorText());
         return kFailed;
     }
     const unsigned char* h = map.GetHeader();
@@ -250,7 +248,7 @@ int MappingInfo(const InfoOptions& o, Json& out) {
 int CalibrationInfo(const InfoOptions& o, Json& out) {
     CCalibration cal("", 0);
     if (!cal.Open(o.file.c_str())) {
-        Error("file " + o.file + ": calibration tag \"EXP\", but the file is damaged or shorter than its parts");
+        FileError(o.file, "calibration tag \"EXP\", but the file is damaged or shorter than its parts");
         return kFailed;
     }
     const CCalibration::CALIBRATION_HEADER& h = cal.GetHeader();
@@ -294,7 +292,7 @@ int CalibrationInfo(const InfoOptions& o, Json& out) {
 int CatalogueInfo(const InfoOptions& o, Json& out) {
     CNucFile cat(o.file.c_str());
     if (!cat.IsValid()) {
-        Error("file " + o.file + ": NUC catalogue signature \"NUC\", but its counts are too large or the file is "
+        FileError(o.file, "NUC catalogue signature \"NUC\", but its counts are too large or the file is "
               "shorter than its records");
         return kFailed;
     }
@@ -350,7 +348,7 @@ int ResponseInfo(const InfoOptions& o, Json& out) {
 int PaletteInfo(const InfoOptions& o, Json& out) {
     CLogPalette reader(CLogPalette::GREY, 0, nullptr);
     if (!reader.ReadIniFile(o.file.c_str())) {
-        Error("file " + o.file + ": cannot be read as a palette file");
+        FileError(o.file, "cannot be read as a palette file");
         return kFailed;
     }
     out["kind"] = "palette file";

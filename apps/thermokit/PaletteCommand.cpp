@@ -53,6 +53,17 @@ int RunList(const PaletteOptions& o) {
     return kDone;
 }
 
+// One continuous ramp from the highest level at the left (where the palette's
+// own horizontal drawing starts it) to the lowest at the right: the vertical
+// bar laid on its side (the palette's own drawing folds it over two rows).
+void DrawHorizontalBar(CLogPalette& palette, CWnd& wnd, int width, int height) {
+    CWnd tall(height, width);
+    palette.Display(&tall, 0, 0, 65535, 65535, 65535);
+    CDC* dc = wnd.GetDC();
+    for (int x = 0; x < width; ++x) dc->FillSolidRect(x, 0, 1, height, tall.GetCanvasPixel(0, x));
+    wnd.ReleaseDC(dc);
+}
+
 int RunRender(const PaletteOptions& o) {
     CLogPalette reader(CLogPalette::GREY, 0, nullptr);
     if (!LoadCustomPalettes(o.file, reader)) return kFailed;
@@ -69,10 +80,11 @@ int RunRender(const PaletteOptions& o) {
     const int width = o.width > 0 ? o.width : (o.vertical ? 32 : 256);
     const int height = o.height > 0 ? o.height : (o.vertical ? 256 : 32);
     CWnd wnd(width, height);
-    palette.Display(&wnd, o.vertical ? 0 : 1, 0, 65535, 65535, 65535);
+    if (o.vertical) palette.Display(&wnd, 0, 0, 65535, 65535, 65535);
+    else DrawHorizontalBar(palette, wnd, width, height);
     OutputFile target(o.output);
     if (!wnd.SavePng(target.c_str())) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     if (!target.Commit()) return kFailed;
@@ -98,7 +110,9 @@ void AddPaletteCommand(CLI::App& app) {
     auto* render = group->add_subcommand("render", "Draw a palette as a colour bar into a PNG picture");
     render->add_option("palette", options->palette, "Palette name or number")->required();
     render->add_flag("--swap", options->swap, "Reverse the palette");
-    render->add_flag("--vertical", options->vertical, "Vertical bar (highest level at the top)");
+    render->add_flag("--vertical", options->vertical,
+                     "Vertical bar, highest level at the top (default: horizontal, one ramp from the highest level "
+                     "at the left)");
     Input(render->add_option("--file", options->file, "Palette file with custom palettes"));
     render->add_option("--width", options->width, "Picture width in pixels")->check(CLI::Range(1, 16384));
     render->add_option("--height", options->height, "Picture height in pixels")->check(CLI::Range(1, 16384));

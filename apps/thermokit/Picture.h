@@ -39,11 +39,16 @@ inline int PreparePicture(const PictureOptions& o, PictureSetup& s) {
     return fileFailed ? kFailed : kUsage;
 }
 
-// Loads the custom palettes of the file (if any); false with a message when it cannot be read.
+// Loads the custom palettes of the file (if any); false with a message when
+// it cannot be read or holds no palette (not a palette file).
 inline bool LoadCustomPalettes(const std::string& file, CLogPalette& reader) {
     std::string error;
-    if (thermokit::LoadCustomPalettes(file, reader, error)) return true;
-    Error(error);
+    if (!thermokit::LoadCustomPalettes(file, reader, error)) {
+        Error(error);
+        return false;
+    }
+    if (file.empty() || !reader.GetCustomPalleteName()->empty()) return true;
+    FileError(file, "no palette in it (a palette file has a [name] section per palette)");
     return false;
 }
 

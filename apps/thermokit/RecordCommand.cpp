@@ -167,22 +167,60 @@ std::string Describe(const CFrameSource& source) {
            std::to_string(w.Width()) + "," + std::to_string(w.Height());
 }
 
-int RunRecord(const RecordOptions& o) {
+bool RecordSettings(const RecordOptions& o, SOURCE_SETTINGS& settings) {
     if (o.count == 0 && o.duration <= 0.0) {
         Error("give the length of the recording: --count N or --duration S");
-        return kUsage;
+        return false;
     }
-    SOURCE_SETTINGS settings;
     settings.nBits = o.bits;
     settings.dExposure = o.exposure;
     settings.dRate = o.rate;  // below 0: not given
     if (!o.roi.empty() && !ParseRoi(o.roi, settings.roi)) {
         Error("--roi " + o.roi + ": expected X,Y,W,H (offsets 0 to 65535, sides 1 to 65535)");
-        return kUsage;
+        return false;
     }
+    return true;
+}
+
+// Why a recording left no film; the messages name the output, not the
+// temporary file it is made under.
+void ReportLostRecording(const RecordOptions& o, const CRecorder& recorder) {
+    const int error = recorder.GetLastError();
+    if (error == CRecorder::RECORD_DISK_FAILED)
+        FileError(o.output, "the disk failed after " + std::to_string(recorder.GetStatus().nFrames) +
+                                " frames; no film was written");
+    else if (error == CRecorder::RECORD_CREATE_FAILED)
+        FileError(o.output, "cannot be created for recording with " + std::to_string(o.banks) + " banks of " +
+                                std::to_string(o.bankSize) + " bytes");
+    else
+        Error(recorder.GetLastErrorMessage());
+}
+
+void SummarizeRecording(const RecordOptions& o, const CFrameSource& source, const RECORD_STATUS& s) {
+    Note("%s: %lu frames of %u x %u, %u bits, %.15g MB\n", o.output.c_str(), s.nFrames, source.GetPoint(),
+         source.GetLine(), source.GetBit(), static_cast<double>(s.nBytes) / 1e6);
+    Note("camera: %s\n", Describe(source).c_str());
+    Note("banks: %d x %lu bytes, %s writes\n", o.banks, o.bankSize, s.bDirect ? "direct" : "buffered");
+    if (source.GetFrameRate() > 0.0) Note("rate: %g Hz\n", source.GetFrameRate());
+    else Note("rate: as fast as possible\n");
+    Note("sustained: %.1f MB/s over %.3f s\n", s.dSeconds > 0.0 ? static_cast<double>(s.nBytes) / s.dSeconds / 1e6 : 0.0,
+         s.dSeconds);
+    Note("frames lost: %llu (%llu incomplete, %llu missing from the stream)\n",
+         static_cast<unsigned long long>(s.source.Lost()), static_cast<unsigned long long>(s.source.nIncomplete),
+         static_cast<unsigned long long>(s.source.nMissing));
+    if (source.GetInfo().strInterface != "simulation")
+        Note("pool underruns: %llu (frames that came while every buffer was taken; among the missing)\n",
+             static_cast<unsigned long long>(s.source.nUnderruns));
+    Note("bank waits: %llu\n", static_cast<unsigned long long>(s.nBankWaits));
+    Note("longest blocked Write: %.3f ms\n", s.dLongestWrite * 1e3);
+    if (s.bStopped) Note("interrupted: %s keeps the %lu frames recorded\n", o.output.c_str(), s.nFrames);
+}
+
+int RunRecord(const RecordOptions& o) {
+    SOURCE_SETTINGS settings;
+    if (!RecordSettings(o, settings)) return kUsage;
     std::unique_ptr<CFrameSource> source;
     if (const int status = OpenSource(o, settings, source); status != kDone) return status;
-
     CRecorder recorder;
     recorder.SetCount(o.count);
     recorder.SetDuration(o.duration);
@@ -199,42 +237,16 @@ int RunRecord(const RecordOptions& o) {
     }
     live.End();
     const RECORD_STATUS& s = recorder.GetStatus();
-    const int error = recorder.GetLastError();
     // A camera lost on the way leaves a valid film of every frame that came.
-    const bool keep = ok || error == CRecorder::RECORD_SOURCE_FAILED;
-    if (!keep) {
-        // The messages name the output, not the temporary file it is made under.
-        if (error == CRecorder::RECORD_DISK_FAILED)
-            Error("file " + o.output + ": the disk failed after " + std::to_string(s.nFrames) + " frames; no film was written");
-        else if (error == CRecorder::RECORD_CREATE_FAILED)
-            Error("file " + o.output + ": cannot be created for recording with " + std::to_string(o.banks) +
-                  " banks of " + std::to_string(o.bankSize) + " bytes");
-        else
-            Error(recorder.GetLastErrorMessage());
+    if (!ok && recorder.GetLastError() != CRecorder::RECORD_SOURCE_FAILED) {
+        ReportLostRecording(o, recorder);
         return kFailed;
     }
     if (!target.Commit()) return kFailed;
     if (!ok)
         Error(recorder.GetLastErrorMessage() + "; " + o.output + " keeps the " + std::to_string(s.nFrames) +
               " frames received");
-
-    Note("%s: %lu frames of %u x %u, %u bits, %.15g MB\n", o.output.c_str(), s.nFrames, source->GetPoint(),
-         source->GetLine(), source->GetBit(), static_cast<double>(s.nBytes) / 1e6);
-    Note("camera: %s\n", Describe(*source).c_str());
-    Note("banks: %d x %lu bytes, %s writes\n", o.banks, o.bankSize, s.bDirect ? "direct" : "buffered");
-    if (source->GetFrameRate() > 0.0) Note("rate: %g Hz\n", source->GetFrameRate());
-    else Note("rate: as fast as possible\n");
-    Note("sustained: %.1f MB/s over %.3f s\n", s.dSeconds > 0.0 ? static_cast<double>(s.nBytes) / s.dSeconds / 1e6 : 0.0,
-         s.dSeconds);
-    Note("frames lost: %llu (%llu incomplete, %llu missing from the stream)\n",
-         static_cast<unsigned long long>(s.source.Lost()), static_cast<unsigned long long>(s.source.nIncomplete),
-         static_cast<unsigned long long>(s.source.nMissing));
-    if (source->GetInfo().strInterface != "simulation")
-        Note("pool underruns: %llu (frames that came while every buffer was taken; among the missing)\n",
-             static_cast<unsigned long long>(s.source.nUnderruns));
-    Note("bank waits: %llu\n", static_cast<unsigned long long>(s.nBankWaits));
-    Note("longest blocked Write: %.3f ms\n", s.dLongestWrite * 1e3);
-    if (s.bStopped) Note("interrupted: %s keeps the %lu frames recorded\n", o.output.c_str(), s.nFrames);
+    SummarizeRecording(o, *source, s);
     return ok ? kDone : kFailed;
 }
 

@@ -102,7 +102,7 @@ HKEY OpenExisting(RegistryRoot root, const std::string& path, bool write) {
     if (!RegistryStore::Exists(file)) return HKEY();
     std::string why;
     const HKEY rootKey = RegistryKey::OpenRoot(root, write, &why);
-    if (!rootKey) Error("file " + file + ": " + why + "; its settings are not used");
+    if (!rootKey) FileError(file, why + "; its settings are not used");
     return rootKey.OpenSubKey(path, false);
 }
 
@@ -200,16 +200,19 @@ int RunGet(const Options& o) {
     HKEY userKey = UseUser(o, key) ? OpenExisting(RegistryRoot::User, path, false) : HKEY();
     HKEY machineKey = UseMachine(o, key) ? OpenExisting(RegistryRoot::Machine, path, false) : HKEY();
 
-    if (o.type.empty()) {
-        for (const HKEY* k : {&userKey, &machineKey}) {
-            RegistryValue v;
-            if (*k && k->QueryValue(o.name, &v.type, &v.data) == RegOk) {
-                std::printf("%s\n", Display(v).c_str());
-                return kDone;
-            }
-        }
+    // The value as stored, from the user's copy first. A typed read without
+    // --default fails on a missing value as the untyped one does.
+    RegistryValue v;
+    bool found = false;
+    for (const HKEY* k : {&userKey, &machineKey})
+        if (!found && *k && k->QueryValue(o.name, &v.type, &v.data) == RegOk) found = true;
+    if (!found && (o.type.empty() || !o.hasDefault)) {
         Error("registry: no value \"" + o.name + "\" under \"" + path + "\"");
         return kFailed;
+    }
+    if (o.type.empty()) {
+        std::printf("%s\n", Display(v).c_str());
+        return kDone;
     }
 
     CRegistry reg(userKey);
@@ -233,33 +236,48 @@ int RunGet(const Options& o) {
     return kDone;
 }
 
+std::string WhyNotWritten(const Options& o, int key, const CRegistry& reg) {
+    if (key == CRegistry::NetFramework) return ": this key is read-only";
+    if (!reg.m_bAdmin && (o.machine || !CRegistry::HasUserRoot(key)))
+        return ": the machine store needs administrator rights (THERMOKIT_ADMIN)";
+    return ": store not writable (see \"thermokit registry --help\" for its location)";
+}
+
+// The value to write, as its type reads it; false when it does not read.
+// decimals: those given, or for a double without --decimals those written.
+bool ParseSetValue(const Options& o, long long& n, double& d, int& decimals) {
+    decimals = o.decimals;
+    if (o.type == "int") return ParseLong(o.value, -2147483648LL, 2147483647LL, &n);
+    if (o.type == "dword") return ParseLong(o.value, 0, 4294967295LL, &n);
+    if (o.type == "word") return ParseLong(o.value, 0, 65535, &n);
+    if (o.type == "bool") {
+        if (o.value == "true") n = 1;
+        else if (o.value == "false") n = 0;
+        else return ParseLong(o.value, -2147483648LL, 2147483647LL, &n);
+        return true;
+    }
+    if (o.type != "double") return true;
+    char* end = nullptr;
+    d = std::strtod(o.value.c_str(), &end);
+    if (decimals < 0) {
+        const size_t dot = o.value.find('.');
+        decimals = 0;
+        if (dot != std::string::npos) {
+            while (dot + 1 + decimals < o.value.size() &&
+                   std::isdigit(static_cast<unsigned char>(o.value[dot + 1 + decimals])))
+                ++decimals;
+        }
+    }
+    return !o.value.empty() && *end == '\0';
+}
+
 int RunSet(const Options& o) {
     const int key = Prepare(o);
     if (key < 0) return kUsage;
     long long n = 0;
     double d = 0.0;
-    int decimals = o.decimals;
-    bool ok = true;
-    if (o.type == "int") ok = ParseLong(o.value, -2147483648LL, 2147483647LL, &n);
-    else if (o.type == "dword") ok = ParseLong(o.value, 0, 4294967295LL, &n);
-    else if (o.type == "word") ok = ParseLong(o.value, 0, 65535, &n);
-    else if (o.type == "bool") {
-        if (o.value == "true") n = 1;
-        else if (o.value == "false") n = 0;
-        else ok = ParseLong(o.value, -2147483648LL, 2147483647LL, &n);
-    } else if (o.type == "double") {
-        char* end = nullptr;
-        d = std::strtod(o.value.c_str(), &end);
-        ok = !o.value.empty() && *end == '\0';
-        if (decimals < 0) {
-            const size_t dot = o.value.find('.');
-            decimals = 0;
-            if (dot != std::string::npos) {
-                while (dot + 1 + decimals < o.value.size() && std::isdigit(static_cast<unsigned char>(o.value[dot + 1 + decimals]))) ++decimals;
-            }
-        }
-    }
-    if (!ok) {
+    int decimals = 0;
+    if (!ParseSetValue(o, n, d, decimals)) {
         Error("registry: \"" + o.value + "\" is not a valid " + o.type + " value");
         return kUsage;
     }
@@ -284,12 +302,7 @@ int RunSet(const Options& o) {
     else if (o.type == "bool") done = reg.SetBOOLValue(name, static_cast<int>(n));
     else done = reg.SetDOUBLEValue(name, d, decimals);
     if (!done) {
-        std::string why;
-        if (key == CRegistry::NetFramework) why = ": this key is read-only";
-        else if (!reg.m_bAdmin && (o.machine || !CRegistry::HasUserRoot(key)))
-            why = ": the machine store needs administrator rights (THERMOKIT_ADMIN)";
-        else why = ": store not writable (see \"thermokit registry --help\" for its location)";
-        Error("registry: cannot write \"" + o.name + "\" under \"" + path + "\"" + why);
+        Error("registry: cannot write \"" + o.name + "\" under \"" + path + "\"" + WhyNotWritten(o, key, reg));
         return kFailed;
     }
     return kDone;
@@ -362,7 +375,7 @@ int RunExport(const Options& o) {
     out << text;
     out.close();
     if (!out) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     return target.Commit() ? kDone : kFailed;
@@ -399,7 +412,7 @@ void AddRegistryCommand(CLI::App& app) {
 
     auto* get = registry->add_subcommand("get", "Print a value (user's copy first, then the machine's)");
     AddCommon(get, o, "Value name");
-    get->add_option("--type", o.type, "Read through the typed reader (default used when absent)")
+    get->add_option("--type", o.type, "Read through the typed reader (a missing value fails unless --default is given)")
         ->check(CLI::IsMember(kTypes));
     get->add_option("--default,-d", o.defaultValue, "Default for --type");
     get->footer("Example: thermokit registry get 8 Point --type word --default 320");

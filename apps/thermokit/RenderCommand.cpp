@@ -30,7 +30,7 @@ int RunRender(const RenderOptions& o) {
     if (!OpenFilm(o.file, film)) return kFailed;
     const unsigned long n = static_cast<unsigned long>(o.frame);
     if (n >= film.frames) {
-        Error("file " + o.file + ": no frame " + std::to_string(n) + " (the film holds " + std::to_string(film.frames) +
+        FileError(o.file, "no frame " + std::to_string(n) + " (the film holds " + std::to_string(film.frames) +
               ")");
         return kFailed;
     }
@@ -42,7 +42,7 @@ int RunRender(const RenderOptions& o) {
     if (!DrawFilmFrame(*picture, film, o.file, n)) return kFailed;
     OutputFile out(o.output);
     if (!picture->SavePng(out.c_str())) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     if (!out.Commit()) return kFailed;
@@ -60,7 +60,9 @@ void AddRenderCommand(CLI::App& app) {
     render->add_option("--frame", o->frame, "Frame number (default 0)")->check(NonNegative());
     AddPictureOptions(render, o->picture);
     AddConversionOptions(render, o->conversion);
-    Output(render->add_option("-o,--output", o->output, "PNG file to write"))->required();
+    Output(render->add_option("-o,--output", o->output, "PNG file to write (a folder: FILM.png in it)"),
+           [] { return std::string(".png"); })
+        ->required();
     render->footer("Example: thermokit render run.film --frame 10 --palette \"Hot Metal\" --cut 2 -o frame.png\n"
                    "         thermokit render run.film --embedded --range 20:60 --isotherm 45:50:red --bar -o t.png");
     render->callback([o] { SetAction([o] { return RunRender(*o); }); });

@@ -50,11 +50,10 @@ bool ParseSize(const std::string& text, unsigned short& w, unsigned short& h) {
     return true;
 }
 
-int RunSimulate(const SimulateOptions& o) {
-    CSimDetector::Config cfg;
+bool DetectorConfig(const SimulateOptions& o, CSimDetector::Config& cfg) {
     if (!ParseSize(o.size, cfg.point, cfg.line)) {
         Error("--size " + o.size + ": expected WxH, each from 2 to 4096");
-        return kUsage;
+        return false;
     }
     cfg.bit = static_cast<unsigned short>(o.bits);
     cfg.seed = o.seed;
@@ -62,10 +61,13 @@ int RunSimulate(const SimulateOptions& o) {
     if (o.defects) {
         cfg.deadCount = cfg.hotCount = cfg.noisyCount = CSimDetector::DefaultDefectCount(cfg.point, cfg.line);
     }
-    CSimScene::Surface surface;
+    return true;
+}
+
+bool SceneSurface(const SimulateOptions& o, CSimScene::Surface& surface) {
     if (!(o.emissivity > 0.0 && o.emissivity <= 1.0) || !(o.transmission > 0.0 && o.transmission <= 1.0)) {
         Error("--emissivity and --transmission: expected values above 0 and at most 1");
-        return kUsage;
+        return false;
     }
     surface.emissivity = o.emissivity;
     surface.transmission = o.transmission;
@@ -74,9 +76,12 @@ int RunSimulate(const SimulateOptions& o) {
     for (const double t : {o.temperature, o.left, o.right, surface.reflectedCelsius, surface.atmosphereCelsius})
         if (!(t > -273.15) && !std::isnan(t)) {
             Error("-t, --left, --right, --reflected, --atmosphere: expected degrees Celsius above absolute zero (-273.15)");
-            return kUsage;
+            return false;
         }
-    CSimScene scene = CSimScene::Uniform(o.temperature);
+    return true;
+}
+
+bool MakeScene(const SimulateOptions& o, CSimScene& scene) {
     if (o.scene == "plate") {
         CSimScene::PlateParams p;
         if (!std::isnan(o.left)) p.leftCelsius = o.left;
@@ -97,8 +102,16 @@ int RunSimulate(const SimulateOptions& o) {
         scene = CSimScene::Materials(p);
     } else if (o.scene != "uniform") {
         Error("--scene " + o.scene + ": expected uniform, plate, lockin or materials");
-        return kUsage;
+        return false;
     }
+    return true;
+}
+
+int RunSimulate(const SimulateOptions& o) {
+    CSimDetector::Config cfg;
+    CSimScene::Surface surface;
+    CSimScene scene = CSimScene::Uniform(o.temperature);
+    if (!DetectorConfig(o, cfg) || !SceneSurface(o, surface) || !MakeScene(o, scene)) return kUsage;
     scene.SetSurface(surface);
     CSimDetector detector(cfg);
     OutputFile out(o.output);
@@ -108,7 +121,7 @@ int RunSimulate(const SimulateOptions& o) {
     const CSimFilm::FrameHook hook = [&progress](CPtrOver*, unsigned long frame) { progress.Step(frame); };
     if (!CSimFilm::Record(out.Temp(), detector, scene, static_cast<unsigned long>(o.frames),
                           truth ? truth->Temp() : std::string(), hook)) {
-        Error("file " + o.output + ": cannot be written");
+        FileError(o.output, "cannot be written");
         return kFailed;
     }
     progress.Step(static_cast<unsigned long>(o.frames));

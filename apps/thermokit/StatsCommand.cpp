@@ -56,7 +56,8 @@ public:
         const std::string kind = m_film.doubles ? "value" : "level";
         std::printf("%s: %u x %u, %s, frames %lu..%lu\n", EscapeControls(NameToUtf8(m_o.file)).c_str(), m_film.point,
                     m_film.line, EscapeControls(NameToUtf8(selection)).c_str(), first, last);
-        std::printf("%6s %14s %8s %10s %10s %12s %12s", "frame", "time_s", "pixels", ("min_" + kind).c_str(),
+        std::printf("%6s %10s %14s %8s %10s %10s %12s %12s", "frame", "time_s", "time_of_day_s", "pixels",
+                    ("min_" + kind).c_str(),
                     ("max_" + kind).c_str(), "mean", "stddev");
         if (m_conv)
             std::printf("  %12s %12s %12s %12s %13s  (%s)", "min", "max", "mean", "stddev", "not_converted",
@@ -70,7 +71,10 @@ public:
         const Figures& lv = f.levels;
         const Figures& tv = f.values;
         if (m_o.json) {
-            Json row = {{"frame", n}, {"time_s", Round(Elapsed(time))}, {"time_of_day_s", time}, {"pixels", lv.count},
+            Json row = {{"frame", n},
+                        {"time_s", RoundToMicroseconds(Elapsed(time))},
+                        {"time_of_day_s", RoundToMicroseconds(time)},
+                        {"pixels", lv.count},
                         {"min", lv.min}, {"max", lv.max}, {"mean", lv.mean}, {"stddev", lv.stdDev}};
             if (m_conv)
                 row["values"] = {{"min", tv.min}, {"max", tv.max}, {"mean", tv.mean}, {"stddev", tv.stdDev},
@@ -81,8 +85,8 @@ public:
         } else if (m_o.csv) {
             std::fputs(CsvRow(n, time, f, m_conv != nullptr).c_str(), stdout);
         } else {
-            std::printf("%6lu %14.6f %8ld %10.6g %10.6g %12.6f %12.6f", n, time, lv.count, lv.min, lv.max, lv.mean,
-                        lv.stdDev);
+            std::printf("%6lu %10.6f %14.6f %8ld %10.6g %10.6g %12.6f %12.6f", n, RoundToMicroseconds(Elapsed(time)),
+                        time, lv.count, lv.min, lv.max, lv.mean, lv.stdDev);
             if (m_conv)
                 std::printf("  %12.4f %12.4f %12.4f %12.4f %13ld", tv.min, tv.max, tv.mean, tv.stdDev, f.notConverted);
             std::printf("\n");
@@ -123,7 +127,6 @@ private:
         if (t < -43200.0) t += 86400.0;
         return t;
     }
-    static double Round(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
     const StatsOptions& m_o;
     const Film& m_film;

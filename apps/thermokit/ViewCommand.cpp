@@ -24,44 +24,32 @@ bool IsLoopback(const std::string& address) {
     return address == "localhost" || address == "::1" || address == "[::1]" || address.rfind("127.", 0) == 0;
 }
 
-int RunView(ViewOptions o) {
-    if (!CheckConversionOptions(o.conversion)) return kUsage;
-    if (o.listen.size() > 2 && o.listen.front() == '[' && o.listen.back() == ']')
-        o.listen = o.listen.substr(1, o.listen.size() - 2);
-    std::vector<std::unique_ptr<ViewFilm>> films;
+bool OpenViewFilms(const ViewOptions& o, std::vector<std::unique_ptr<ViewFilm>>& films) {
     for (const std::string& path : o.films) {
         films.push_back(std::make_unique<ViewFilm>());
-        if (!films.back()->Open(path, o)) return kFailed;
+        if (!films.back()->Open(path, o)) return false;
     }
-    nlohmann::ordered_json palettes;
-    if (!PalettesJson(o.paletteFile, palettes)) return kFailed;
+    return true;
+}
 
-    // Ctrl-C and the other stop signals are blocked in every thread the
-    // server starts and taken by one waiting thread, which stops the server;
-    // a client going away mid-answer must not end the process.
-    sigset_t stopSignals, previous;
-    sigemptyset(&stopSignals);
-    for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopSignals, s);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
-    ::signal(SIGPIPE, SIG_IGN);
-
-    ViewServer server(films, std::move(palettes), ViewServer::NewToken());
-    if (!server.Bind(o.listen, o.port)) {
-        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-        return kFailed;
-    }
-    if (!IsLoopback(o.listen))
-        Error("warning: listening on " + o.listen + " port " + std::to_string(server.Port()) +
+void PrintViewAddress(const std::string& listen, const ViewServer& server, size_t films) {
+    if (!IsLoopback(listen))
+        Error("warning: listening on " + listen + " port " + std::to_string(server.Port()) +
               ": anyone who can reach this address and has the token can read the films");
     // The address to open: a wildcard address is reached here through the loopback one.
-    std::string host = o.listen;
+    std::string host = listen;
     if (host == "0.0.0.0") host = "127.0.0.1";
     else if (host == "::") host = "[::1]";
     else if (host.find(':') != std::string::npos) host = "[" + host + "]";
     std::printf("thermokit view: http://%s:%d/?token=%s\n", host.c_str(), server.Port(), server.Token().c_str());
-    std::printf("thermokit view: %zu film(s); Ctrl-C stops\n", films.size());
+    std::printf("thermokit view: %zu film(s); Ctrl-C stops\n", films);
     std::fflush(stdout);
+}
 
+// Runs the server until it fails or a stop signal comes; the signal's number,
+// or 0. The signals are blocked in every thread and taken by one waiting
+// thread, which stops the server.
+int ServeUntilStopped(ViewServer& server, const sigset_t& stopSignals, bool& served) {
     std::atomic<bool> done{false};
     std::atomic<int> stoppedBy{0};
     std::thread watcher([&] {
@@ -78,9 +66,35 @@ int RunView(ViewOptions o) {
             if (s > 0) stoppedBy = s;
         }
     });
-    const bool served = server.Run();
+    served = server.Run();
     done = true;
     watcher.join();
+    return stoppedBy;
+}
+
+int RunView(ViewOptions o) {
+    if (!CheckConversionOptions(o.conversion)) return kUsage;
+    if (o.listen.size() > 2 && o.listen.front() == '[' && o.listen.back() == ']')
+        o.listen = o.listen.substr(1, o.listen.size() - 2);
+    std::vector<std::unique_ptr<ViewFilm>> films;
+    if (!OpenViewFilms(o, films)) return kFailed;
+    nlohmann::ordered_json palettes;
+    if (!PalettesJson(o.paletteFile, palettes)) return kFailed;
+    // Ctrl-C and the other stop signals are blocked in every thread the
+    // server starts; a client going away mid-answer must not end the process.
+    sigset_t stopSignals, previous;
+    sigemptyset(&stopSignals);
+    for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopSignals, s);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+    ::signal(SIGPIPE, SIG_IGN);
+    ViewServer server(films, std::move(palettes), ViewServer::NewToken());
+    if (!server.Bind(o.listen, o.port)) {
+        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        return kFailed;
+    }
+    PrintViewAddress(o.listen, server, films.size());
+    bool served = false;
+    const int stoppedBy = ServeUntilStopped(server, stopSignals, served);
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     if (stoppedBy) {
         std::printf("thermokit view: stopped\n");

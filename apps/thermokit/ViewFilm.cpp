@@ -28,11 +28,11 @@ bool ViewFilm::Open(const std::string& path, const ViewOptions& o) {
     m_name = BaseName(path);
     if (!OpenFilm(path, m_film)) return false;
     if (m_film.doubles) {
-        Error("file " + path + ": a film of doubles holds values, not levels; the viewer shows films of levels");
+        FileError(path, "a film of doubles holds values, not levels; the viewer shows films of levels");
         return false;
     }
     if (m_film.frames == 0) {
-        Error("file " + path + ": the film holds no frame");
+        FileError(path, "the film holds no frame");
         return false;
     }
     m_maxLevel = m_film.ptr->GetMaxLevel();
@@ -49,7 +49,7 @@ bool ViewFilm::OpenCorrection(const ViewOptions& o) {
     for (const std::string* given : {&o.nuc, &o.badPixels}) {
         const std::string why = given->empty() ? std::string() : MissingOrEmpty(*given);
         if (!why.empty()) {
-            Error("file " + *given + ": " + why);
+            FileError(*given, why);
             return false;
         }
     }
@@ -59,7 +59,7 @@ bool ViewFilm::OpenCorrection(const ViewOptions& o) {
     if (!o.nuc.empty()) {
         CNuc* nuc = c.chain->GetNuc();
         if (!nuc->IsValid()) {
-            Error("file " + o.nuc + ": not a readable NUC table");
+            FileError(o.nuc, "not a readable NUC table");
             return false;
         }
         c.nuc = nuc->GetPoint() == point && nuc->GetLine() == line && nuc->GetSize() == point * line;
@@ -69,7 +69,7 @@ bool ViewFilm::OpenCorrection(const ViewOptions& o) {
     if (!o.badPixels.empty()) {
         CPixel* map = c.chain->GetBadPixels();
         if (!map->IsValid()) {
-            Error("file " + o.badPixels + ": not a readable bad-pixel map (" + map->GetLastErrorMessage() + ")");
+            FileError(o.badPixels, "not a readable bad-pixel map (" + map->GetLastErrorMessage() + ")");
             return false;
         }
         c.badPixels = map->GetPoint() == point && map->GetLine() == line;
@@ -198,11 +198,11 @@ bool PalettesJson(const std::string& paletteFile, nlohmann::ordered_json& out) {
     if (!paletteFile.empty()) {
         const std::string why = MissingOrEmpty(paletteFile);
         if (!why.empty() || !reader.ReadIniFile(paletteFile.c_str())) {
-            Error("file " + paletteFile + ": " + (why.empty() ? std::string("cannot be read as a palette file") : why));
+            FileError(paletteFile, why.empty() ? std::string("cannot be read as a palette file") : why);
             return false;
         }
         if (reader.GetCustomPalleteName()->empty()) {
-            Error("file " + paletteFile + ": no palette in it (a palette file has a [name] section per palette)");
+            FileError(paletteFile, "no palette in it (a palette file has a [name] section per palette)");
             return false;
         }
     }

@@ -507,107 +507,123 @@ bool FrameOf(const Request& req, Response& res, const ViewFilm& film, unsigned l
 
 }  // namespace
 
+void ViewServer::ServePage(const Request& req, Response& res) {
+    if (!Query(req, res, {}).Ok()) return;
+    res.set_header("Content-Security-Policy",
+                   "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
+                   "img-src data: blob:; connect-src 'self'; form-action 'none'; frame-ancestors 'none'");
+    res.set_content(m_page, "text/html; charset=utf-8");
+}
+
+void ViewServer::ServeSession(const Request& req, Response& res) {
+    if (!Query(req, res, {}).Ok()) return;
+    Json j;
+    j["version"] = GetVersion();
+    j["frames_per_second"] = kFramesPerSecond;
+    Json films = Json::array();
+    for (size_t i = 0; i < m_films.size(); ++i) films.push_back(m_films[i]->Describe(static_cast<int>(i)));
+    j["films"] = films;
+    j["palettes"] = m_palettes;
+    res.set_content(j.dump(), "application/json");
+}
+
+// The level table of the film's calibration. Settings that change the
+// conversion (object parameters) will come as parameters of this request.
+void ViewServer::ServeTable(const Request& req, Response& res) {
+    ViewFilm* film = FilmOf(req, res);
+    if (!film || !Query(req, res, {}).Ok()) return;
+    if (!film->Calibrated())
+        return Reply(res, 404, "film " + std::string(req.matches[1]) +
+                                   " has no calibration (start the viewer with --calib FILE or --embedded)");
+    std::vector<float> values(static_cast<size_t>(film->MaxLevel()) + 1);
+    for (size_t level = 0; level < values.size(); ++level)
+        values[level] = film->Value(static_cast<unsigned short>(level));
+    SendBinary(req, res, std::string(reinterpret_cast<const char*>(values.data()), values.size() * 4),
+               Z_DEFAULT_STRATEGY);
+}
+
+void ViewServer::ServeFrame(const Request& req, Response& res) {
+    ViewFilm* film = FilmOf(req, res);
+    unsigned long n = 0;
+    if (!film || !FrameOf(req, res, *film, n)) return;
+    Query q(req, res, {"nuc", "bad", "deflate"});
+    const bool nuc = q.Flag("nuc"), bad = q.Flag("bad"), pack = q.Flag("deflate");
+    if (!q.Ok()) return;
+    if (!TakeFrame(res)) return;
+    ViewFrame f;
+    if (!film->Read(n, nuc, bad, f)) return Reply(res, 500, "frame " + std::to_string(n) + " cannot be read");
+    SendFrame(req, res, f, n, film->Point(), film->Line(), pack);
+}
+
+void ViewServer::ServeImageHeader(const Request& req, Response& res) {
+    ViewFilm* film = FilmOf(req, res);
+    unsigned long n = 0;
+    if (!film || !FrameOf(req, res, *film, n) || !Query(req, res, {}).Ok() || !TakeFrame(res)) return;
+    Json j;
+    if (!film->ImageHeader(n, j)) return Reply(res, 500, "frame " + std::to_string(n) + " cannot be read");
+    res.set_content(j.dump(), "application/json");
+}
+
+void ViewServer::ServeStats(const Request& req, Response& res) {
+    ViewFilm* film = FilmOf(req, res);
+    if (!film) return;
+    Query q(req, res, {"frame", "shape", "x", "y", "w", "h", "nuc", "bad"});
+    const long n = q.Number("frame", 0, static_cast<long>(film->Frames()) - 1);
+    const bool nuc = q.Flag("nuc"), bad = q.Flag("bad");
+    CRgn rgn;
+    Selection sel;
+    std::string label;
+    if (!q.Ok() || !RegionOf(q, *film, rgn, sel, label) || !TakeFrame(res)) return;
+    Json j;
+    if (!film->Measure(static_cast<unsigned long>(n), nuc, bad, sel, j))
+        return Reply(res, 500, "frame " + std::to_string(n) + " cannot be read");
+    res.set_content(j.dump(), "application/json");
+}
+
+void ViewServer::ServeStatsCsv(const Request& req, Response& res) {
+    ViewFilm* film = FilmOf(req, res);
+    if (!film) return;
+    Query q(req, res, {"shape", "x", "y", "w", "h", "nuc", "bad"});
+    const bool nuc = q.Flag("nuc"), bad = q.Flag("bad");
+    CRgn rgn;
+    Selection sel;
+    std::string label;
+    if (!q.Ok() || !RegionOf(q, *film, rgn, sel, label)) return;
+    Exclusive one(m_busy);
+    if (!one.Held()) return Reply(res, 429, "another whole-film computation is running");
+    std::string text = film->CsvHead();
+    if (!film->MeasureCsv(0, film->Frames() - 1, nuc, bad, sel, text))
+        return Reply(res, 500, "a frame of the film cannot be read");
+    std::string name = film->Name();
+    const size_t dot = name.rfind('.');
+    if (dot != std::string::npos && dot > 0) name.resize(dot);
+    res.set_header("Content-Disposition", "attachment; filename=\"" + SafeName(name + "-" + label) + ".csv\"");
+    res.set_content(text, "text/csv; charset=utf-8");
+}
+
+void ViewServer::ServeRange(const Request& req, Response& res) {
+    ViewFilm* film = FilmOf(req, res);
+    if (!film) return;
+    Query q(req, res, {"nuc", "bad"});
+    const bool nuc = q.Flag("nuc"), bad = q.Flag("bad");
+    if (!q.Ok()) return;
+    Exclusive one(m_busy);
+    if (!one.Held()) return Reply(res, 429, "another whole-film computation is running");
+    unsigned short min = 0, max = 0;
+    if (!film->FilmRange(nuc, bad, min, max)) return Reply(res, 500, "a frame of the film cannot be read");
+    res.set_content(Json{{"min", min}, {"max", max}}.dump(), "application/json");
+}
+
 void ViewServer::Routes() {
     httplib::Server& s = *m_server;
-    s.Get("/", [this](const Request& req, Response& res) {
-        if (!Query(req, res, {}).Ok()) return;
-        res.set_header("Content-Security-Policy",
-                       "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
-                       "img-src data: blob:; connect-src 'self'; form-action 'none'; frame-ancestors 'none'");
-        res.set_content(m_page, "text/html; charset=utf-8");
-    });
-    s.Get("/api/session", [this](const Request& req, Response& res) {
-        if (!Query(req, res, {}).Ok()) return;
-        Json j;
-        j["version"] = GetVersion();
-        j["frames_per_second"] = kFramesPerSecond;
-        Json films = Json::array();
-        for (size_t i = 0; i < m_films.size(); ++i) films.push_back(m_films[i]->Describe(static_cast<int>(i)));
-        j["films"] = films;
-        j["palettes"] = m_palettes;
-        res.set_content(j.dump(), "application/json");
-    });
-    // The level table of the film's calibration. Settings that change the
-    // conversion (object parameters) will come as parameters of this request.
-    s.Get(R"(/api/film/(\d+)/table)", [this](const Request& req, Response& res) {
-        ViewFilm* film = FilmOf(req, res);
-        if (!film || !Query(req, res, {}).Ok()) return;
-        if (!film->Calibrated())
-            return Reply(res, 404, "film " + std::string(req.matches[1]) +
-                                       " has no calibration (start the viewer with --calib FILE or --embedded)");
-        std::vector<float> values(static_cast<size_t>(film->MaxLevel()) + 1);
-        for (size_t level = 0; level < values.size(); ++level)
-            values[level] = film->Value(static_cast<unsigned short>(level));
-        SendBinary(req, res, std::string(reinterpret_cast<const char*>(values.data()), values.size() * 4),
-                   Z_DEFAULT_STRATEGY);
-    });
-    s.Get(R"(/api/film/(\d+)/frame/(\d+))", [this](const Request& req, Response& res) {
-        ViewFilm* film = FilmOf(req, res);
-        unsigned long n = 0;
-        if (!film || !FrameOf(req, res, *film, n)) return;
-        Query q(req, res, {"nuc", "bad", "deflate"});
-        const bool nuc = q.Flag("nuc"), bad = q.Flag("bad"), pack = q.Flag("deflate");
-        if (!q.Ok()) return;
-        if (!TakeFrame(res)) return;
-        ViewFrame f;
-        if (!film->Read(n, nuc, bad, f)) return Reply(res, 500, "frame " + std::to_string(n) + " cannot be read");
-        SendFrame(req, res, f, n, film->Point(), film->Line(), pack);
-    });
-    s.Get(R"(/api/film/(\d+)/image-header/(\d+))", [this](const Request& req, Response& res) {
-        ViewFilm* film = FilmOf(req, res);
-        unsigned long n = 0;
-        if (!film || !FrameOf(req, res, *film, n) || !Query(req, res, {}).Ok() || !TakeFrame(res)) return;
-        Json j;
-        if (!film->ImageHeader(n, j)) return Reply(res, 500, "frame " + std::to_string(n) + " cannot be read");
-        res.set_content(j.dump(), "application/json");
-    });
-    s.Get(R"(/api/film/(\d+)/stats)", [this](const Request& req, Response& res) {
-        ViewFilm* film = FilmOf(req, res);
-        if (!film) return;
-        Query q(req, res, {"frame", "shape", "x", "y", "w", "h", "nuc", "bad"});
-        const long n = q.Number("frame", 0, static_cast<long>(film->Frames()) - 1);
-        const bool nuc = q.Flag("nuc"), bad = q.Flag("bad");
-        CRgn rgn;
-        Selection sel;
-        std::string label;
-        if (!q.Ok() || !RegionOf(q, *film, rgn, sel, label) || !TakeFrame(res)) return;
-        Json j;
-        if (!film->Measure(static_cast<unsigned long>(n), nuc, bad, sel, j))
-            return Reply(res, 500, "frame " + std::to_string(n) + " cannot be read");
-        res.set_content(j.dump(), "application/json");
-    });
-    s.Get(R"(/api/film/(\d+)/stats\.csv)", [this](const Request& req, Response& res) {
-        ViewFilm* film = FilmOf(req, res);
-        if (!film) return;
-        Query q(req, res, {"shape", "x", "y", "w", "h", "nuc", "bad"});
-        const bool nuc = q.Flag("nuc"), bad = q.Flag("bad");
-        CRgn rgn;
-        Selection sel;
-        std::string label;
-        if (!q.Ok() || !RegionOf(q, *film, rgn, sel, label)) return;
-        Exclusive one(m_busy);
-        if (!one.Held()) return Reply(res, 429, "another whole-film computation is running");
-        std::string text = film->CsvHead();
-        if (!film->MeasureCsv(0, film->Frames() - 1, nuc, bad, sel, text))
-            return Reply(res, 500, "a frame of the film cannot be read");
-        std::string name = film->Name();
-        const size_t dot = name.rfind('.');
-        if (dot != std::string::npos && dot > 0) name.resize(dot);
-        res.set_header("Content-Disposition", "attachment; filename=\"" + SafeName(name + "-" + label) + ".csv\"");
-        res.set_content(text, "text/csv; charset=utf-8");
-    });
-    s.Get(R"(/api/film/(\d+)/range)", [this](const Request& req, Response& res) {
-        ViewFilm* film = FilmOf(req, res);
-        if (!film) return;
-        Query q(req, res, {"nuc", "bad"});
-        const bool nuc = q.Flag("nuc"), bad = q.Flag("bad");
-        if (!q.Ok()) return;
-        Exclusive one(m_busy);
-        if (!one.Held()) return Reply(res, 429, "another whole-film computation is running");
-        unsigned short min = 0, max = 0;
-        if (!film->FilmRange(nuc, bad, min, max)) return Reply(res, 500, "a frame of the film cannot be read");
-        res.set_content(Json{{"min", min}, {"max", max}}.dump(), "application/json");
-    });
+    s.Get("/", [this](const Request& req, Response& res) { ServePage(req, res); });
+    s.Get("/api/session", [this](const Request& req, Response& res) { ServeSession(req, res); });
+    s.Get(R"(/api/film/(\d+)/table)", [this](const Request& req, Response& res) { ServeTable(req, res); });
+    s.Get(R"(/api/film/(\d+)/frame/(\d+))", [this](const Request& req, Response& res) { ServeFrame(req, res); });
+    s.Get(R"(/api/film/(\d+)/image-header/(\d+))", [this](const Request& req, Response& res) { ServeImageHeader(req, res); });
+    s.Get(R"(/api/film/(\d+)/stats)", [this](const Request& req, Response& res) { ServeStats(req, res); });
+    s.Get(R"(/api/film/(\d+)/stats\.csv)", [this](const Request& req, Response& res) { ServeStatsCsv(req, res); });
+    s.Get(R"(/api/film/(\d+)/range)", [this](const Request& req, Response& res) { ServeRange(req, res); });
 }
 
 }  // namespace thermokit::cli

@@ -73,6 +73,15 @@ private:
     bool TakeFrame(httplib::Response& res);
     ViewFilm* FilmOf(const httplib::Request& req, httplib::Response& res);
     void Routes();
+    // The answers, one a route.
+    void ServePage(const httplib::Request& req, httplib::Response& res);
+    void ServeSession(const httplib::Request& req, httplib::Response& res);
+    void ServeTable(const httplib::Request& req, httplib::Response& res);
+    void ServeFrame(const httplib::Request& req, httplib::Response& res);
+    void ServeImageHeader(const httplib::Request& req, httplib::Response& res);
+    void ServeStats(const httplib::Request& req, httplib::Response& res);
+    void ServeStatsCsv(const httplib::Request& req, httplib::Response& res);
+    void ServeRange(const httplib::Request& req, httplib::Response& res);
 
     std::vector<std::unique_ptr<ViewFilm>>& m_films;
     nlohmann::ordered_json m_palettes;

@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <mutex>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "thermokit/platform/Messages.h"
 #include "thermokit/platform/Parallel.h"
 #include "thermokit/platform/Utf8.h"
+#include "thermokit/platform/Utf8Path.h"
 #include "thermokit/platform/Version.h"
 
 namespace thermokit::cli {
@@ -267,6 +269,25 @@ CLI::Option* Output(CLI::Option* option) {
     return option;
 }
 
+CLI::Option* Output(CLI::Option* option, std::function<std::string()> extension) {
+    const auto inFolder = [extension](std::string& out) {
+        const bool named = !out.empty() && std::string(kPathSeparators).find(out.back()) != std::string::npos;
+        std::error_code ec;
+        if (out == "-" || !(named || std::filesystem::is_directory(PathFromUtf8(out), ec))) return std::string();
+        // Options take their values in the order they are declared: an input
+        // declared before the output is known here.
+        for (CLI::Option* in : Inputs())
+            if (!in->results().empty() && !in->results().front().empty()) {
+                const std::string stem = Utf8FromPath(PathFromUtf8(in->results().front()).stem());
+                out += (named ? "" : "/") + stem + extension();
+                break;
+            }
+        return std::string();
+    };
+    option->transform(CLI::Validator(inFolder, ""));
+    return Output(option);
+}
+
 namespace {
 CLI::Validator NumberAtLeast(bool zeroAllowed) {
     return CLI::Validator(
@@ -298,7 +319,9 @@ std::string Number(double value) {
     return text;
 }
 
-void FileError(const std::string& path, const std::string& what) { Error("file " + path + ": " + what); }
+std::string FileErrorText(const std::string& path, const std::string& what) { return "file " + path + ": " + what; }
+
+void FileError(const std::string& path, const std::string& what) { Error(FileErrorText(path, what)); }
 
 }  // namespace thermokit::cli
 

@@ -702,3 +702,68 @@ TEST(Cli, InterruptedCommandLeavesNothing) {
     std::filesystem::remove_all(dir);
 }
 #endif
+
+// A file that is not a palette file and a typed read of a missing setting are refused like the other
+// failures; frame times come from the film's start beside the time of day, rounded to the microsecond.
+TEST(Cli, RefusalsAndRoundedFrameTimes) {
+    if (!ToolBuilt()) GTEST_SKIP() << "the tool is not built";
+    thermokit::test::UsePrivateStores();
+    const std::string dir = Folder("second");
+    WriteText(dir + "/x.pal", "not a palette file\n");
+    Result r = Tool("palette list --file " + dir + "/x.pal");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err.rfind("thermokit: file " + dir + "/x.pal: no palette in it", 0), 0u) << r.err;
+    const Result untyped = Tool("registry get setup NoSuchValue");
+    r = Tool("registry get setup NoSuchValue --type int");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err, untyped.err);
+    EXPECT_NE(r.err.find("no value \"NoSuchValue\""), std::string::npos) << r.err;
+    r = Tool("registry get setup NoSuchValue --type int --default 7");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, "7\n");
+    // 100 frames a second: frame 1 is stored as 9 ms 999 us after the first.
+    ASSERT_EQ(Tool("simulate --quiet --size 8x8 --count 3 -o " + dir + "/s.film").code, 0);
+    const Json times = Json::parse(Tool("info --json --frames 1:1 " + dir + "/s.film").out)["frame_times"][0];
+    EXPECT_EQ(times["time_s"].dump(), "0.009999");
+    EXPECT_EQ(times["time_of_day_s"].dump(), "32400.009999");
+    const std::vector<std::string> lines = Split(Tool("stats " + dir + "/s.film").out, '\n');
+    ASSERT_GE(lines.size(), 4u);
+    const auto word = [](const std::string& line, int k) {
+        std::istringstream in(line);
+        std::string w;
+        for (int i = 0; i <= k; ++i) in >> w;
+        return w;
+    };
+    EXPECT_EQ(word(lines[1], 1), "time_s");
+    EXPECT_EQ(word(lines[1], 2), "time_of_day_s");
+    EXPECT_EQ(word(lines[3], 1), "0.009999");
+    EXPECT_EQ(word(lines[3], 2), "32400.009999");
+    // Written back, those times stay as they were: an unchanged edit copies the film byte for byte.
+    const std::string film = dir + "/s.film";
+    ASSERT_EQ(Tool("edit --quiet " + film + " -o " + dir + "/same.film").code, 0);
+    EXPECT_EQ(ReadText(dir + "/same.film"), ReadText(film));
+    // A film cut short: refused, or with --salvage its whole frames, as an edit of those frames writes them.
+    WriteText(dir + "/cut.film", ReadText(film).substr(0, ReadText(film).size() - 50));
+    EXPECT_EQ(Tool("edit " + dir + "/cut.film -o " + dir + "/r.film").code, 1);
+    r = Tool("edit --quiet " + dir + "/cut.film --salvage -o " + dir + "/r.film");
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.err.find("the 2 whole frame(s) are salvaged"), std::string::npos) << r.err;
+    ASSERT_EQ(Tool("edit --quiet " + film + " --frames 0:1 -o " + dir + "/first.film").code, 0);
+    EXPECT_EQ(ReadText(dir + "/r.film"), ReadText(dir + "/first.film"));
+    // The horizontal palette bar is the vertical one on its side: one ramp, the highest level at the left.
+    ASSERT_EQ(Tool("palette render --quiet Rainbow --width 200 --height 7 -o " + dir + "/h.png").code, 0);
+    ASSERT_EQ(Tool("palette render --quiet Rainbow --vertical --width 7 --height 200 -o " + dir + "/v.png").code, 0);
+    const Picture h = ReadPng(dir + "/h.png"), v = ReadPng(dir + "/v.png");
+    ASSERT_EQ(h.width * h.height, 1400u);
+    ASSERT_EQ(v.width * v.height, 1400u);
+    for (unsigned y = 0; y < 7; ++y)
+        for (unsigned x = 0; x < 200; ++x)
+            ASSERT_EQ(std::memcmp(h.At(x, y), v.At(3, x), 3), 0) << x << "," << y;
+    // An output that is a folder: the file in it is named after the input.
+    std::filesystem::create_directory(dir + "/out");
+    ASSERT_EQ(Tool("export --quiet " + film + " --format npy -o " + dir + "/out").code, 0);
+    ASSERT_EQ(Tool("edit --quiet " + film + " -o " + dir + "/out/").code, 0);
+    EXPECT_EQ(List(dir + "/out"), (std::vector<std::string>{"s.film", "s.npy"}));
+    EXPECT_EQ(ReadText(dir + "/out/s.film"), ReadText(film));
+    std::filesystem::remove_all(dir);
+}
