@@ -318,4 +318,17 @@ int CopyRegistryTree(HKEY source, HKEY destination) {
     return destination.WriteTree(tree) == RegOk ? 1 : 0;
 }
 
+// Both settings backends name keys by backslash-separated paths.
+std::vector<std::string> SplitRegistryPath(const std::string& path) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (start <= path.size()) {
+        size_t end = path.find('\\', start);
+        if (end == std::string::npos) end = path.size();
+        if (end > start) parts.push_back(path.substr(start, end - start));
+        start = end + 1;
+    }
+    return parts;
+}
+
 }  // namespace thermokit

@@ -335,18 +335,6 @@ std::shared_ptr<RegistryStore> Refuse(std::string* why, std::string text) {
 
 }  // namespace
 
-std::vector<std::string> SplitRegistryPath(const std::string& path) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t end = path.find('\\', start);
-        if (end == std::string::npos) end = path.size();
-        if (end > start) parts.push_back(path.substr(start, end - start));
-        start = end + 1;
-    }
-    return parts;
-}
-
 int IsAdministrator() {
     const std::string v = EnvOrEmpty("THERMOKIT_ADMIN");
     if (v == "0") return 0;

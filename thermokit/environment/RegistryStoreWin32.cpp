@@ -256,18 +256,6 @@ long WriteTreeAt(::HKEY key, const RegistryTree& tree, int depth) {
 
 }  // namespace
 
-std::vector<std::string> SplitRegistryPath(const std::string& path) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t end = path.find('\\', start);
-        if (end == std::string::npos) end = path.size();
-        if (end > start) parts.push_back(path.substr(start, end - start));
-        start = end + 1;
-    }
-    return parts;
-}
-
 int IsAdministrator() {
     const std::string v = EnvOrEmpty(L"THERMOKIT_ADMIN");
     if (v == "0") return 0;

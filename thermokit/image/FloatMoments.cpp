@@ -5,94 +5,19 @@
 #include <cstring>
 #include <limits>
 
+#include "thermokit/image/WideInteger.h"
+
 namespace thermokit {
 
 namespace {
 
-__extension__ typedef unsigned __int128 U128;
-__extension__ typedef __int128 S128;
+typedef detail::WideU128 U128;
+typedef detail::WideS128 S128;
 
 // Two's complement integer of 1024 bits: what the exact sums of squared
 // deviations of floats need (their values span 2^-149..2^128, the mean's
 // significand adds 53 bits below, the count 63 above; see Figures).
-struct Big {
-    static constexpr int kWords = 16;
-    uint64_t w[kWords] = {};
-
-    Big() = default;
-    explicit Big(U128 v) {
-        w[0] = static_cast<uint64_t>(v);
-        w[1] = static_cast<uint64_t>(v >> 64);
-    }
-    static Big Signed(S128 v) {
-        Big b(v < 0 ? -static_cast<U128>(v) : static_cast<U128>(v));
-        if (v < 0) b.Negate();
-        return b;
-    }
-    bool Negative() const { return (w[kWords - 1] >> 63) != 0; }
-    Big& Negate() {
-        unsigned carry = 1;
-        for (auto& x : w) {
-            x = ~x + carry;
-            carry = carry && x == 0;
-        }
-        return *this;
-    }
-    Big& Add(const Big& o) {
-        unsigned carry = 0;
-        for (int i = 0; i < kWords; ++i) {
-            const U128 s = static_cast<U128>(w[i]) + o.w[i] + carry;
-            w[i] = static_cast<uint64_t>(s);
-            carry = static_cast<unsigned>(s >> 64);
-        }
-        return *this;
-    }
-    Big& Subtract(Big o) { return Add(o.Negate()); }
-    // Modulo 2^1024, so right for negative values too while the result fits.
-    Big& Multiply(uint64_t m) {
-        U128 carry = 0;
-        for (auto& x : w) {
-            carry += static_cast<U128>(x) * m;
-            x = static_cast<uint64_t>(carry);
-            carry >>= 64;
-        }
-        return *this;
-    }
-    Big& ShiftLeft(int k) {
-        const int words = k / 64, bits = k % 64;
-        for (int i = kWords - 1; i >= 0; --i) {
-            const int s = i - words;
-            uint64_t v = 0;
-            if (s >= 0) {
-                v = w[s] << bits;
-                if (bits != 0 && s >= 1) v |= w[s - 1] >> (64 - bits);
-            }
-            w[i] = v;
-        }
-        return *this;
-    }
-    bool Bit(int pos) const { return (w[pos / 64] >> (pos % 64)) & 1u; }
-    // Rounded once, to nearest with ties to even.
-    double ToDouble() const {
-        if (Negative()) {
-            Big m = *this;
-            return -m.Negate().ToDouble();
-        }
-        int top = -1;
-        for (int i = kWords - 1; i >= 0 && top < 0; --i)
-            if (w[i]) top = i * 64 + 63 - __builtin_clzll(w[i]);
-        if (top < 0) return 0.0;
-        if (top < 53) return static_cast<double>(w[0]);
-        const int low = top - 52;
-        uint64_t mantissa = 0;
-        for (int b = top; b >= low; --b) mantissa = (mantissa << 1) | (Bit(b) ? 1u : 0u);
-        const bool half = Bit(low - 1);
-        bool sticky = false;
-        for (int b = low - 2; b >= 0 && !sticky; --b) sticky = Bit(b);
-        if (half && (sticky || (mantissa & 1u))) ++mantissa;
-        return std::ldexp(static_cast<double>(mantissa), low);
-    }
-};
+using Big = detail::WideInteger<16>;
 
 // The power of two of a significand with exponent field e (subnormals: field 0, as field 1).
 int Scale(int e) { return (e == 0 ? 1 : e) - 150; }

@@ -10,6 +10,7 @@
 
 #include "thermokit/image/CMapping.h"
 #include "thermokit/image/PixelKernels.h"
+#include "thermokit/image/WideInteger.h"
 #include "thermokit/platform/CRgn.h"
 
 namespace thermokit {
@@ -257,81 +258,13 @@ void StdDevLiteral(const T* buffer, long n, double* stdDev, double* mean) {
     if (stdDev) *stdDev = std::sqrt(std::fabs(squares * (1.0 / static_cast<double>(n))));
 }
 
-// Unsigned integer of 512 bits, just what the exact sum of squared
-// deviations needs.
-struct Wide {
-    static constexpr int kWords = 8;
-    uint64_t w[kWords] = {};
-
-    explicit Wide(kernels::uint128 v = 0) {
-        w[0] = static_cast<uint64_t>(v);
-        w[1] = static_cast<uint64_t>(v >> 64);
-    }
-    Wide& Multiply(uint64_t m) {
-        kernels::uint128 carry = 0;
-        for (auto& x : w) {
-            carry += static_cast<kernels::uint128>(x) * m;
-            x = static_cast<uint64_t>(carry);
-            carry >>= 64;
-        }
-        return *this;
-    }
-    Wide& ShiftLeft(int k) {
-        const int words = k / 64, bits = k % 64;
-        for (int i = kWords - 1; i >= 0; --i) {
-            const int s = i - words;
-            uint64_t v = 0;
-            if (s >= 0) {
-                v = w[s] << bits;
-                if (bits != 0 && s >= 1) v |= w[s - 1] >> (64 - bits);
-            }
-            w[i] = v;
-        }
-        return *this;
-    }
-    Wide& Add(const Wide& o) {
-        unsigned carry = 0;
-        for (int i = 0; i < kWords; ++i) {
-            const kernels::uint128 s = static_cast<kernels::uint128>(w[i]) + o.w[i] + carry;
-            w[i] = static_cast<uint64_t>(s);
-            carry = static_cast<unsigned>(s >> 64);
-        }
-        return *this;
-    }
-    // this -= o, with this >= o.
-    Wide& Subtract(const Wide& o) {
-        uint64_t borrow = 0;
-        for (int i = 0; i < kWords; ++i) {
-            const uint64_t a = w[i], b = o.w[i];
-            const uint64_t d = a - b - borrow;
-            borrow = (a < b || (a == b && borrow)) ? 1 : 0;
-            w[i] = d;
-        }
-        return *this;
-    }
-    bool Bit(int pos) const { return (w[pos / 64] >> (pos % 64)) & 1u; }
-    // Correctly rounded (to nearest, ties to even) conversion.
-    double ToDouble() const {
-        int top = -1;
-        for (int i = kWords - 1; i >= 0 && top < 0; --i) {
-            if (w[i]) top = i * 64 + 63 - __builtin_clzll(w[i]);
-        }
-        if (top < 0) return 0.0;
-        if (top < 53) return static_cast<double>(w[0]);
-        const int low = top - 52;  // lowest bit kept
-        uint64_t mantissa = 0;
-        for (int b = top; b >= low; --b) mantissa = (mantissa << 1) | (Bit(b) ? 1u : 0u);
-        const bool half = Bit(low - 1);
-        bool sticky = false;
-        for (int b = low - 2; b >= 0 && !sticky; --b) sticky = Bit(b);
-        if (half && (sticky || (mantissa & 1u))) ++mantissa;
-        return std::ldexp(static_cast<double>(mantissa), low);
-    }
-};
+// Integer of 512 bits, just what the exact sum of squared deviations needs
+// (all values here are positive: read as unsigned).
+using Wide = detail::WideInteger<8>;
 
 // sum over i of (v_i - m)^2, exactly, rounded once; m = mantissa x 2^-p.
 double ExactSquaredDeviations(const kernels::MomentsU16& mo, long n, double m) {
-    if (m == 0.0) return Wide(mo.sumSquares).ToDouble();
+    if (m == 0.0) return Wide(mo.sumSquares).ToDoubleUnsigned();
     int e = 0;
     const double fraction = std::frexp(m, &e);
     uint64_t mantissa = static_cast<uint64_t>(std::ldexp(fraction, 53));
@@ -349,7 +282,7 @@ double ExactSquaredDeviations(const kernels::MomentsU16& mo, long n, double m) {
     Wide c(static_cast<kernels::uint128>(mo.sum));
     c.Multiply(mantissa).ShiftLeft(p + 1);
     a.Add(b).Subtract(c);
-    return std::ldexp(a.ToDouble(), -2 * p);
+    return std::ldexp(a.ToDoubleUnsigned(), -2 * p);
 }
 
 }  // namespace
